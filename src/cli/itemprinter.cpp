@@ -1,0 +1,176 @@
+#include "itemprinter.h"
+
+#include "snapshot/itemcolumns.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QString jsonString(const QString& text)
+{
+    QString out;
+    out.reserve(text.size() + 2);
+    out += u'"';
+    for (const QChar c : text) {
+        switch (c.unicode()) {
+        case u'"':
+            out += u"\\\""_s;
+            break;
+        case u'\\':
+            out += u"\\\\"_s;
+            break;
+        case u'\n':
+            out += u"\\n"_s;
+            break;
+        case u'\r':
+            out += u"\\r"_s;
+            break;
+        case u'\t':
+            out += u"\\t"_s;
+            break;
+        default:
+            if (c.unicode() < 0x20)
+                out += u"\\u"_s + QString::number(c.unicode(), 16).rightJustified(4, u'0');
+            else
+                out += c;
+        }
+    }
+    out += u'"';
+    return out;
+}
+
+// The keys of a JSON object, in this order: a contract other tools read.
+const QList<LsofItem::Key>& jsonKeys()
+{
+    using K = LsofItem::Key;
+    static const QList<K> keys = {
+        K::status,
+        K::processName,
+        K::processId,
+        K::PID,
+        K::protocol,
+        K::localAddress,
+        K::localPort,
+        K::localPortNumber,
+        K::remoteAddress,
+        K::remotePort,
+        K::remotePortNumber,
+        K::state,
+        K::oldState,
+        K::user,
+        K::type,
+        K::sizeAndOffset,
+        K::device,
+        K::fileDescriptor,
+        K::identifier,
+        K::localPortName,
+        K::remotePortName,
+        K::localizedAppName,
+        K::processPath,
+    };
+    return keys;
+}
+
+} // namespace
+
+std::optional<ItemPrinter::Format> ItemPrinter::formatForName(const QString& name)
+{
+    if (name == u"table")
+        return Format::Table;
+    if (name == u"csv")
+        return Format::Csv;
+    if (name == u"json")
+        return Format::Json;
+    return std::nullopt;
+}
+
+QString ItemPrinter::jsonObject(const LsofItem& item, std::optional<int> snapshot)
+{
+    QString line = u"{"_s;
+    bool first = true;
+    for (const LsofItem::Key key : jsonKeys()) {
+        if (!first)
+            line += u',';
+        first = false;
+        line += jsonString(LsofItem::nameForKey(key)) + u':';
+        const QVariant value = item.value(key);
+        if (!value.isValid())
+            line += u"null"_s;
+        else if (value.typeId() == QMetaType::LongLong)
+            line += QString::number(value.toLongLong());
+        else
+            line += jsonString(value.toString());
+    }
+    if (snapshot)
+        line += u",\"snapshot\":"_s + QString::number(*snapshot);
+    line += u'}';
+    return line;
+}
+
+void ItemPrinter::print(const LsofItemList& items, std::optional<int> snapshot)
+{
+    switch (m_format) {
+    case Format::Json:
+        for (const LsofItemPtr& item : items)
+            m_out << jsonObject(*item, snapshot) << '\n';
+        break;
+    case Format::Table:
+        printTable(items);
+        break;
+    case Format::Csv:
+        printCsv(items);
+        break;
+    }
+    m_out.flush();
+}
+
+void ItemPrinter::printTable(const LsofItemList& items)
+{
+    const QList<ItemColumn>& columns = itemColumns();
+    QList<QStringList> rows;
+    rows.reserve(items.size() + 1);
+    QStringList header;
+    for (const ItemColumn& column : columns)
+        header << column.title;
+    rows << header;
+    for (const LsofItemPtr& item : items) {
+        QStringList row;
+        for (const ItemColumn& column : columns)
+            row << item->text(column.key);
+        rows << row;
+    }
+    QList<qsizetype> widths(columns.size(), 0);
+    for (const QStringList& row : rows) {
+        for (qsizetype c = 0; c < row.size(); ++c)
+            widths[c] = std::max(widths[c], row[c].size());
+    }
+    for (const QStringList& row : rows) {
+        QString line;
+        for (qsizetype c = 0; c < row.size(); ++c) {
+            if (c + 1 == row.size())
+                line += row[c];
+            else
+                line += row[c].leftJustified(widths[c] + 2);
+        }
+        m_out << line << '\n';
+    }
+}
+
+void ItemPrinter::printCsv(const LsofItemList& items)
+{
+    // Placeholder until the CSV writer lands: plain comma join.
+    const QList<ItemColumn>& columns = itemColumns();
+    if (!m_wroteCsvHeader) {
+        QStringList header;
+        for (const ItemColumn& column : columns)
+            header << column.title;
+        m_out << header.join(u',') << '\n';
+        m_wroteCsvHeader = true;
+    }
+    for (const LsofItemPtr& item : items) {
+        QStringList row;
+        for (const ItemColumn& column : columns)
+            row << item->text(column.key);
+        m_out << row.join(u',') << '\n';
+    }
+}

@@ -1,0 +1,378 @@
+#include "lsofitem.h"
+
+#include <QHash>
+#include <QStringDecoder>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct KeyName {
+    LsofItem::Key key;
+    const char16_t* name;
+};
+
+constexpr KeyName kKeyNames[] = {
+    {LsofItem::Key::status, u"status"},
+    {LsofItem::Key::processName, u"processName"},
+    {LsofItem::Key::PID, u"PID"},
+    {LsofItem::Key::processId, u"processId"},
+    {LsofItem::Key::protocol, u"protocol"},
+    {LsofItem::Key::localPort, u"localPort"},
+    {LsofItem::Key::localPortNumber, u"localPortNumber"},
+    {LsofItem::Key::localPortName, u"localPortName"},
+    {LsofItem::Key::localAddress, u"localAddress"},
+    {LsofItem::Key::remotePort, u"remotePort"},
+    {LsofItem::Key::remotePortNumber, u"remotePortNumber"},
+    {LsofItem::Key::remotePortName, u"remotePortName"},
+    {LsofItem::Key::remoteAddress, u"remoteAddress"},
+    {LsofItem::Key::remoteHostname, u"remoteHostname"},
+    {LsofItem::Key::state, u"state"},
+    {LsofItem::Key::processPath, u"processPath"},
+    {LsofItem::Key::user, u"user"},
+    {LsofItem::Key::type, u"type"},
+    {LsofItem::Key::sizeAndOffset, u"sizeAndOffset"},
+    {LsofItem::Key::device, u"device"},
+    {LsofItem::Key::oldState, u"oldState"},
+    {LsofItem::Key::fileDescriptor, u"fileDescriptor"},
+    {LsofItem::Key::identifier, u"identifier"},
+    {LsofItem::Key::localizedAppName, u"localizedAppName"},
+};
+
+const QHash<QString, LsofItem::Key>& keysByName()
+{
+    static const QHash<QString, LsofItem::Key> keys = [] {
+        QHash<QString, LsofItem::Key> map;
+        for (const auto& entry : kKeyNames)
+            map.insert(QString::fromUtf16(entry.name), entry.key);
+        return map;
+    }();
+    return keys;
+}
+
+QString printable(const QString& text)
+{
+    return text.isNull() ? QStringLiteral("(null)") : text;
+}
+
+QVariant textValue(const QString& text)
+{
+    return text.isNull() ? QVariant() : QVariant(text);
+}
+
+QVariant numberValue(std::optional<qint64> number)
+{
+    return number ? QVariant(*number) : QVariant();
+}
+
+int hexDigit(QChar c)
+{
+    const char16_t u = c.unicode();
+    if (u >= u'0' && u <= u'9')
+        return u - u'0';
+    if (u >= u'a' && u <= u'f')
+        return u - u'a' + 10;
+    if (u >= u'A' && u <= u'F')
+        return u - u'A' + 10;
+    return -1;
+}
+
+// Strict percent-decoding: a "%" must be followed by two hex digits and the bytes must form
+// valid UTF-8; anything else gives null.
+QString percentDecoded(const QString& text)
+{
+    QByteArray bytes;
+    bytes.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        if (text[i] != u'%') {
+            qsizetype end = i;
+            while (end < text.size() && text[end] != u'%')
+                ++end;
+            bytes += QStringView(text).mid(i, end - i).toUtf8();
+            i = end - 1;
+            continue;
+        }
+        if (i + 2 >= text.size())
+            return {};
+        const int high = hexDigit(text[i + 1]);
+        const int low = hexDigit(text[i + 2]);
+        if (high < 0 || low < 0)
+            return {};
+        bytes += char(high * 16 + low);
+        i += 2;
+    }
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString decoded = decoder.decode(bytes);
+    if (decoder.hasError())
+        return {};
+    if (decoded.isNull())
+        decoded = QString(u""_s);
+    return decoded;
+}
+
+} // namespace
+
+std::optional<LsofItem::Key> LsofItem::keyForName(QStringView name)
+{
+    const auto& keys = keysByName();
+    const auto it = keys.constFind(name.toString());
+    if (it == keys.cend())
+        return std::nullopt;
+    return *it;
+}
+
+QString LsofItem::nameForKey(Key key)
+{
+    return QString::fromUtf16(kKeyNames[static_cast<int>(key)].name);
+}
+
+const QList<LsofItem::Key>& LsofItem::allKeys()
+{
+    static const QList<Key> keys = [] {
+        QList<Key> list;
+        for (const auto& entry : kKeyNames)
+            list.append(entry.key);
+        return list;
+    }();
+    return keys;
+}
+
+qint64 LsofItem::integerValue(QStringView text)
+{
+    qsizetype i = 0;
+    while (i < text.size() && text[i].isSpace())
+        ++i;
+    bool negative = false;
+    if (i < text.size() && (text[i] == u'+' || text[i] == u'-')) {
+        negative = text[i] == u'-';
+        ++i;
+    }
+    qint64 value = 0;
+    for (; i < text.size() && text[i] >= u'0' && text[i] <= u'9'; ++i) {
+        const int digit = text[i].unicode() - u'0';
+        if (value > (std::numeric_limits<qint64>::max() - digit) / 10)
+            return negative ? std::numeric_limits<qint64>::min()
+                            : std::numeric_limits<qint64>::max();
+        value = value * 10 + digit;
+    }
+    return negative ? -value : value;
+}
+
+QVariant LsofItem::value(Key key) const
+{
+    switch (key) {
+    case Key::status:
+        return QVariant(qint64(status()));
+    case Key::processName:
+        return textValue(m_processName);
+    case Key::PID:
+        return QVariant(PID());
+    case Key::processId:
+        return textValue(m_processId);
+    case Key::protocol:
+        return textValue(m_protocol);
+    case Key::localPort:
+        return textValue(m_localPort);
+    case Key::localPortNumber:
+        return numberValue(m_localPortNumber);
+    case Key::localPortName:
+        return textValue(localPortName());
+    case Key::localAddress:
+        return textValue(m_localAddress);
+    case Key::remotePort:
+        return textValue(m_remotePort);
+    case Key::remotePortNumber:
+        return numberValue(m_remotePortNumber);
+    case Key::remotePortName:
+        return textValue(remotePortName());
+    case Key::remoteAddress:
+        return textValue(m_remoteAddress);
+    case Key::remoteHostname:
+        return textValue(remoteHostname());
+    case Key::state:
+        return textValue(state());
+    case Key::processPath:
+        return textValue(processPath());
+    case Key::user:
+        return textValue(m_user);
+    case Key::type:
+        return textValue(m_type);
+    case Key::sizeAndOffset:
+        return textValue(m_sizeAndOffset);
+    case Key::device:
+        return textValue(m_device);
+    case Key::oldState:
+        return textValue(oldState());
+    case Key::fileDescriptor:
+        return textValue(m_fileDescriptor);
+    case Key::identifier:
+        return textValue(identifier());
+    case Key::localizedAppName:
+        return textValue(localizedAppName());
+    }
+    return {};
+}
+
+QVariant LsofItem::value(QStringView name) const
+{
+    const auto key = keyForName(name);
+    return key ? value(*key) : QVariant();
+}
+
+QString LsofItem::text(Key key) const
+{
+    const QVariant v = value(key);
+    if (!v.isValid())
+        return QString(u""_s);
+    if (v.typeId() == QMetaType::LongLong)
+        return QString::number(v.toLongLong());
+    return v.toString();
+}
+
+bool LsofItem::setValue(Key key, const QVariant& value)
+{
+    const QString text = value.isValid() ? value.toString() : QString();
+    const std::optional<qint64> number =
+        value.isValid() ? std::optional<qint64>(value.toLongLong()) : std::nullopt;
+    switch (key) {
+    case Key::status:
+        setStatus(qint32(number.value_or(0)));
+        return true;
+    case Key::processName:
+        setProcessName(text);
+        return true;
+    case Key::processId:
+        m_processId = text;
+        return true;
+    case Key::protocol:
+        m_protocol = text;
+        return true;
+    case Key::localPort:
+        m_localPort = text;
+        return true;
+    case Key::localPortNumber:
+        m_localPortNumber = number;
+        return true;
+    case Key::localAddress:
+        m_localAddress = text;
+        return true;
+    case Key::remotePort:
+        m_remotePort = text;
+        return true;
+    case Key::remotePortNumber:
+        m_remotePortNumber = number;
+        return true;
+    case Key::remoteAddress:
+        m_remoteAddress = text;
+        return true;
+    case Key::state:
+        setState(text);
+        return true;
+    case Key::user:
+        m_user = text;
+        return true;
+    case Key::type:
+        m_type = text;
+        return true;
+    case Key::sizeAndOffset:
+        m_sizeAndOffset = text;
+        return true;
+    case Key::device:
+        m_device = text;
+        return true;
+    case Key::oldState:
+        setOldState(text);
+        return true;
+    case Key::fileDescriptor:
+        m_fileDescriptor = text;
+        return true;
+    // Derived values are computed, never stored.
+    case Key::PID:
+    case Key::localPortName:
+    case Key::remotePortName:
+    case Key::remoteHostname:
+    case Key::processPath:
+    case Key::identifier:
+    case Key::localizedAppName:
+        return false;
+    }
+    return false;
+}
+
+bool LsofItem::setValue(QStringView name, const QVariant& value)
+{
+    const auto key = keyForName(name);
+    return key && setValue(*key, value);
+}
+
+qint32 LsofItem::status() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_status;
+}
+
+void LsofItem::setStatus(qint32 status)
+{
+    QMutexLocker locker(&m_lock);
+    m_status = status;
+}
+
+void LsofItem::setProcessName(const QString& name)
+{
+    if (name.isNull()) {
+        m_processName = QString();
+        return;
+    }
+    if (!m_processName.isNull() && name.isSharedWith(m_processName))
+        return;
+    QString unescaped = name;
+    unescaped.replace(u"\\x"_s, u"%"_s);
+    m_processName = percentDecoded(unescaped);
+}
+
+qint64 LsofItem::PID() const
+{
+    return integerValue(m_processId);
+}
+
+QString LsofItem::state() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_state;
+}
+
+void LsofItem::setState(const QString& value)
+{
+    QMutexLocker locker(&m_lock);
+    m_state = value;
+}
+
+QString LsofItem::oldState() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_oldState;
+}
+
+void LsofItem::setOldState(const QString& value)
+{
+    QMutexLocker locker(&m_lock);
+    m_oldState = value;
+}
+
+QString LsofItem::identifier() const
+{
+    QMutexLocker locker(&m_lock);
+    if (m_identifier.isNull()) {
+        m_identifier = printable(m_processId) % u'-' % printable(m_type) % u'-' %
+                       printable(m_protocol) % u'-' % printable(m_localAddress) % u':' %
+                       printable(m_localPort) % u'-' % printable(m_remoteAddress) % u':' %
+                       printable(m_remotePort) % u'-' % printable(m_device) % u':' %
+                       printable(m_fileDescriptor);
+    }
+    return m_identifier;
+}
+
+QString LsofItem::description() const
+{
+    return u"<LsofItem: 0x"_s % QString::number(quintptr(this), 16) % u">: "_s % identifier();
+}

@@ -1,0 +1,148 @@
+#pragma once
+
+#include <QMutex>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+#include <memory>
+#include <optional>
+
+// One internet socket of one process: one line of lsof's output.
+//
+// An item is created and filled by the parser on the acquisition worker; from then on only
+// `status`, `state` and `oldState` change (the parser and change detection carry one object
+// from snapshot to snapshot), while the GUI thread reads. Those three fields and the lazily
+// computed values are therefore guarded by a per-item lock; every other field is written
+// before the item is published and never again.
+class LsofItem final {
+public:
+    // Every key an item answers by name, in the order of its fields.
+    enum class Key {
+        status,
+        processName,
+        PID,
+        processId,
+        protocol,
+        localPort,
+        localPortNumber,
+        localPortName,
+        localAddress,
+        remotePort,
+        remotePortNumber,
+        remotePortName,
+        remoteAddress,
+        remoteHostname,
+        state,
+        processPath,
+        user,
+        type,
+        sizeAndOffset,
+        device,
+        oldState,
+        fileDescriptor,
+        identifier,
+        localizedAppName,
+    };
+
+    LsofItem() = default;
+    Q_DISABLE_COPY_MOVE(LsofItem)
+
+    static std::optional<Key> keyForName(QStringView name);
+    static QString nameForKey(Key key);
+    // All keys, in field order (the order of the command line's JSON objects).
+    static const QList<Key>& allKeys();
+    // Leading blanks, an optional sign, then decimal digits up to the first other character;
+    // 0 when there are none (so "*" is 0).
+    static qint64 integerValue(QStringView text);
+
+    // Key-value access. Numbers come back as qint64, texts as QString; a null field is an
+    // invalid QVariant. An unknown key reads as invalid and is refused on write.
+    QVariant value(Key key) const;
+    QVariant value(QStringView name) const;
+    bool setValue(Key key, const QVariant& value);
+    bool setValue(QStringView name, const QVariant& value);
+    // The value as text, the way a field prints ("" for null): what the keyword search and
+    // the table's display read.
+    QString text(Key key) const;
+
+    qint32 status() const;
+    void setStatus(qint32 status);
+
+    QString processName() const { return m_processName; }
+    // Undoes lsof's escapes: "\x" becomes "%" and the result is percent-decoded as UTF-8;
+    // a name that does not decode becomes null.
+    void setProcessName(const QString& name);
+
+    // Always derived from `processId`: 0 when that is not a number.
+    qint64 PID() const;
+    QString processId() const { return m_processId; }
+    void setProcessId(const QString& value) { m_processId = value; }
+
+    QString protocol() const { return m_protocol; }
+    void setProtocol(const QString& value) { m_protocol = value; }
+    QString localPort() const { return m_localPort; }
+    void setLocalPort(const QString& value) { m_localPort = value; }
+    std::optional<qint64> localPortNumber() const { return m_localPortNumber; }
+    void setLocalPortNumber(std::optional<qint64> value) { m_localPortNumber = value; }
+    QString localAddress() const { return m_localAddress; }
+    void setLocalAddress(const QString& value) { m_localAddress = value; }
+    QString remotePort() const { return m_remotePort; }
+    void setRemotePort(const QString& value) { m_remotePort = value; }
+    std::optional<qint64> remotePortNumber() const { return m_remotePortNumber; }
+    void setRemotePortNumber(std::optional<qint64> value) { m_remotePortNumber = value; }
+    QString remoteAddress() const { return m_remoteAddress; }
+    void setRemoteAddress(const QString& value) { m_remoteAddress = value; }
+    QString user() const { return m_user; }
+    void setUser(const QString& value) { m_user = value; }
+    QString type() const { return m_type; }
+    void setType(const QString& value) { m_type = value; }
+    QString sizeAndOffset() const { return m_sizeAndOffset; }
+    void setSizeAndOffset(const QString& value) { m_sizeAndOffset = value; }
+    QString device() const { return m_device; }
+    void setDevice(const QString& value) { m_device = value; }
+    QString fileDescriptor() const { return m_fileDescriptor; }
+    void setFileDescriptor(const QString& value) { m_fileDescriptor = value; }
+
+    QString state() const;
+    void setState(const QString& value);
+    QString oldState() const;
+    void setOldState(const QString& value);
+
+    // "%@-%@-%@-%@:%@-%@:%@-%@:%@" of processId, type, protocol, localAddress, localPort,
+    // remoteAddress, remotePort, device, fileDescriptor; built on first call, then fixed.
+    QString identifier() const;
+    // "<LsofItem: 0x…>: identifier"
+    QString description() const;
+
+    // Derived values (service names, host name, process information), computed on demand.
+    QString localPortName() const;
+    QString remotePortName() const;
+    QString remoteHostname() const;
+    QString processPath() const;
+    QString localizedAppName() const;
+
+private:
+    mutable QMutex m_lock;
+    qint32 m_status = 0;
+    QString m_processName;
+    QString m_processId;
+    QString m_protocol;
+    QString m_localPort;
+    std::optional<qint64> m_localPortNumber;
+    QString m_localAddress;
+    QString m_remotePort;
+    std::optional<qint64> m_remotePortNumber;
+    QString m_remoteAddress;
+    QString m_state;
+    QString m_user;
+    QString m_type;
+    QString m_sizeAndOffset;
+    QString m_device;
+    QString m_oldState;
+    QString m_fileDescriptor;
+    mutable QString m_identifier;
+};
+
+using LsofItemPtr = std::shared_ptr<LsofItem>;
+using LsofItemList = QList<LsofItemPtr>;
