@@ -1,17 +1,71 @@
 #include "cli/commandline.h"
+#include "cvappdelegate.h"
+#include "localsnapshotsource.h"
+#include "prefs/cvprefshelper.h"
 
-#include <QCoreApplication>
+#include <QApplication>
+#include <QIcon>
 #include <QTextStream>
 
 #include <cstdio>
 
-int main(int argc, char* argv[])
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QStringList argumentsOf(int argc, char* argv[])
+{
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    return arguments;
+}
+
+bool hasDisplay()
+{
+    return !qEnvironmentVariableIsEmpty("DISPLAY") ||
+           !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") ||
+           !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+}
+
+void setApplicationNames()
+{
+    QCoreApplication::setApplicationName(u"Corvina"_s);
+    QCoreApplication::setOrganizationName(u"Corvina"_s);
+    QCoreApplication::setApplicationVersion(QStringLiteral(CORVINA_VERSION));
+}
+
+int runCommandLine(int argc, char* argv[], const QStringList& arguments)
 {
     QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("Corvina"));
-    QCoreApplication::setOrganizationName(QStringLiteral("Corvina"));
+    setApplicationNames();
     QTextStream out(stdout);
     QTextStream err(stderr);
-    CommandLine commandLine(out, err);
-    return commandLine.run(QCoreApplication::arguments().mid(1));
+    return CommandLine(out, err).run(arguments);
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    const QStringList arguments = argumentsOf(argc, argv);
+    if (CommandLine::isCommand(arguments))
+        return runCommandLine(argc, argv, arguments);
+    if (!hasDisplay()) {
+        std::fputs("corvina: no graphical display (DISPLAY and WAYLAND_DISPLAY are unset); "
+                   "running `corvina watch` instead.\n",
+                   stderr);
+        return runCommandLine(argc, argv, {u"watch"_s});
+    }
+
+    QApplication app(argc, argv);
+    setApplicationNames();
+    QGuiApplication::setDesktopFileName(u"com.brindle.Corvina"_s);
+    if (QIcon::themeName().isEmpty() || QIcon::themeName() == u"hicolor"_s)
+        QIcon::setThemeName(u"Adwaita"_s);
+
+    LocalSnapshotSource source;
+    CVAppDelegate delegate(source, CVPrefsHelper::sharedHelper());
+    delegate.showMainWindow();
+    return app.exec();
 }
