@@ -22,8 +22,9 @@ CVAppDelegate::CVAppDelegate(SnapshotSource& source, CVPrefsHelper& prefs, QObje
         m_trayMenu->addAction(QIcon::fromTheme(u"view-refresh"_s), tr("Refresh"), m_window.get(),
                               &CVWindowController::reloadTableViewData);
         m_trayMenu->addSeparator();
+        // quit() would first ask the windows to close, and the main window never does.
         m_trayMenu->addAction(QIcon::fromTheme(u"application-exit"_s), tr("Quit"), qApp,
-                              &QCoreApplication::quit);
+                              [] { QCoreApplication::exit(0); });
         m_tray = new QSystemTrayIcon(m_window->windowIcon(), this);
         m_tray->setToolTip(tr("Corvina"));
         m_tray->setContextMenu(m_trayMenu);

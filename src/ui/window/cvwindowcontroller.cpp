@@ -89,14 +89,15 @@ CVWindowController::CVWindowController(SnapshotSource& source, CVPrefsHelper& pr
     restoreWindowState();
     userDefaultsChanged();
     toggleAutoRefresh();
-    connect(&m_prefs.userDefaults(), &UserDefaults::didChange, this,
+    // The helper's signal comes after it has dropped its cached colours.
+    connect(&m_prefs, &CVPrefsHelper::defaultsChanged, this,
             &CVWindowController::userDefaultsChanged);
     reloadTableViewData();
 }
 
 CVWindowController::~CVWindowController()
 {
-    disconnect(&m_prefs.userDefaults(), nullptr, this, nullptr);
+    disconnect(&m_prefs, nullptr, this, nullptr);
     saveWindowState();
 }
 
@@ -235,6 +236,10 @@ void CVWindowController::buildMenus()
     file->addSeparator();
     QAction* close = file->addAction(tr("&Close Window"), this, &QWidget::close);
     close->setShortcut(QKeySequence::Close);
+    // quit() would first ask the windows to close, and this one never does.
+    QAction* quit = file->addAction(QIcon::fromTheme(u"application-exit"_s), tr("&Quit"), this,
+                                    [] { QCoreApplication::exit(0); });
+    quit->setShortcut(QKeySequence::Quit);
 
     QMenu* edit = menuBar()->addMenu(tr("&Edit"));
     QAction* copy = edit->addAction(QIcon::fromTheme(u"edit-copy"_s), tr("&Copy"), this,
