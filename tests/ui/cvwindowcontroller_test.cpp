@@ -14,6 +14,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QSignalSpy>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -432,4 +433,45 @@ TEST_F(WindowTest, StatusBarCountsRowsAndShowsAProblemWithoutBlocking)
     EXPECT_FALSE(shows(u"lsof is not installed."_s));
     window->searchField()->setText(u"udp"_s);
     EXPECT_TRUE(shows(u"1 of 2"_s));
+}
+
+TEST_F(WindowTest, ClickingAHeaderSortsTheWholeSnapshot)
+{
+    auto window = makeWindow();
+    window->show();
+    const LsofItemPtr a = tcp(u"zeta"_s, u"100"_s), b = udp(u"Alpha"_s, u"9"_s),
+                      c = tcp(u"beta"_s, u"10"_s);
+    window->reloadTableViewData();
+    source.deliver({a, b, c});
+    QHeaderView* header = window->tableView()->horizontalHeader();
+    const QPoint pidHeader(header->sectionViewportPosition(1) + 10, header->height() / 2);
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, pidHeader);
+    ASSERT_EQ(header->sortIndicatorSection(), 1);
+    const Qt::SortOrder first = header->sortIndicatorOrder();
+    const LsofItemList ascending{b, c, a};
+    const LsofItemList descending{a, c, b};
+    EXPECT_EQ(window->originalItems(), first == Qt::AscendingOrder ? ascending : descending);
+
+    QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, pidHeader);
+    EXPECT_EQ(window->originalItems(), first == Qt::AscendingOrder ? descending : ascending);
+
+    // The order holds for the next snapshot, and under a filter the rows keep it.
+    window->protocolControl()->setSelected(false, 1);
+    window->reloadTableViewData();
+    source.deliver({c, b, a});
+    EXPECT_EQ(window->items().size(), 2);
+    EXPECT_EQ(window->originalItems(), first == Qt::AscendingOrder ? descending : ascending);
+}
+
+TEST_F(WindowTest, LongListsFilterAfterAPauseInTyping)
+{
+    auto window = makeWindow();
+    LsofItemList many;
+    for (int i = 0; i < 2500; ++i)
+        many.append(i == 7 ? udp(u"needle"_s, u"7"_s) : tcp(u"hay"_s, QString::number(i)));
+    window->reloadTableViewData();
+    source.deliver(many);
+    window->searchField()->setText(u"needle"_s);
+    EXPECT_EQ(window->items().size(), 2500);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return window->items().size() == 1; }, 2000));
 }

@@ -35,6 +35,7 @@ namespace {
 const QString kGeometryKey = u"MainWindow/Geometry"_s;
 const QString kColumnWidthsKey = u"MainWindow/ColumnWidths"_s;
 const QString kSortKey = u"MainWindow/Sort"_s;
+constexpr qsizetype kImmediateFilterRows = 2000;
 
 QColor toQColor(const std::optional<RgbaColor>& color, const QColor& fallback)
 {
@@ -208,7 +209,17 @@ void CVWindowController::buildToolbar()
     m_toolbar->addWidget(spacer);
 
     m_searchField = new SearchField(m_toolbar);
-    connect(m_searchField, &QLineEdit::textChanged, this, [this] { refreshTableViewData(); });
+    // On a long list every keystroke would re-filter thousands of rows: wait for a pause.
+    m_searchDelay = new QTimer(this);
+    m_searchDelay->setSingleShot(true);
+    m_searchDelay->setInterval(150);
+    connect(m_searchDelay, &QTimer::timeout, this, [this] { refreshTableViewData(); });
+    connect(m_searchField, &QLineEdit::textChanged, this, [this] {
+        if (m_originalItems.size() > kImmediateFilterRows)
+            m_searchDelay->start();
+        else
+            refreshTableViewData();
+    });
     connect(m_searchField, &SearchField::menuItemTriggered, this, [this](QAction* item) {
         if (SearchField::tagOfItem(item) == SearchField::UseSearchExpressionTag)
             toggleUseSearchExpression(item);

@@ -144,6 +144,7 @@ private:
     QComboBox* m_profileButton = nullptr;
     QList<std::shared_ptr<CVFilterProfileInfo>> m_popupProfiles;
     SearchField* m_searchField = nullptr;
+    QTimer* m_searchDelay = nullptr;
     SaveSearchDialog* m_saveSearchWindow = nullptr;
     QLabel* m_rowsLabel = nullptr;
     QLabel* m_roadLabel = nullptr;
