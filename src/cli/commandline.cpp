@@ -148,19 +148,26 @@ int CommandLine::list(const QStringList& arguments)
         return usageError(*error);
     if (!options.files.isEmpty())
         return usageError(u"unexpected argument '%1'"_s.arg(options.files.first()));
-    if (!options.hasInput)
-        return usageError(u"live snapshots are not available yet; use --input FILE"_s);
-
-    QString error;
-    const std::optional<QString> text = readText(options.input, &error);
-    if (!text) {
-        m_err << "corvina: " << error << '\n';
-        m_err.flush();
-        return kExitUnreadable;
-    }
     LsofFetcher fetcher;
-    LsofItemList items = fetcher.parseLsofResult(*text);
-    fetcher.processLsofItemsChanges(items);
+    LsofItemList items;
+    if (options.hasInput) {
+        QString error;
+        const std::optional<QString> text = readText(options.input, &error);
+        if (!text) {
+            m_err << "corvina: " << error << '\n';
+            m_err.flush();
+            return kExitUnreadable;
+        }
+        items = fetcher.parseLsofResult(*text);
+        fetcher.processLsofItemsChanges(items);
+    } else {
+        fetcher.getCurrentItemsWithCompletion([&](const LsofItemList& result) { items = result; });
+        if (items.isEmpty() && !fetcher.lastProblem().isEmpty()) {
+            m_err << "corvina: " << fetcher.lastProblem() << '\n';
+            m_err.flush();
+            return kExitUnreadable;
+        }
+    }
     ItemPrinter(m_out, options.format).print(items);
     return kExitOk;
 }
