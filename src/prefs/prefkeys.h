@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 // Every setting key of the application. Nothing else spells these texts.
 namespace PrefKeys {
@@ -33,5 +34,27 @@ inline const QString CSVFilesLogSplitEveryDay = QStringLiteral("CV:CSVFilesLogSp
 inline const QString ColumnsUserDefault = QStringLiteral("CV:ColumnsUserDefault");
 inline const QString ToolbarAddressAndPortItemState =
     QStringLiteral("CVToolbarAddressAndPortItemState");
+
+// Every key above, in the order the settings are presented.
+inline const QStringList All = {
+    AutoRefreshSetting,
+    ListFontSize,
+    ListBackgroundColor,
+    ListTextColor,
+    NewConnectionBackgroundColor,
+    StateChangedConnectionBackgroundColor,
+    ClosedConnectionBackgroundColor,
+    NotifyNewConnections,
+    NotifyConnectionsStateChange,
+    ResolveRemoteAddressInGrowl,
+    ExcludeAppsForGrowl,
+    LogNewConnectionToCSVFiles,
+    LogConnectionStateChangeToCSVFiles,
+    LogNewConnectionToSystemConsole,
+    LogConnectionStateChangeToSystemConsole,
+    CSVFilesLogSplitEveryDay,
+    ColumnsUserDefault,
+    ToolbarAddressAndPortItemState,
+};
 
 } // namespace PrefKeys
