@@ -15,6 +15,7 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int kExitOk = 0;
+constexpr int kExitUnwritable = 1;
 constexpr int kExitUsage = 2;
 
 enum class Kind { Boolean, Integer, Colour, List, TextList, Text };
@@ -55,6 +56,7 @@ private:
     int get(const QString& key);
     int set(const QString& key, const QString& value);
     int reset(const QString& key);
+    int reportWrite();
     bool checkKey(const QString& key);
     QString currentText(const QString& key);
     // The value to store, or the message saying what the key expects.
@@ -165,6 +167,16 @@ std::variant<QVariant, QString> SettingsCommand::parse(const QString& key,
     return QVariant(text);
 }
 
+int SettingsCommand::reportWrite()
+{
+    const QString error = m_store.lastWriteError();
+    if (error.isNull())
+        return kExitOk;
+    m_err << "corvina: " << error << '\n';
+    m_err.flush();
+    return kExitUnwritable;
+}
+
 int SettingsCommand::list()
 {
     for (const QString& key : PrefKeys::All)
@@ -186,13 +198,13 @@ int SettingsCommand::set(const QString& key, const QString& value)
     if (const auto* message = std::get_if<QString>(&parsed))
         return usage(*message);
     m_store.setObject(key, std::get<QVariant>(parsed));
-    return kExitOk;
+    return reportWrite();
 }
 
 int SettingsCommand::reset(const QString& key)
 {
     m_store.removeObjectForKey(key);
-    return kExitOk;
+    return reportWrite();
 }
 
 } // namespace

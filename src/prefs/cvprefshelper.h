@@ -22,7 +22,8 @@ class UserDefaults;
 //
 // The read accessors used by the acquisition worker (needsNotifyOrLog..., boolForKey,
 // excludeAppsForGrowl, resolveRemoteAddressInGrowl, logFolder, logFileName) are safe to call
-// while the GUI thread uses the object; everything else belongs to the GUI thread.
+// while the GUI thread uses the object; everything else belongs to the GUI thread, which must
+// also be the first to ask for sharedHelper().
 class CVPrefsHelper final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(CVPrefsHelper)

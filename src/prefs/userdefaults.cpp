@@ -239,6 +239,12 @@ QVariant UserDefaults::registeredDefault(const QString& key) const
     return m_registered.value(key);
 }
 
+QString UserDefaults::lastWriteError() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_lastWriteError;
+}
+
 bool UserDefaults::hasStoredValue(const QString& key) const
 {
     QMutexLocker locker(&m_lock);
@@ -365,6 +371,7 @@ void UserDefaults::writeValue(const QString& key, const QVariant* value)
         else
             m_stored.remove(key);
         m_reportedGarbage.clear();
+        m_lastWriteError = failure;
     }
     if (!failure.isEmpty())
         SystemLog::write(failure);

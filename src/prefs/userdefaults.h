@@ -16,8 +16,9 @@ class QTimer;
 // registered default; the INI file keeps only text, so "11" and "true" are the usual stored forms.
 //
 // Reads are safe from any thread. Writes and the file watcher belong to the thread that owns the
-// object. `didChange()` follows every write and removal made here, and every change another
-// process makes to the file.
+// object, which for the application's store is the thread that first asks for it: the GUI thread.
+// `didChange()` follows every write and removal made here, and every change another process makes
+// to the file.
 class UserDefaults final : public QObject {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(UserDefaults)
@@ -52,6 +53,9 @@ public:
     void setInteger(const QString& key, qint64 value) { setObject(key, value); }
     void setString(const QString& key, const QString& value) { setObject(key, value); }
     void removeObjectForKey(const QString& key);
+    // Why the last write did not reach the file (the value still holds for this run); null
+    // when it did.
+    QString lastWriteError() const;
 
     // Re-reads the file; emits didChange() when what it holds differs from what was read last.
     void synchronize();
@@ -69,6 +73,7 @@ private:
     mutable QMutex m_lock;
     QVariantMap m_registered;
     QVariantMap m_stored;
+    QString m_lastWriteError;
     // Keys whose unusable stored value was already logged; forgotten when the store changes.
     mutable QHash<QString, QVariant> m_reportedGarbage;
     QFileSystemWatcher* m_watcher = nullptr;

@@ -27,12 +27,13 @@ protected:
         ASSERT_TRUE(m_home.isValid());
     }
 
-    Outcome corvina(const QStringList& arguments)
+    Outcome corvina(const QStringList& arguments, const QString& configHome = QString())
     {
         QProcess process;
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(u"HOME"_s, m_home.path());
-        environment.insert(u"XDG_CONFIG_HOME"_s, m_home.filePath(u"config"_s));
+        environment.insert(u"XDG_CONFIG_HOME"_s,
+                           configHome.isNull() ? m_home.filePath(u"config"_s) : configHome);
         environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
         process.setProcessEnvironment(environment);
         process.start(QStringLiteral(CORVINA_BINARY_DIR "/src/corvina"),
@@ -130,6 +131,16 @@ TEST_F(SettingsCommandTest, AValueOfTheWrongKindIsRefusedAndNothingChanges)
     EXPECT_FALSE(QFile::exists(settingsFile()) &&
                  UserDefaults(settingsFile()).hasStoredValue(PrefKeys::ListFontSize));
     EXPECT_EQ(get(PrefKeys::NotifyNewConnections), u"true"_s);
+}
+
+TEST_F(SettingsCommandTest, AnUnwritableStoreIsReported)
+{
+    // A folder that cannot be made, even by root: its parent is a plain file.
+    writeWholeFile(m_home.filePath(u"plain"_s), "x");
+    const Outcome run =
+        corvina({u"set"_s, PrefKeys::ListFontSize, u"12"_s}, m_home.filePath(u"plain/config"_s));
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_TRUE(run.err.contains(u"cannot write the settings file"_s)) << run.err.toStdString();
 }
 
 } // namespace
