@@ -18,6 +18,7 @@ private:
     int usageError(const QString& message);
     int replay(const QStringList& arguments);
     int list(const QStringList& arguments);
+    int watch(const QStringList& arguments);
 
     QTextStream& m_out;
     QTextStream& m_err;

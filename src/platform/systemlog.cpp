@@ -20,12 +20,12 @@ void openOnce()
 
 } // namespace
 
-void SystemLog::write(const QString& message)
+void SystemLog::write(const QString& message, bool echo)
 {
     openOnce();
     syslog(LOG_NOTICE, "%s", message.toUtf8().constData());
     QMutexLocker locker(&echoLock);
-    if (echoSink)
+    if (echo && echoSink)
         echoSink(message);
 }
 

@@ -1,5 +1,10 @@
 #include "lsoffetcher.h"
 
+#include "platform/sandbox.h"
+#include "userscript/cvuserscripthelper.h"
+
+#include <QFileInfo>
+
 #include <array>
 #include <optional>
 
@@ -307,4 +312,67 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
             m_reporter->notifyChangedItems(items);
     }
     m_previous = items;
+}
+
+AcquisitionRoads AcquisitionRoads::system()
+{
+    AcquisitionRoads roads;
+    roads.helperInstalled = [] { return false; };
+    roads.runLsofThroughHelper = [](const std::function<void(const QString&)>& reply) {
+        reply(QString());
+    };
+    roads.sandboxed = [] { return Sandbox::isSandboxed(); };
+    roads.scriptPath = [] { return CVUserScriptHelper::scriptPath(); };
+    roads.run = [](const QString& program, const QStringList& arguments,
+                   GACommandRunner::Road road) {
+        return GACommandRunner::runCommandSync(program, arguments, road,
+                                               road == GACommandRunner::Road::Script
+                                                   ? GACommandRunner::kScriptBound
+                                                   : GACommandRunner::kShellBound);
+    };
+    return roads;
+}
+
+LsofItemList LsofFetcher::getLsofItems()
+{
+    const bool script = m_roads.sandboxed();
+    const QString program = script ? m_roads.scriptPath() : GACommandRunner::lsofPath();
+    m_lastRoad = script ? SnapshotSource::Road::Script : SnapshotSource::Road::Direct;
+    const GACommandRunner::SyncResult result =
+        m_roads.run(program, GACommandRunner::lsofArguments(),
+                    script ? GACommandRunner::Road::Script : GACommandRunner::Road::Shell);
+    m_lastProblem = result.problem;
+    if (!script && !QFileInfo(program).isExecutable())
+        m_lastProblem = u"lsof is not installed (looked for /usr/sbin/lsof and /usr/bin/lsof); "
+                        u"install the lsof package to see connections."_s;
+    else if (script && !QFileInfo::exists(program))
+        m_lastProblem = u"The lsof script is not installed at %1."_s.arg(program);
+    return parseLsofResult(result.output);
+}
+
+LsofItemList LsofFetcher::getCurrentItems()
+{
+    LsofItemList items = getLsofItems();
+    processLsofItemsChanges(items);
+    return items;
+}
+
+void LsofFetcher::getCurrentItemsWithCompletion(const std::function<void(LsofItemList)>& completion)
+{
+    std::call_once(m_helperChecked, [this] { m_helperInstalled = m_roads.helperInstalled(); });
+    if (!m_helperInstalled) {
+        completion(getCurrentItems());
+        return;
+    }
+    m_roads.runLsofThroughHelper([this, completion](const QString& text) {
+        if (text.isNull()) {
+            completion(getCurrentItems());
+            return;
+        }
+        m_lastRoad = SnapshotSource::Road::Helper;
+        m_lastProblem.clear();
+        LsofItemList items = parseLsofResult(text);
+        processLsofItemsChanges(items);
+        completion(items);
+    });
 }

@@ -1,11 +1,14 @@
 #pragma once
 
+#include "gacommandrunner.h"
 #include "lsofitem.h"
+#include "snapshotsource.h"
 
 #include <QHash>
 #include <QString>
 
 #include <functional>
+#include <mutex>
 
 // Where a change-detection pass hands its outcome: the reporters (console, CSV log,
 // notifications) implement this. The two questions are asked before the work is done.
@@ -16,6 +19,23 @@ public:
     virtual bool needsNotifyOrLogConnectionStateChange() const = 0;
     virtual void notifyNewItems(const LsofItemList& items) = 0;
     virtual void notifyChangedItems(const LsofItemList& items) = 0;
+};
+
+// The facts acquisition depends on. The application's come from the system; tests inject
+// their own.
+struct AcquisitionRoads {
+    // Asked once per run: is the privileged helper installed?
+    std::function<bool()> helperInstalled;
+    // Asks the helper for lsof's text; the reply (null on any failure) may come on any thread.
+    std::function<void(std::function<void(const QString&)>)> runLsofThroughHelper;
+    // Confined (Flatpak, Snap): lsof runs through the user's script.
+    std::function<bool()> sandboxed;
+    std::function<QString()> scriptPath;
+    std::function<GACommandRunner::SyncResult(const QString& program, const QStringList& arguments,
+                                              GACommandRunner::Road road)>
+        run;
+
+    static AcquisitionRoads system();
 };
 
 // The snapshot service: turns lsof's text into items, matches them against the previous
@@ -41,6 +61,21 @@ public:
     // and keeps the list as the new previous snapshot.
     void processLsofItemsChanges(LsofItemList& items);
 
+    // One snapshot by the local road (the user's script when confined, lsof otherwise), parsed
+    // but without change detection.
+    LsofItemList getLsofItems();
+    // getLsofItems followed by change detection.
+    LsofItemList getCurrentItems();
+    // The snapshot after change detection, through the helper when it is installed (falling back
+    // to the local road when it fails). `completion` is called exactly once: at once on this
+    // thread on the local road, on the reply's thread on the helper road.
+    void getCurrentItemsWithCompletion(const std::function<void(LsofItemList)>& completion);
+
+    void setRoads(AcquisitionRoads roads) { m_roads = std::move(roads); }
+    // How the last snapshot was taken, and why it is empty when something went wrong.
+    SnapshotSource::Road lastRoad() const { return m_lastRoad; }
+    QString lastProblem() const { return m_lastProblem; }
+
     // Not owned; null means nothing is reported.
     void setReporter(ChangeReporting* reporter) { m_reporter = reporter; }
     ChangeReporting* reporter() const { return m_reporter; }
@@ -49,6 +84,11 @@ public:
     const QHash<QString, LsofItemPtr>& identifierMap() const { return m_identifierMap; }
 
 private:
+    AcquisitionRoads m_roads = AcquisitionRoads::system();
+    std::once_flag m_helperChecked;
+    bool m_helperInstalled = false;
+    SnapshotSource::Road m_lastRoad = SnapshotSource::Road::None;
+    QString m_lastProblem;
     LsofItemList m_previous;
     QHash<QString, LsofItemPtr> m_identifierMap;
     ChangeReporting* m_reporter = nullptr;

@@ -115,6 +115,12 @@ public:
     // "<LsofItem: 0x…>: identifier"
     QString description() const;
 
+    // The item's part of a CSV log row: thirteen titles, the keys read for them (each title
+    // without blanks, first letter lower-cased), and the values ("" for null).
+    static QStringList csvTitles();
+    static QStringList csvKeys();
+    QStringList csvLineFields() const;
+
     // Derived values (service names, host name, process information), computed on demand.
     QString localPortName() const;
     QString remotePortName() const;

@@ -1,6 +1,9 @@
 #include "ui/window/cvwindowcontroller.h"
 #include "uitestsupport.h"
 
+#include "prefs/savedsearchlist.h"
+#include "prefs/userdefaults.h"
+
 #include "ui/window/connectiontablemodel.h"
 #include "ui/window/connectiontableview.h"
 #include "ui/window/savesearchdialog.h"
@@ -339,7 +342,7 @@ TEST_F(WindowTest, SavingASearchNeedsTextAndAName)
     EXPECT_EQ(sheet->nameField()->selectedText(), sheet->nameField()->text());
     EXPECT_EQ(sheet->expressionField()->text(), u"remotePort == \"443\""_s);
 
-    QSignalSpy reloads(settings.prefs.get(), &CVPrefsHelper::filterProfilesChanged);
+    QSignalSpy reloads(&SavedSearchList::shared(), &SavedSearchList::filterProfilesChanged);
     sheet->nameField()->clear();
     window->confirmSaveSearchClicked();
     EXPECT_TRUE(sheet->isVisible());
@@ -372,20 +375,20 @@ TEST_F(WindowTest, RebuiltSavedSearchPopUpKeepsTheChoiceOnlyForTheSameObject)
     };
     auto web = make(u"Web"_s);
     auto mail = make(u"Mail"_s);
-    settings.prefs->reloadFilterProfiles();
+    SavedSearchList::shared().reloadFilterProfiles();
     QComboBox* popup = window->filterProfileButton();
     ASSERT_EQ(popup->count(), 3);
     popup->setCurrentIndex(2);
     EXPECT_EQ(window->chosenFilterProfile(), mail);
 
-    settings.prefs->reloadFilterProfiles();
+    SavedSearchList::shared().reloadFilterProfiles();
     EXPECT_EQ(popup->currentIndex(), 2);
     EXPECT_EQ(window->chosenFilterProfile(), mail);
 
     // A profile of the same name in another object is not the chosen one.
     CVFilterProfileInfo::store().removeAll(mail);
     auto copy = make(u"Mail"_s);
-    settings.prefs->reloadFilterProfiles();
+    SavedSearchList::shared().reloadFilterProfiles();
     EXPECT_EQ(popup->count(), 3);
     EXPECT_EQ(popup->currentIndex(), 0);
     EXPECT_EQ(window->chosenFilterProfile(), nullptr);
@@ -397,7 +400,7 @@ TEST_F(WindowTest, BecomingActiveReloadsSavedSearchesAndRunsTheScriptCheck)
     auto window = makeWindow();
     int checks = 0;
     window->setBecameMainHandler([&] { ++checks; });
-    QSignalSpy reloads(settings.prefs.get(), &CVPrefsHelper::filterProfilesChanged);
+    QSignalSpy reloads(&SavedSearchList::shared(), &SavedSearchList::filterProfilesChanged);
     QEvent activate(QEvent::WindowActivate);
     QCoreApplication::sendEvent(window.get(), &activate);
     EXPECT_EQ(checks, 1);

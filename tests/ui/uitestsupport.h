@@ -1,6 +1,7 @@
 #pragma once
 
 #include "prefs/cvprefshelper.h"
+#include "prefs/userdefaults.h"
 #include "snapshot/snapshotsource.h"
 
 #include <QTemporaryDir>

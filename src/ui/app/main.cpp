@@ -1,7 +1,9 @@
+#include "changes/changereporter.h"
+#include "changes/connectionlog.h"
 #include "cli/commandline.h"
 #include "cvappdelegate.h"
-#include "localsnapshotsource.h"
 #include "prefs/cvprefshelper.h"
+#include "snapshot/lsofsnapshotworker.h"
 
 #include <QApplication>
 #include <QIcon>
@@ -64,8 +66,25 @@ int main(int argc, char* argv[])
     if (QIcon::themeName().isEmpty() || QIcon::themeName() == u"hicolor"_s)
         QIcon::setThemeName(u"Adwaita"_s);
 
-    LocalSnapshotSource source;
-    CVAppDelegate delegate(source, CVPrefsHelper::sharedHelper());
+    CVPrefsHelper& prefs = CVPrefsHelper::sharedHelper();
+    LsofFetcher& fetcher = LsofFetcher::shared();
+    ConnectionLog log(prefs);
+    ChangeReporter reporter(prefs, log);
+    fetcher.setReporter(&reporter);
+    LsofSnapshotWorker source(fetcher);
+    CVAppDelegate delegate(source, prefs);
+    // Announcements are assembled on the acquisition thread; notifications go from this one.
+    reporter.setAnnouncementSink([&delegate](const ChangeReporter::Announcement& announcement) {
+        QMetaObject::invokeMethod(
+            &delegate,
+            [&delegate, announcement] {
+                delegate.deliverNotification(QStringList{announcement.title} + announcement.lines);
+            },
+            Qt::QueuedConnection);
+    });
     delegate.showMainWindow();
+    const int status = app.exec();
+    fetcher.setReporter(nullptr);
+    return status;
     return app.exec();
 }

@@ -6,6 +6,8 @@
 #include "filter/itemfilter.h"
 #include "imageandtextcell.h"
 #include "prefs/cvprefshelper.h"
+#include "prefs/savedsearchlist.h"
+#include "prefs/userdefaults.h"
 #include "savesearchdialog.h"
 #include "searchfield.h"
 #include "segmentedcontrol.h"
@@ -61,7 +63,7 @@ CVWindowController::CVWindowController(SnapshotSource& source, CVPrefsHelper& pr
 {
     setWindowTitle(tr("Corvina"));
     setWindowIcon(QIcon::fromTheme(u"network-workgroup"_s, QIcon::fromTheme(u"network-wired"_s)));
-    connect(&m_prefs, &CVPrefsHelper::filterProfilesChanged, this,
+    connect(&SavedSearchList::shared(), &SavedSearchList::filterProfilesChanged, this,
             &CVWindowController::filterProfilesChanged);
     connect(&m_source, &SnapshotSource::snapshotReady, this, &CVWindowController::applySnapshot);
     m_confirmTerminate = [this](const QString& appName) {
@@ -141,7 +143,7 @@ void CVWindowController::buildTable()
     connect(header, &QHeaderView::sortIndicatorChanged, this, [this] { refreshTableViewData(); });
     connect(header, &QHeaderView::sectionMoved, this, [this] { m_headerMenu->saveTableColumns(); });
 
-    m_headerMenu = new TableColumnsMenu(*m_table, m_prefs.userDefaults(), this);
+    m_headerMenu = new TableColumnsMenu(*m_table, m_prefs.defaultsStore(), this);
 
     m_rowsLabel = new QLabel(this);
     m_roadLabel = new QLabel(this);
@@ -170,8 +172,8 @@ void CVWindowController::buildToolbar()
     for (int seconds : periods)
         m_refreshButton->addItem(seconds == 0 ? tr("Off") : tr("%n s", nullptr, seconds), seconds);
     connect(m_refreshButton, &QComboBox::activated, this, [this](int index) {
-        m_prefs.userDefaults().setObject(PrefKeys::AutoRefreshSetting,
-                                         m_refreshButton->itemData(index).toLongLong());
+        m_prefs.defaultsStore().setObject(PrefKeys::AutoRefreshSetting,
+                                          m_refreshButton->itemData(index).toLongLong());
         autoRefreshClicked();
     });
     toolbarItem(m_toolbar, u"CVToolbarRefreshItem"_s, m_refreshButton,
@@ -314,7 +316,7 @@ void CVWindowController::updateContextMenu()
 
 void CVWindowController::toggleAutoRefresh()
 {
-    const qint64 seconds = m_prefs.userDefaults().integerForKey(PrefKeys::AutoRefreshSetting);
+    const qint64 seconds = m_prefs.defaultsStore().integerForKey(PrefKeys::AutoRefreshSetting);
     if (m_autoRefreshTimer) {
         m_autoRefreshTimer->stop();
         delete m_autoRefreshTimer.data();
@@ -335,7 +337,7 @@ void CVWindowController::autoRefreshClicked()
 
 void CVWindowController::syncRefreshButton()
 {
-    const qint64 seconds = m_prefs.userDefaults().integerForKey(PrefKeys::AutoRefreshSetting);
+    const qint64 seconds = m_prefs.defaultsStore().integerForKey(PrefKeys::AutoRefreshSetting);
     const qint64 shown = std::max<qint64>(seconds, 0);
     int index = m_refreshButton->findData(shown);
     if (index < 0) {
@@ -461,7 +463,7 @@ void CVWindowController::filterProfilesChanged()
         m_profileButton->removeItem(m_profileButton->count() - 1);
     m_popupProfiles.clear();
     m_profileButton->setCurrentIndex(0);
-    const auto profiles = m_prefs.filterProfiles();
+    const auto profiles = SavedSearchList::shared().filterProfiles();
     for (const auto& profile : profiles) {
         m_popupProfiles.append(profile);
         m_profileButton->addItem(profile->profileName());
@@ -505,7 +507,7 @@ void CVWindowController::toggleUseSearchExpression(QAction* sender)
 void CVWindowController::toggleHasRemoteAddress()
 {
     const QVariant stored =
-        m_prefs.userDefaults().objectForKey(PrefKeys::ToolbarAddressAndPortItemState);
+        m_prefs.defaultsStore().objectForKey(PrefKeys::ToolbarAddressAndPortItemState);
     const bool wasOn = !(stored.typeId() == QMetaType::QString && stored.toString() == u"0"_s);
     // The new state is the opposite of the saved one, whatever the click did to the segment.
     m_remoteControl->setSelected(wasOn, 0);
@@ -540,7 +542,7 @@ void CVWindowController::confirmSaveSearchClicked()
     profile->setProfileName(name->text());
     profile->setSearchExpression(m_saveSearchWindow->expressionField()->text());
     profile->save();
-    m_prefs.reloadFilterProfiles();
+    SavedSearchList::shared().reloadFilterProfiles();
     m_saveSearchWindow->hide();
     m_saveSearchWindow->setResult(QDialog::Accepted);
 }
@@ -553,14 +555,14 @@ void CVWindowController::cancelSaveSearchClicked()
 
 void CVWindowController::saveToolbarItemsState()
 {
-    ToolbarState::save(*m_toolbar, m_prefs.userDefaults());
+    ToolbarState::save(*m_toolbar, m_prefs.defaultsStore());
 }
 
 void CVWindowController::restoreToolbarItemsState()
 {
     // Restoring the search text must not start a refresh before the window is set up.
     const QSignalBlocker blocker(m_searchField);
-    ToolbarState::restore(*m_toolbar, m_prefs.userDefaults());
+    ToolbarState::restore(*m_toolbar, m_prefs.defaultsStore());
 }
 
 // Row commands.
@@ -718,7 +720,7 @@ void CVWindowController::closeEvent(QCloseEvent* event)
 bool CVWindowController::event(QEvent* event)
 {
     if (event->type() == QEvent::WindowActivate) {
-        m_prefs.reloadFilterProfiles();
+        SavedSearchList::shared().reloadFilterProfiles();
         if (m_becameMainHandler)
             m_becameMainHandler();
     }
@@ -749,7 +751,7 @@ void CVWindowController::updateStatusBar()
 
 void CVWindowController::restoreWindowState()
 {
-    const UserDefaults& defaults = m_prefs.userDefaults();
+    const UserDefaults& defaults = m_prefs.defaultsStore();
     const QByteArray geometry = defaults.objectForKey(kGeometryKey).toByteArray();
     if (geometry.isEmpty() || !restoreGeometry(geometry))
         resize(1180, 640);
@@ -772,7 +774,7 @@ void CVWindowController::restoreWindowState()
 
 void CVWindowController::saveWindowState()
 {
-    UserDefaults& defaults = m_prefs.userDefaults();
+    UserDefaults& defaults = m_prefs.defaultsStore();
     QVariantMap widths;
     const QHeaderView* header = m_table->horizontalHeader();
     for (int column = 0; column < m_model->columnCount(); ++column) {

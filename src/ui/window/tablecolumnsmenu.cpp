@@ -1,6 +1,7 @@
 #include "tablecolumnsmenu.h"
 
 #include "prefs/cvprefshelper.h"
+#include "prefs/userdefaults.h"
 
 #include <QHeaderView>
 #include <QTableView>

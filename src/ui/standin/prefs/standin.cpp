@@ -1,9 +1,8 @@
 // Stand-in until the prefs and filter branches are merged; deleted then.
 #include "filter/itemfilter.h"
-#include "prefs/cvprefshelper.h"
+#include "prefs/savedsearchlist.h"
 
 #include <QRegularExpression>
-#include <QStandardPaths>
 
 QList<std::shared_ptr<CVFilterProfileInfo>>& CVFilterProfileInfo::store()
 {
@@ -21,55 +20,15 @@ void CVFilterProfileInfo::save()
     store().append(std::shared_ptr<CVFilterProfileInfo>(shared_from_this()));
 }
 
-CVPrefsHelper::CVPrefsHelper(UserDefaults& defaults, QObject* parent)
-    : QObject(parent), m_defaults(defaults)
+SavedSearchList& SavedSearchList::shared()
 {
-    connect(&m_defaults, &UserDefaults::didChange, this, &CVPrefsHelper::defaultsChanged);
+    static SavedSearchList list;
+    return list;
 }
 
-CVPrefsHelper& CVPrefsHelper::sharedHelper()
+void SavedSearchList::reloadFilterProfiles()
 {
-    static UserDefaults defaults(QStandardPaths::writableLocation(QStandardPaths::ConfigLocation) +
-                                 QStringLiteral("/Corvina/Corvina.conf"));
-    static CVPrefsHelper helper(defaults);
-    return helper;
-}
-
-quint64 CVPrefsHelper::listFontSize() const
-{
-    const QVariant v = m_defaults.objectForKey(PrefKeys::ListFontSize);
-    return v.isValid() ? v.toULongLong() : 11;
-}
-
-std::optional<RgbaColor> CVPrefsHelper::colorForKey(const QString& key) const
-{
-    const QVariant v = m_defaults.objectForKey(key);
-    if (v.isValid()) {
-        const QString t = v.toString();
-        bool ok = false;
-        const uint argb = t.mid(1).toUInt(&ok, 16);
-        if (ok && t.size() == 9)
-            return RgbaColor{quint8(argb >> 16), quint8(argb >> 8), quint8(argb),
-                             quint8(argb >> 24)};
-    }
-    if (key == PrefKeys::ListBackgroundColor)
-        return RgbaColor{255, 255, 255, 255};
-    if (key == PrefKeys::ListTextColor)
-        return RgbaColor{0, 0, 0, 255};
-    if (key == PrefKeys::NewConnectionBackgroundColor)
-        return RgbaColor{0, 255, 0, 255};
-    if (key == PrefKeys::StateChangedConnectionBackgroundColor)
-        return RgbaColor{255, 255, 0, 255};
-    if (key == PrefKeys::ClosedConnectionBackgroundColor)
-        return RgbaColor{255, 0, 0, 255};
-    return std::nullopt;
-}
-
-void CVPrefsHelper::reloadFilterProfiles()
-{
-    m_profiles.clear();
-    for (const auto& p : CVFilterProfileInfo::store())
-        m_profiles.append(p);
+    m_profiles = CVFilterProfileInfo::store();
     Q_EMIT filterProfilesChanged();
 }
 

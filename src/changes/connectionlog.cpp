@@ -1,0 +1,69 @@
+#include "connectionlog.h"
+
+#include "prefs/cvprefshelper.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QLocale>
+
+using namespace Qt::StringLiterals;
+
+ConnectionLog::ConnectionLog(CVPrefsHelper& prefs)
+    : m_prefs(prefs), m_clock([] { return QDateTime::currentDateTime(); })
+{
+}
+
+ConnectionLog::~ConnectionLog() = default;
+
+QStringList ConnectionLog::titles()
+{
+    return QStringList{u"Time"_s, u"Timestamp"_s, u"Action"_s} + LsofItem::csvTitles();
+}
+
+void ConnectionLog::setupCSVWriter()
+{
+    const QString name = m_prefs.logFileName();
+    if (name != m_fileName) {
+        m_writer.reset();
+        m_fileName = name;
+    }
+    if (m_writer)
+        return;
+    const QString folder = m_prefs.logFolder();
+    // Created only when a writer is (re)opened: a folder deleted while the file is open comes
+    // back at the next new file, not at every pass.
+    if (!QFileInfo::exists(folder))
+        QDir().mkpath(folder);
+    m_writer = std::make_unique<CHCSVWriter>(folder + u'/' + m_fileName, titles(), false);
+}
+
+QStringList ConnectionLog::timeFieldsForAction(const QString& action) const
+{
+    const QDateTime now = m_clock();
+    return {QLocale().toString(now, QLocale::LongFormat), QString::number(now.toSecsSinceEpoch()),
+            action};
+}
+
+void ConnectionLog::writePass(const QString& action, const LsofItemList& items)
+{
+    setupCSVWriter();
+    const QStringList timeFields = timeFieldsForAction(action);
+    for (const LsofItemPtr& item : items) {
+        m_writer->writeFieldsWithArray(timeFields);
+        m_writer->writeLineWithFields(item->csvLineFields());
+    }
+    m_writer->flush();
+    // The writer has said why once; a fresh writer next pass retries the folder and the file,
+    // so logging resumes as soon as writing is possible again. Rows on disk are never touched.
+    if (!m_writer->ok())
+        m_writer.reset();
+}
+
+void ConnectionLog::close()
+{
+    if (!m_writer)
+        return;
+    m_writer->flush();
+    m_writer->closeFile();
+    m_writer.reset();
+}

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "lsoffetcher.h"
+#include "snapshotsource.h"
+
+#include <QThread>
+
+#include <atomic>
+
+// The application's snapshot source: lsof, parsing and change detection on one worker thread,
+// the result posted back to the thread that owns this object. A request made while the
+// previous acquisition is still running is refused, so acquisitions never overlap.
+class LsofSnapshotWorker final : public SnapshotSource {
+    Q_OBJECT
+public:
+    explicit LsofSnapshotWorker(LsofFetcher& fetcher, QObject* parent = nullptr);
+    ~LsofSnapshotWorker() override;
+    Q_DISABLE_COPY_MOVE(LsofSnapshotWorker)
+
+    bool requestSnapshot() override;
+    Road lastRoad() const override { return m_road; }
+    bool isBusy() const { return m_busy.load(); }
+
+private:
+    void deliver(const LsofItemList& items, Road road, const QString& problem);
+
+    LsofFetcher& m_fetcher;
+    QThread m_thread;
+    QObject* m_context;
+    std::atomic<bool> m_busy{false};
+    Road m_road = Road::None;
+};

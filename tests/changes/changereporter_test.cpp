@@ -1,0 +1,142 @@
+#include "changes/changereporter.h"
+#include "changes/connectionlog.h"
+#include "platform/systemlog.h"
+#include "prefs/cvprefshelper.h"
+#include "prefs/prefkeys.h"
+#include "prefs/userdefaults.h"
+#include "snapshot/lsofdata.h"
+
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class ReporterTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_prefs.setLogFolder(m_dir.filePath(u"Logs"_s));
+        m_store.setBool(PrefKeys::LogNewConnectionToSystemConsole, true);
+        m_store.setBool(PrefKeys::LogConnectionStateChangeToSystemConsole, true);
+        m_store.setBool(PrefKeys::LogNewConnectionToCSVFiles, false);
+        m_store.setBool(PrefKeys::NotifyConnectionsStateChange, true);
+        m_fetcher.setReporter(&m_reporter);
+        m_reporter.setAnnouncementSink(
+            [this](const ChangeReporter::Announcement& a) { m_announced << a; });
+        SystemLog::setEcho([this](const QString& message) { m_logged << message; });
+    }
+    void TearDown() override { SystemLog::setEcho({}); }
+
+    LsofItemList pass(const QStringList& lines)
+    {
+        LsofItemList items = m_fetcher.parseLsofResult(kLsofHeader + u'\n' + lines.join(u'\n'));
+        m_fetcher.processLsofItemsChanges(items);
+        return items;
+    }
+
+    QTemporaryDir m_dir;
+    UserDefaults m_store{m_dir.filePath(u"Corvina.conf"_s)};
+    CVPrefsHelper m_prefs{m_store};
+    ConnectionLog m_log{m_prefs};
+    ChangeReporter m_reporter{m_prefs, m_log};
+    LsofFetcher m_fetcher;
+    QStringList m_logged;
+    QList<ChangeReporter::Announcement> m_announced;
+};
+
+QString tcp(const QString& command, int fd, const QString& name)
+{
+    return lsofLine(command, 42, QString::number(fd) + u'u', u"IPv4"_s, 9000 + fd, u"TCP"_s, name);
+}
+
+} // namespace
+
+TEST_F(ReporterTest, ConsoleMessagesForNewAndChangedConnections)
+{
+    pass({tcp(u"app"_s, 3, u"10.0.0.2:51000->198.51.100.7:443 (ESTABLISHED)"_s)});
+    pass({tcp(u"app"_s, 3, u"10.0.0.2:51000->198.51.100.7:443 (ESTABLISHED)"_s),
+          tcp(u"foo"_s, 4, u"*:8080 (LISTEN)"_s),
+          lsofLine(u"dns"_s, 42, u"5u"_s, u"IPv6"_s, 9005, u"UDP"_s, u"[fe80::1%lo0]:5353 "_s)});
+    ASSERT_EQ(m_logged.size(), 1);
+    // A "%" reaches the log as written, never as a conversion.
+    EXPECT_EQ(m_logged[0], u"New Connections\nfoo *:8080\ndns [fe80::1%lo0]:5353"_s);
+
+    m_logged.clear();
+    pass({tcp(u"foo"_s, 4, u"*:8080 (LISTEN)"_s)});
+    ASSERT_EQ(m_logged.size(), 1);
+    EXPECT_EQ(m_logged[0], u"State Changed\n"
+                           u"app 10.0.0.2:51000 => 198.51.100.7:443  ESTABLISHED => Closed\n"
+                           u"dns [fe80::1%lo0]:5353  (null)"_s.replace(u"(null)"_s, u"Closed"_s));
+}
+
+TEST_F(ReporterTest, StateChangeWithoutAnOldStateShowsOnlyTheNewOne)
+{
+    pass({tcp(u"app"_s, 3, u"10.0.0.2:5000"_s)});
+    pass({tcp(u"app"_s, 3, u"10.0.0.2:5000"_s)});
+    m_logged.clear();
+    // Same identifier, now with a state: the earlier pass had none, so nothing changed.
+    pass({tcp(u"app"_s, 3, u"10.0.0.2:5000 (LISTEN)"_s)});
+    EXPECT_TRUE(m_logged.isEmpty());
+
+    LsofItemList items = pass({});
+    Q_UNUSED(items);
+    LsofItem item;
+    item.setProcessName(u"app"_s);
+    item.setLocalAddress(u"10.0.0.2"_s);
+    item.setLocalPort(u"5000"_s);
+    item.setState(u"CLOSE_WAIT"_s);
+    EXPECT_EQ(ChangeReporter::changedItemsMessage({std::shared_ptr<LsofItem>(&item, [](auto*) {})}),
+              u"State Changed\napp 10.0.0.2:5000  CLOSE_WAIT"_s);
+}
+
+TEST_F(ReporterTest, AnnouncementsGroupByApplicationAndSkipListeners)
+{
+    pass({tcp(u"idle"_s, 2, u"*:22 (LISTEN)"_s)});
+    QStringList lines = {tcp(u"idle"_s, 2, u"*:22 (LISTEN)"_s),
+                         tcp(u"srv"_s, 3, u"*:80 (LISTEN)"_s)};
+    for (int fd = 10; fd < 22; ++fd)
+        lines << tcp(u"browser"_s, fd,
+                     u"10.0.0.2:%1->198.51.100.7:443 (ESTABLISHED)"_s.arg(50000 + fd));
+    pass(lines);
+
+    ASSERT_EQ(m_announced.size(), 1);
+    EXPECT_EQ(m_announced[0].title, u"New Connections"_s);
+    // Twelve connections to one endpoint: one application line, one endpoint line.
+    EXPECT_EQ(m_announced[0].lines, (QStringList{u"browser"_s, u"  198.51.100.7:443"_s}));
+    // The console still lists every new connection, listeners included.
+    ASSERT_EQ(m_logged.size(), 1);
+    EXPECT_EQ(m_logged[0].count(u'\n'), 13);
+}
+
+TEST_F(ReporterTest, ExcludedApplicationsAreLoggedButNotAnnounced)
+{
+    m_prefs.addExcludeAppForGrowNotification(u"browser"_s);
+    pass({tcp(u"idle"_s, 2, u"*:22 (LISTEN)"_s)});
+    pass({tcp(u"idle"_s, 2, u"*:22 (LISTEN)"_s),
+          tcp(u"browser"_s, 3, u"10.0.0.2:50000->198.51.100.7:443 (ESTABLISHED)"_s)});
+    EXPECT_TRUE(m_announced.isEmpty());
+    EXPECT_EQ(m_logged.size(), 1);
+
+    m_store.setBool(PrefKeys::NotifyNewConnections, false);
+    m_prefs.removeExcludeAppForGrowlNotification(u"browser"_s);
+    pass({tcp(u"idle"_s, 2, u"*:22 (LISTEN)"_s),
+          tcp(u"browser"_s, 3, u"10.0.0.2:50000->198.51.100.7:443 (ESTABLISHED)"_s),
+          tcp(u"browser"_s, 4, u"10.0.0.2:50001->198.51.100.7:443 (ESTABLISHED)"_s)});
+    EXPECT_TRUE(m_announced.isEmpty()) << "announcing new connections is switched off";
+}
+
+TEST_F(ReporterTest, ChangedAnnouncementCarriesEndpointAndStates)
+{
+    pass({tcp(u"app"_s, 3, u"10.0.0.2:51000->198.51.100.7:443 (SYN_SENT)"_s),
+          tcp(u"app"_s, 4, u"*:8080 (LISTEN)"_s)});
+    pass({tcp(u"app"_s, 3, u"10.0.0.2:51000->198.51.100.7:443 (ESTABLISHED)"_s)});
+    ASSERT_EQ(m_announced.size(), 1);
+    EXPECT_EQ(m_announced[0].title, u"State Changed"_s);
+    EXPECT_EQ(m_announced[0].lines,
+              (QStringList{u"app"_s, u"  198.51.100.7:443\n    SYN_SENT => ESTABLISHED"_s,
+                           u"  Closed"_s}))
+        << "the listener was seen once: it has no old state";
+}

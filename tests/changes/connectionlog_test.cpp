@@ -1,0 +1,144 @@
+#include "changes/changereporter.h"
+#include "changes/connectionlog.h"
+#include "platform/systemlog.h"
+#include "prefs/cvprefshelper.h"
+#include "prefs/prefkeys.h"
+#include "prefs/userdefaults.h"
+#include "snapshot/lsofdata.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString kTitles = u"Time,Timestamp,Action,Process Id,Localized App Name,Type,Protocol,"
+                        u"Local Address,Local Port,Local Port Name,Remote Address,"
+                        u"Remote Hostname,Remote Port,Remote Port Name,State,Process Path"_s;
+
+class ConnectionLogTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        m_prefs.setLogFolder(folder());
+        m_now = QDateTime(QDate(2026, 11, 22), QTime(23, 59, 30));
+        const auto clock = [this] { return m_now; };
+        m_prefs.setClock(clock);
+        m_log.setClock(clock);
+        m_store.setBool(PrefKeys::LogConnectionStateChangeToCSVFiles, true);
+        m_fetcher.setReporter(&m_reporter);
+        SystemLog::setEcho([this](const QString& message) { m_logged << message; });
+    }
+    void TearDown() override { SystemLog::setEcho({}); }
+
+    QString folder() const { return m_dir.filePath(u"Logs"_s); }
+    QStringList rows(const QString& name) const
+    {
+        QFile file(folder() + u'/' + name);
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
+        return QString::fromUtf8(file.readAll()).split(u'\n');
+    }
+    void pass(const QStringList& names)
+    {
+        QString text = kLsofHeader + u'\n';
+        for (qsizetype fd = 3; fd < names.size() + 3; ++fd)
+            text += lsofLine(u"app"_s, 42, QString::number(fd) + u'u', u"IPv4"_s, int(700 + fd),
+                             u"TCP"_s, names[fd - 3]) +
+                    u'\n';
+        LsofItemList items = m_fetcher.parseLsofResult(text);
+        m_fetcher.processLsofItemsChanges(items);
+    }
+
+    QTemporaryDir m_dir;
+    UserDefaults m_store{m_dir.filePath(u"Corvina.conf"_s)};
+    CVPrefsHelper m_prefs{m_store};
+    ConnectionLog m_log{m_prefs};
+    ChangeReporter m_reporter{m_prefs, m_log};
+    LsofFetcher m_fetcher;
+    QDateTime m_now;
+    QStringList m_logged;
+};
+
+// Everything after the time column, which follows the user's locale and time zone.
+QString afterTime(const QString& row, const QDateTime& time)
+{
+    return row.mid(row.indexOf(u',' + QString::number(time.toSecsSinceEpoch())) + 1);
+}
+
+} // namespace
+
+TEST_F(ConnectionLogTest, NewFileStartsWithTitlesAndRowsCarryThePassTime)
+{
+    pass({u"*:22 (LISTEN)"_s});
+    pass({u"*:22 (LISTEN)"_s, u"10.0.0.2:50000->198.51.100.7:443 (ESTABLISHED)"_s});
+    const QStringList lines = rows(u"CorvinaLog-20261122.csv"_s);
+    ASSERT_EQ(lines.size(), 3) << lines.join(u'|').toStdString();
+    EXPECT_EQ(lines[0], kTitles);
+    EXPECT_EQ(afterTime(lines[1], m_now),
+              QString::number(m_now.toSecsSinceEpoch()) +
+                  u",New,42,app,IPv4,TCP,10.0.0.2,50000,,198.51.100.7,,443,,ESTABLISHED,app"_s);
+    EXPECT_TRUE(lines[1].startsWith(u'"')) << "the long date holds a comma and is quoted";
+    EXPECT_EQ(lines[2], u""_s);
+}
+
+TEST_F(ConnectionLogTest, ClosedConnectionsAreStateChangesAndMidnightStartsANewFile)
+{
+    pass({u"*:22 (LISTEN)"_s});
+    pass({u"*:22 (LISTEN)"_s, u"10.0.0.2:50000->198.51.100.7:443 (ESTABLISHED)"_s});
+    m_now = m_now.addSecs(60);
+    pass({u"*:22 (LISTEN)"_s});
+
+    const QStringList before = rows(u"CorvinaLog-20261122.csv"_s);
+    const QStringList after = rows(u"CorvinaLog-20261123.csv"_s);
+    ASSERT_EQ(before.size(), 3);
+    ASSERT_EQ(after.size(), 3) << after.join(u'|').toStdString();
+    EXPECT_EQ(after[0], kTitles);
+    EXPECT_TRUE(
+        afterTime(after[1], m_now)
+            .startsWith(QString::number(m_now.toSecsSinceEpoch()) + u",State Changed,42,"_s));
+    EXPECT_TRUE(after[1].endsWith(u",443,,Closed,app"_s));
+
+    // With the split off, every pass goes to one file.
+    m_store.setBool(PrefKeys::CSVFilesLogSplitEveryDay, false);
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s});
+    EXPECT_EQ(rows(u"CorvinaLog.csv"_s).size(), 3);
+}
+
+TEST_F(ConnectionLogTest, ReopeningAppendsWithoutASecondTitleRow)
+{
+    pass({u"*:22 (LISTEN)"_s});
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s});
+    m_log.close();
+    ConnectionLog restarted(m_prefs);
+    restarted.setClock([this] { return m_now; });
+    ChangeReporter reporter(m_prefs, restarted);
+    m_fetcher.setReporter(&reporter);
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s, u"*:24 (LISTEN)"_s});
+    const QStringList lines = rows(u"CorvinaLog-20261122.csv"_s);
+    ASSERT_EQ(lines.size(), 4);
+    EXPECT_EQ(lines.count(kTitles), 1);
+}
+
+TEST_F(ConnectionLogTest, AnUnwritableFolderSaysWhyOnceAndLoggingResumes)
+{
+    pass({u"*:22 (LISTEN)"_s});
+    // A file where the folder should be: nothing can be created there.
+    QFile blocker(folder());
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s});
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s, u"*:24 (LISTEN)"_s});
+    EXPECT_GE(m_logged.size(), 1);
+    EXPECT_LE(m_logged.size(), 2) << m_logged.join(u'|').toStdString();
+
+    QFile::remove(folder());
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s, u"*:24 (LISTEN)"_s, u"*:25 (LISTEN)"_s});
+    const QStringList lines = rows(u"CorvinaLog-20261122.csv"_s);
+    ASSERT_EQ(lines.size(), 3) << "the folder came back with the next writer";
+    EXPECT_TRUE(lines[1].contains(u",25,"_s));
+}

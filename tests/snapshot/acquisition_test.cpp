@@ -1,0 +1,139 @@
+#include "lsofdata.h"
+#include "snapshot/lsoffetcher.h"
+#include "snapshot/lsofsnapshotworker.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+using Road = SnapshotSource::Road;
+
+namespace {
+
+struct FakeSystem {
+    bool helperInstalled = false;
+    QString helperReply; // null: the helper failed
+    bool sandboxed = false;
+    int helperChecks = 0, helperRequests = 0;
+    QStringList programsRun;
+    QString localOutput;
+
+    AcquisitionRoads roads()
+    {
+        AcquisitionRoads r;
+        r.helperInstalled = [this] {
+            ++helperChecks;
+            return helperInstalled;
+        };
+        r.runLsofThroughHelper = [this](const std::function<void(const QString&)>& reply) {
+            ++helperRequests;
+            reply(helperReply);
+        };
+        r.sandboxed = [this] { return sandboxed; };
+        r.scriptPath = [] { return u"/scripts/user_script.sh"_s; };
+        r.run = [this](const QString& program, const QStringList& arguments,
+                       GACommandRunner::Road) {
+            programsRun << program + u' ' + arguments.join(u' ');
+            GACommandRunner::SyncResult result;
+            result.output = localOutput;
+            result.started = true;
+            return result;
+        };
+        return r;
+    }
+};
+
+class CountingReporter final : public ChangeReporting {
+public:
+    int passes = 0;
+    bool needsNotifyOrLogNewConnections() const override { return true; }
+    bool needsNotifyOrLogConnectionStateChange() const override { return false; }
+    void notifyNewItems(const LsofItemList&) override { ++passes; }
+    void notifyChangedItems(const LsofItemList&) override {}
+};
+
+} // namespace
+
+TEST(Acquisition, HelperRoadNeverRunsLsofLocally)
+{
+    FakeSystem system;
+    system.helperInstalled = true;
+    system.helperReply = lsofData("sequence-1.txt");
+    LsofFetcher fetcher;
+    fetcher.setRoads(system.roads());
+    int calls = 0;
+    LsofItemList received;
+    fetcher.getCurrentItemsWithCompletion([&](const LsofItemList& items) {
+        ++calls;
+        received = items;
+    });
+    fetcher.getCurrentItemsWithCompletion([&](const LsofItemList&) { ++calls; });
+    EXPECT_EQ(calls, 2);
+    EXPECT_EQ(received.size(), 5);
+    EXPECT_TRUE(system.programsRun.isEmpty());
+    EXPECT_EQ(system.helperChecks, 1) << "asked once per run";
+    EXPECT_EQ(fetcher.lastRoad(), Road::Helper);
+}
+
+TEST(Acquisition, FailedHelperFallsBackWithOneDetectionPass)
+{
+    FakeSystem system;
+    system.helperInstalled = true;
+    system.localOutput = lsofData("sequence-1.txt");
+    LsofFetcher fetcher;
+    fetcher.setRoads(system.roads());
+    CountingReporter reporter;
+    fetcher.setReporter(&reporter);
+    LsofItemList received;
+    fetcher.getCurrentItemsWithCompletion([&](const LsofItemList& items) { received = items; });
+    EXPECT_EQ(received.size(), 5);
+    EXPECT_EQ(reporter.passes, 1);
+    EXPECT_EQ(system.helperRequests, 1);
+    EXPECT_EQ(system.programsRun.size(), 1);
+    EXPECT_EQ(fetcher.lastRoad(), Road::Direct);
+}
+
+TEST(Acquisition, LocalRoadIsTheScriptWhenConfinedAndLsofOtherwise)
+{
+    FakeSystem system;
+    system.localOutput = lsofData("sequence-1.txt");
+    LsofFetcher fetcher;
+    fetcher.setRoads(system.roads());
+    fetcher.getCurrentItemsWithCompletion([](const LsofItemList&) {});
+    ASSERT_EQ(system.programsRun.size(), 1);
+    EXPECT_EQ(system.programsRun[0], GACommandRunner::lsofPath() + u" -i -n -P +c 0"_s);
+    EXPECT_EQ(system.helperRequests, 0);
+
+    system.sandboxed = true;
+    EXPECT_EQ(fetcher.getLsofItems().size(), 5);
+    EXPECT_EQ(system.programsRun[1], u"/scripts/user_script.sh -i -n -P +c 0"_s);
+    EXPECT_EQ(fetcher.lastRoad(), Road::Script);
+    EXPECT_NE(fetcher.lastProblem().indexOf(u"script"_s), -1) << "the script is not there";
+}
+
+TEST(Acquisition, WorkerDeliversOncePerRequestAndRefusesOverlaps)
+{
+    int argc = 0;
+    QCoreApplication app(argc, nullptr);
+    FakeSystem system;
+    system.localOutput = lsofData("sequence-1.txt");
+    LsofFetcher fetcher;
+    fetcher.setRoads(system.roads());
+    LsofSnapshotWorker worker(fetcher);
+    QList<LsofItemList> delivered;
+    QObject::connect(&worker, &SnapshotSource::snapshotReady, &worker,
+                     [&](const LsofItemList& items) { delivered << items; });
+
+    EXPECT_TRUE(worker.requestSnapshot());
+    EXPECT_FALSE(worker.requestSnapshot()) << "the first acquisition has not been delivered";
+    QEventLoop loop;
+    QTimer::singleShot(5000, &loop, &QEventLoop::quit);
+    QObject::connect(&worker, &SnapshotSource::snapshotReady, &loop, &QEventLoop::quit);
+    loop.exec();
+    ASSERT_EQ(delivered.size(), 1);
+    EXPECT_EQ(delivered[0].size(), 5);
+    EXPECT_TRUE(worker.requestSnapshot());
+}

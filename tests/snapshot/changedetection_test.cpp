@@ -1,0 +1,207 @@
+#include "lsofdata.h"
+#include "snapshot/lsoffetcher.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class RecordingReporter final : public ChangeReporting {
+public:
+    bool wantsNew = true;
+    bool wantsChanged = true;
+    QList<LsofItemList> newCalls, changedCalls;
+    QStringList order;
+
+    bool needsNotifyOrLogNewConnections() const override { return wantsNew; }
+    bool needsNotifyOrLogConnectionStateChange() const override { return wantsChanged; }
+    void notifyNewItems(const LsofItemList& items) override
+    {
+        newCalls << items;
+        order << u"new"_s;
+    }
+    void notifyChangedItems(const LsofItemList& items) override
+    {
+        changedCalls << items;
+        order << u"changed"_s;
+    }
+};
+
+// One lsof output with one TCP line per (fd, state); fds double as identities.
+QString output(const QList<std::pair<int, QString>>& sockets)
+{
+    QString text = kLsofHeader + u'\n';
+    for (const auto& [fd, state] : sockets) {
+        text += lsofLine(u"app"_s, 42, QString::number(fd) + u'u', u"IPv4"_s, 1000 + fd, u"TCP"_s,
+                         u"10.0.0.2:%1->10.0.0.9:443 (%2)"_s.arg(5000 + fd).arg(state)) +
+                u'\n';
+    }
+    return text;
+}
+
+QList<int> fds(const LsofItemList& items)
+{
+    QList<int> result;
+    for (const LsofItemPtr& item : items)
+        result << item->fileDescriptor().chopped(1).toInt();
+    return result;
+}
+
+QList<int> statuses(const LsofItemList& items)
+{
+    QList<int> result;
+    for (const LsofItemPtr& item : items)
+        result << item->status();
+    return result;
+}
+
+LsofItemList pass(LsofFetcher& fetcher, const QString& text)
+{
+    LsofItemList items = fetcher.parseLsofResult(text);
+    fetcher.processLsofItemsChanges(items);
+    return items;
+}
+
+QList<std::pair<int, QString>> established(const QList<int>& fds)
+{
+    QList<std::pair<int, QString>> sockets;
+    for (int fd : fds)
+        sockets << std::pair{fd, u"ESTABLISHED"_s};
+    return sockets;
+}
+
+// The placement rule written the plain way: look each previous item up in the list as it
+// grows, insert at (closed count + last found position).
+QList<int> referencePlacement(const QList<int>& previous, QList<int> next)
+{
+    int closed = 0;
+    qsizetype lastFound = 0;
+    for (int fd : previous) {
+        const qsizetype at = next.indexOf(fd);
+        if (at >= 0) {
+            lastFound = at;
+            continue;
+        }
+        ++closed;
+        const qsizetype index = closed + lastFound;
+        if (index < next.size())
+            next.insert(index, fd);
+        else
+            next.append(fd);
+    }
+    return next;
+}
+
+} // namespace
+
+TEST(ChangeDetection, FirstSnapshotIsAllUnchangedAndUnreported)
+{
+    LsofFetcher fetcher;
+    RecordingReporter reporter;
+    fetcher.setReporter(&reporter);
+    const LsofItemList items = pass(fetcher, lsofData("sequence-1.txt"));
+    EXPECT_EQ(statuses(items), QList<int>(5, 0));
+    // The reporters are asked, and find nothing new among unchanged items.
+    ASSERT_EQ(reporter.newCalls.size(), 1);
+    EXPECT_EQ(reporter.order, (QStringList{u"new"_s, u"changed"_s}));
+}
+
+TEST(ChangeDetection, RealSequenceMarksNewChangedAndClosedForOnePass)
+{
+    LsofFetcher fetcher;
+    pass(fetcher, lsofData("sequence-1.txt"));
+    const LsofItemList second = pass(fetcher, lsofData("sequence-2.txt"));
+    // Listener and UDP sockets unchanged (UDP has no state), the half-closed pair changed,
+    // the second pair new.
+    EXPECT_EQ(statuses(second), (QList<int>{0, 2, 2, 0, 0, 1, 1}));
+
+    const LsofItemList third = pass(fetcher, lsofData("sequence-3.txt"));
+    ASSERT_EQ(third.size(), 7);
+    EXPECT_EQ(third[5], second[5]);
+    EXPECT_EQ(third[6], second[6]);
+    EXPECT_EQ(statuses(third), (QList<int>{0, 0, 0, 0, 0, 3, 3}));
+    EXPECT_EQ(third[5]->state(), u"Closed"_s);
+
+    const LsofItemList fourth = pass(fetcher, lsofData("sequence-3.txt"));
+    EXPECT_EQ(fourth.size(), 5) << "closed items stay for exactly one refresh";
+    EXPECT_EQ(statuses(fourth), QList<int>(5, 0));
+}
+
+TEST(ChangeDetection, EmptyResultKeepsThePreviousSnapshot)
+{
+    LsofFetcher fetcher;
+    RecordingReporter reporter;
+    fetcher.setReporter(&reporter);
+    const LsofItemList first = pass(fetcher, output({{1, u"SYN_SENT"_s}, {2, u"LISTEN"_s}}));
+    reporter.newCalls.clear();
+    LsofItemList empty;
+    fetcher.processLsofItemsChanges(empty);
+    EXPECT_TRUE(empty.isEmpty());
+    EXPECT_TRUE(reporter.newCalls.isEmpty());
+    EXPECT_EQ(fetcher.previousSnapshot(), first);
+
+    // The next good snapshot is compared with the last good one.
+    const LsofItemList next = pass(fetcher, output({{1, u"ESTABLISHED"_s}, {2, u"LISTEN"_s}}));
+    EXPECT_EQ(next[0], first[0]);
+    EXPECT_EQ(statuses(next), (QList<int>{2, 0}));
+}
+
+TEST(ChangeDetection, ClosedItemsLandWhereTheNeverResetCounterPutsThem)
+{
+    struct Case {
+        QList<int> previous, next, expected;
+    };
+    const Case cases[] = {
+        {{1, 2, 3, 4}, {1, 3}, {1, 2, 3, 4}},
+        {{1, 2, 3}, {9, 1}, {9, 1, 2, 3}},
+        {{1, 2, 3, 4, 5, 6}, {1, 4, 6, 7, 8, 9}, {1, 2, 3, 4, 6, 7, 5, 8, 9}},
+        {{1, 2}, {3, 4, 5}, {3, 1, 2, 4, 5}},
+    };
+    for (const Case& c : cases) {
+        LsofFetcher fetcher;
+        pass(fetcher, output(established(c.previous)));
+        const LsofItemList items = pass(fetcher, output(established(c.next)));
+        EXPECT_EQ(fds(items), c.expected);
+        EXPECT_EQ(fds(items), referencePlacement(c.previous, c.next));
+    }
+}
+
+TEST(ChangeDetection, PlacementMatchesThePlainRuleOnRandomSnapshots)
+{
+    std::mt19937 random(20261122);
+    for (int round = 0; round < 200; ++round) {
+        QList<int> previous, next;
+        const int count = int(random() % 40);
+        for (int fd = 1; fd <= count; ++fd)
+            previous << fd;
+        for (int fd : previous) {
+            if (random() % 3)
+                next << fd;
+        }
+        for (int extra = 0; extra < int(random() % 10); ++extra)
+            next.insert(qsizetype(random() % (next.size() + 1)), 100 + extra);
+        LsofFetcher fetcher;
+        pass(fetcher, output(established(previous)));
+        const LsofItemList items = pass(fetcher, output(established(next)));
+        if (next.isEmpty())
+            continue;
+        ASSERT_EQ(fds(items), referencePlacement(previous, next)) << "round " << round;
+    }
+}
+
+TEST(ChangeDetection, ReportersSeeTheWholeListOnlyWhenAsked)
+{
+    LsofFetcher fetcher;
+    RecordingReporter reporter;
+    reporter.wantsNew = false;
+    fetcher.setReporter(&reporter);
+    pass(fetcher, output({{1, u"ESTABLISHED"_s}}));
+    const LsofItemList items = pass(fetcher, output({{2, u"ESTABLISHED"_s}}));
+    EXPECT_TRUE(reporter.newCalls.isEmpty());
+    ASSERT_EQ(reporter.changedCalls.size(), 2);
+    EXPECT_EQ(reporter.changedCalls.last(), items);
+    EXPECT_EQ(statuses(items), (QList<int>{1, 3}));
+}

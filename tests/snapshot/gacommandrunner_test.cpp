@@ -1,0 +1,150 @@
+#include "platform/systemlog.h"
+#include "snapshot/gacommandrunner.h"
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTemporaryDir>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
+using Road = GACommandRunner::Road;
+
+TEST(CommandRunnerSync, ShellRoadJoinsArgumentsWithoutQuoting)
+{
+    const auto result = GACommandRunner::runCommandSync(u"/usr/bin/printf"_s, {u"[%s]"_s, u"a b"_s},
+                                                        Road::Shell, 5s);
+    EXPECT_EQ(result.output, u"[a][b]"_s) << "an argument with a blank becomes two words";
+    EXPECT_TRUE(result.problem.isEmpty());
+}
+
+TEST(CommandRunnerSync, ChildRunsWithTheOpenFileLimitLowered)
+{
+    const auto result = GACommandRunner::runCommandSync(u"ulimit"_s, {u"-n"_s}, Road::Shell, 5s);
+    ASSERT_FALSE(result.output.isNull());
+    EXPECT_LE(result.output.trimmed().toInt(), GACommandRunner::kChildOpenFileLimit);
+    EXPECT_GT(result.output.trimmed().toInt(), 0);
+}
+
+TEST(CommandRunnerSync, FailuresGiveNullTextAndSayWhy)
+{
+    const auto hanging =
+        GACommandRunner::runCommandSync(u"/bin/sleep"_s, {u"30"_s}, Road::Shell, 200ms);
+    EXPECT_TRUE(hanging.output.isNull());
+    EXPECT_TRUE(hanging.timedOut);
+    EXPECT_NE(hanging.problem.indexOf(u"did not finish"_s), -1) << hanging.problem.toStdString();
+
+    const auto notUtf8 =
+        GACommandRunner::runCommandSync(u"/usr/bin/printf"_s, {u"'\\377\\376'"_s}, Road::Shell, 5s);
+    EXPECT_TRUE(notUtf8.output.isNull());
+    EXPECT_NE(notUtf8.problem.indexOf(u"not UTF-8"_s), -1);
+
+    const auto missing =
+        GACommandRunner::runCommandSync(u"/nonexistent/lsof"_s, {}, Road::Shell, 5s);
+    EXPECT_TRUE(missing.output.isEmpty());
+    EXPECT_EQ(missing.exitCode, 127);
+    EXPECT_NE(missing.problem.indexOf(u"was not found"_s), -1);
+}
+
+TEST(CommandRunnerSync, ScriptRoadKeepsOnlyWhatArrivedWithinItsBound)
+{
+    QTemporaryDir dir;
+    const QString script = dir.filePath(u"slow.sh"_s);
+    QFile file(script);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("#!/bin/sh\necho \"early $1\"\nsleep 5\necho late\n");
+    file.close();
+    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+
+    const auto result = GACommandRunner::runCommandSync(script, {u"x y"_s}, Road::Script, 300ms);
+    // Arguments reach a script as they are: no shell splits them.
+    EXPECT_EQ(result.output, u"early x y\n"_s);
+    EXPECT_FALSE(result.timedOut) << "the bound is the script road's normal end";
+}
+
+namespace {
+
+// Runs the event loop until the runner's child has ended.
+void waitForEnd(GACommandRunner& runner, bool& ended)
+{
+    QEventLoop loop;
+    QTimer::singleShot(5000, &loop, &QEventLoop::quit);
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (ended)
+            loop.quit();
+    });
+    poll.start(10);
+    loop.exec();
+    Q_UNUSED(runner);
+}
+
+} // namespace
+
+TEST(CommandRunnerAsync, RelativeCommandsGoThroughEnvWithOnlyTheGivenEnvironment)
+{
+    int argc = 0;
+    QCoreApplication app(argc, nullptr);
+    QStringList logged;
+    SystemLog::setEcho([&](const QString& message) { logged << message; });
+
+    GACommandRunner runner;
+    QProcessEnvironment environment;
+    environment.insert(u"ONLY"_s, u"this"_s);
+    runner.setEnvironment(environment);
+    bool ended = false;
+    QString sinkText;
+    runner.runCommand(
+        u"env"_s, u"/nonexistent-corvina-dir"_s, {}, QString(),
+        [&](const QString& text) { sinkText += text; }, [&](QProcess&) { ended = true; });
+    waitForEnd(runner, ended);
+    SystemLog::setEcho({});
+
+    ASSERT_TRUE(ended);
+    // HOME is the missing folder all the same; nothing of ours is inherited.
+    QStringList lines = runner.outputStorage().split(u'\n', Qt::SkipEmptyParts);
+    lines.sort();
+    EXPECT_EQ(lines, (QStringList{u"HOME=/nonexistent-corvina-dir"_s, u"ONLY=this"_s}));
+    EXPECT_EQ(sinkText, runner.outputStorage());
+    EXPECT_TRUE(logged.contains(u"Work directory /nonexistent-corvina-dir does not exists"_s));
+    EXPECT_FALSE(runner.isTaskRunning());
+}
+
+TEST(CommandRunnerAsync, InputTextIsWrittenAndClosed)
+{
+    int argc = 0;
+    QCoreApplication app(argc, nullptr);
+    GACommandRunner runner;
+    bool ended = false;
+    int exitCode = -1;
+    runner.runCommand(u"/bin/cat"_s, QString(), {}, u"input text"_s, {}, [&](QProcess& process) {
+        exitCode = process.exitCode();
+        ended = true;
+    });
+    EXPECT_GT(runner.processId(), 0);
+    waitForEnd(runner, ended);
+    ASSERT_TRUE(ended) << "cat must see the end of its input";
+    EXPECT_EQ(exitCode, 0);
+    EXPECT_EQ(runner.outputStorage(), u"input text"_s);
+}
+
+TEST(CommandRunnerAsync, TerminateStopsARunningChild)
+{
+    int argc = 0;
+    QCoreApplication app(argc, nullptr);
+    GACommandRunner runner;
+    runner.setCommandPath(u"/bin/sleep"_s);
+    runner.setArguments({u"30"_s});
+    runner.run();
+    ASSERT_TRUE(runner.isTaskRunning());
+    runner.terminateTask();
+    EXPECT_FALSE(runner.isTaskRunning());
+    // Running again first stops the previous child.
+    runner.run();
+    const qint64 first = runner.processId();
+    runner.run();
+    EXPECT_NE(runner.processId(), first);
+    runner.terminateTask();
+}

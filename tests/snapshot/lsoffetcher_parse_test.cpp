@@ -1,0 +1,255 @@
+#include "lsofdata.h"
+#include "snapshot/lsoffetcher.h"
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Expected {
+    QString processName, processId, user, fd, type, device, size, protocol;
+    QString localAddress, localPort;
+    qint64 localPortNumber;
+    QString remoteAddress, remotePort;
+    std::optional<qint64> remotePortNumber;
+    QString state;
+};
+
+void expectItem(const LsofItem& item, const Expected& e)
+{
+    SCOPED_TRACE(item.identifier().toStdString());
+    EXPECT_EQ(item.processName(), e.processName);
+    EXPECT_EQ(item.processId(), e.processId);
+    EXPECT_EQ(item.PID(), e.processId.toLongLong());
+    EXPECT_EQ(item.user(), e.user);
+    EXPECT_EQ(item.fileDescriptor(), e.fd);
+    EXPECT_EQ(item.type(), e.type);
+    EXPECT_EQ(item.device(), e.device);
+    EXPECT_EQ(item.sizeAndOffset(), e.size);
+    EXPECT_EQ(item.protocol(), e.protocol);
+    EXPECT_EQ(item.localAddress(), e.localAddress);
+    EXPECT_EQ(item.localPort(), e.localPort);
+    EXPECT_EQ(item.localPortNumber(), e.localPortNumber);
+    EXPECT_EQ(item.remoteAddress(), e.remoteAddress);
+    EXPECT_EQ(item.remoteAddress().isNull(), e.remoteAddress.isNull());
+    EXPECT_EQ(item.remotePort(), e.remotePort);
+    EXPECT_EQ(item.remotePortNumber(), e.remotePortNumber);
+    EXPECT_EQ(item.state(), e.state);
+    EXPECT_EQ(item.state().isNull(), e.state.isNull());
+}
+
+} // namespace
+
+TEST(LsofParser, CutsEveryFieldOfRealOutput)
+{
+    LsofFetcher fetcher;
+    const LsofItemList items = fetcher.parseLsofResult(lsofData("sequence-1.txt"));
+    ASSERT_EQ(items.size(), 5);
+    const QString name = u"echo server"_s, pid = u"6362"_s, root = u"root"_s;
+    const QString v4 = u"IPv4"_s, tcp = u"TCP"_s, udp = u"UDP"_s, lo = u"127.0.0.1"_s,
+                  size = u"0t0"_s;
+    expectItem(*items[0], {name,
+                           pid,
+                           root,
+                           u"3u"_s,
+                           v4,
+                           u"11790"_s,
+                           size,
+                           tcp,
+                           lo,
+                           u"36993"_s,
+                           36993,
+                           {},
+                           {},
+                           std::nullopt,
+                           u"LISTEN"_s});
+    expectItem(*items[1], {name, pid, root, u"4u"_s, v4, u"11791"_s, size, tcp, lo, u"49664"_s,
+                           49664, lo, u"36993"_s, 36993, u"ESTABLISHED"_s});
+    expectItem(*items[2], {name, pid, root, u"5u"_s, v4, u"11792"_s, size, tcp, lo, u"36993"_s,
+                           36993, lo, u"49664"_s, 49664, u"ESTABLISHED"_s});
+    // Linux lsof ends UDP endpoints with a blank: no state, endpoints still parsed.
+    expectItem(*items[3], {name,
+                           pid,
+                           root,
+                           u"6u"_s,
+                           v4,
+                           u"11793"_s,
+                           size,
+                           udp,
+                           lo,
+                           u"33956"_s,
+                           33956,
+                           {},
+                           {},
+                           std::nullopt,
+                           {}});
+    expectItem(*items[4], {name,
+                           pid,
+                           root,
+                           u"7u"_s,
+                           u"IPv6"_s,
+                           u"11794"_s,
+                           size,
+                           udp,
+                           u"[::1]"_s,
+                           u"58847"_s,
+                           58847,
+                           {},
+                           {},
+                           std::nullopt,
+                           {}});
+    EXPECT_EQ(items[1]->identifier(), u"6362-IPv4-TCP-127.0.0.1:49664-127.0.0.1:36993-11791:4u"_s);
+    // Without a remote side the identifier prints the null text, and device and descriptor
+    // still tell sockets of one process apart.
+    EXPECT_EQ(items[3]->identifier(), u"6362-IPv4-UDP-127.0.0.1:33956-(null):(null)-11793:6u"_s);
+}
+
+TEST(LsofParser, WideColumnsKeepWholeProcessIdsUsersAndDescriptors)
+{
+    LsofFetcher fetcher;
+    const LsofItemList items = fetcher.parseLsofResult(lsofData("wide.txt"));
+    ASSERT_EQ(items.size(), 5);
+    for (const LsofItemPtr& item : items) {
+        EXPECT_EQ(item->processName(), u"python3"_s);
+        // Five characters would have cut this to 45674: another process, perhaps.
+        EXPECT_EQ(item->processId(), u"2345674"_s);
+        EXPECT_EQ(item->PID(), 2345674);
+        EXPECT_EQ(item->user(), u"corvinatestlonguser"_s);
+    }
+    EXPECT_EQ(items[0]->fileDescriptor(), u"1105u"_s);
+    EXPECT_EQ(items[4]->fileDescriptor(), u"1109u"_s);
+    EXPECT_EQ(items[4]->localAddress(), u"[fe80::fc:ff:fe00:1]"_s);
+}
+
+TEST(LsofParser, CraftedEndpointsNamesAndShortLines)
+{
+    LsofFetcher fetcher;
+    const LsofItemList items = fetcher.parseLsofResult(lsofData("crafted.txt"));
+    ASSERT_EQ(items.size(), 3) << "the line cut short is skipped";
+    // Only the last ":" separates the port: the scope and brackets stay in the address.
+    EXPECT_EQ(items[0]->localAddress(), u"[fe80::1%lo0]"_s);
+    EXPECT_EQ(items[0]->localPort(), u"5353"_s);
+    EXPECT_EQ(items[1]->processName(), u"weird%"_s);
+    EXPECT_EQ(items[1]->localAddress(), u"*"_s);
+    EXPECT_EQ(items[1]->localPort(), u"*"_s);
+    EXPECT_EQ(items[1]->localPortNumber(), 0);
+    EXPECT_TRUE(items[1]->remoteAddress().isNull());
+    // Two blanks in NAME: no state; the whole text is endpoints.
+    EXPECT_TRUE(items[2]->state().isNull());
+    EXPECT_EQ(items[2]->remoteAddress(), u"198.51.100.7"_s);
+    EXPECT_EQ(items[2]->remotePort(), u"51000 (ESTABLISHED) extra"_s);
+    EXPECT_EQ(items[2]->remotePortNumber(), 51000);
+}
+
+TEST(LsofParser, ConnectionTextForms)
+{
+    struct Case {
+        QString name, local, localPort, remote, remotePort, state;
+    };
+    const Case cases[] = {
+        {u"10.0.0.2:51000->198.51.100.7:443 (ESTABLISHED)"_s, u"10.0.0.2"_s, u"51000"_s,
+         u"198.51.100.7"_s, u"443"_s, u"ESTABLISHED"_s},
+        {u"*:*"_s, u"*"_s, u"*"_s, {}, {}, {}},
+        {u"[::1]:631 (LISTEN)"_s, u"[::1]"_s, u"631"_s, {}, {}, u"LISTEN"_s},
+        {u"8080"_s, u""_s, u"8080"_s, {}, {}, {}},
+        {u"a->b->c"_s, u""_s, u"a->b->c"_s, {}, {}, {}},
+        {u""_s, u""_s, u""_s, {}, {}, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name.toStdString());
+        LsofItem item;
+        LsofFetcher::parseConnection(c.name, item);
+        EXPECT_EQ(item.localAddress(), c.local);
+        EXPECT_EQ(item.localPort(), c.localPort);
+        EXPECT_EQ(item.remoteAddress(), c.remote);
+        EXPECT_EQ(item.remotePort(), c.remotePort);
+        EXPECT_EQ(item.state(), c.state);
+        EXPECT_EQ(item.state().isNull(), c.state.isNull());
+    }
+}
+
+TEST(LsofParser, RefusesWhatItCannotCutWithoutTouchingTheSnapshot)
+{
+    LsofFetcher fetcher;
+    LsofItemList first = fetcher.parseLsofResult(lsofData("sequence-1.txt"));
+    fetcher.processLsofItemsChanges(first);
+    const LsofItemList kept = fetcher.previousSnapshot();
+
+    const QString garbage[] = {
+        QString(),
+        u""_s,
+        u"no header here\nat all\n"_s,
+        u"COMMAND PID USER FD TYPE DEVICE SIZE/OFF NODE\nmissing the NAME title\n"_s,
+        // Titles in an absurd order: every cut would fall outside its line or run backwards.
+        u"NAME NODE SIZE/OFF DEVICE TYPE FD USER PID COMMAND\nx 1 2 3 4 5 6 7 8 9 10 11 12\n"_s,
+        u"COMMAND  PID USER   FD   TYPE DEVICE SIZE/OFF NODE NAME\n\xFFFD\xFFFD\n\n\n"_s,
+        u"\n\n\n"_s,
+    };
+    for (const QString& text : garbage) {
+        EXPECT_TRUE(fetcher.parseLsofResult(text).isEmpty()) << text.toStdString();
+        EXPECT_EQ(fetcher.previousSnapshot(), kept);
+    }
+}
+
+TEST(LsofParser, HeaderOnlyStillDropsClosedItemsAndRebuildsTheMap)
+{
+    LsofFetcher fetcher;
+    LsofItemList items = fetcher.parseLsofResult(lsofData("sequence-2.txt"));
+    fetcher.processLsofItemsChanges(items);
+    items = fetcher.parseLsofResult(lsofData("sequence-3.txt"));
+    fetcher.processLsofItemsChanges(items);
+    ASSERT_EQ(fetcher.previousSnapshot().size(), 7) << "two closed items carried one more pass";
+
+    EXPECT_TRUE(fetcher.parseLsofResult(kLsofHeader + u"\n"_s).isEmpty());
+    EXPECT_EQ(fetcher.previousSnapshot().size(), 5);
+    EXPECT_EQ(fetcher.identifierMap().size(), 5);
+    for (const LsofItemPtr& item : fetcher.previousSnapshot())
+        EXPECT_NE(item->status(), 3);
+}
+
+TEST(LsofParser, ReusesTheEarlierObjectAndSwapsStates)
+{
+    LsofFetcher fetcher;
+    LsofItemList first = fetcher.parseLsofResult(lsofData("sequence-1.txt"));
+    fetcher.processLsofItemsChanges(first);
+    LsofItemList second = fetcher.parseLsofResult(lsofData("sequence-2.txt"));
+    ASSERT_EQ(second.size(), 7);
+    for (int i = 0; i < 5; ++i)
+        EXPECT_EQ(second[i], first[i]) << "line " << i << " keeps its object";
+    EXPECT_EQ(second[1]->state(), u"CLOSE_WAIT"_s);
+    EXPECT_EQ(second[1]->oldState(), u"ESTABLISHED"_s);
+    // The map now holds the freshly cut object, carrying the previous state.
+    const LsofItemPtr mapped = fetcher.identifierMap().value(second[1]->identifier());
+    ASSERT_TRUE(mapped);
+    EXPECT_NE(mapped, second[1]);
+    EXPECT_EQ(mapped->state(), u"ESTABLISHED"_s);
+}
+
+TEST(LsofParser, DuplicateIdentifiersInOneOutput)
+{
+    LsofFetcher fetcher;
+    const QString line = lsofLine(u"app"_s, 42, u"3u"_s, u"IPv4"_s, 100, u"TCP"_s,
+                                  u"10.0.0.2:5000->10.0.0.3:80 (%1)"_s);
+    LsofItemList first = fetcher.parseLsofResult(kLsofHeader + u'\n' + line.arg(u"SYN_SENT"_s));
+    fetcher.processLsofItemsChanges(first);
+    const LsofItemList next =
+        fetcher.parseLsofResult(kLsofHeader + u'\n' + line.arg(u"ESTABLISHED"_s) + u'\n' +
+                                line.arg(u"FIN_WAIT1"_s) + u'\n');
+    ASSERT_EQ(next.size(), 2);
+    EXPECT_EQ(next[0], first[0]);
+    EXPECT_EQ(next[0]->state(), u"ESTABLISHED"_s);
+    // The second line yields the object made for the first line, now with the second state.
+    EXPECT_NE(next[1], first[0]);
+    EXPECT_EQ(next[1]->state(), u"FIN_WAIT1"_s);
+    EXPECT_EQ(next[1]->oldState(), u"SYN_SENT"_s);
+}
+
+TEST(LsofParser, SubstringTrimsAndNeverGivesNull)
+{
+    EXPECT_EQ(LsofFetcher::substring(u"  abc  def ", 1, 6), u"abc"_s);
+    EXPECT_EQ(LsofFetcher::substring(u"abc\n", 0, 4), u"abc"_s);
+    const QString empty = LsofFetcher::substring(u"     ", 0, 3);
+    EXPECT_TRUE(empty.isEmpty());
+    EXPECT_FALSE(empty.isNull());
+}
