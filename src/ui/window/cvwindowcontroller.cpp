@@ -5,6 +5,7 @@
 #include "desktopactions.h"
 #include "filter/itemfilter.h"
 #include "imageandtextcell.h"
+#include "maintoolbar.h"
 #include "prefs/cvprefshelper.h"
 #include "prefs/savedsearchlist.h"
 #include "prefs/userdefaults.h"
@@ -27,7 +28,6 @@
 #include <QStatusBar>
 #include <QTimer>
 #include <QToolBar>
-#include <QWidgetAction>
 
 using namespace Qt::StringLiterals;
 
@@ -42,17 +42,6 @@ constexpr qsizetype kImmediateFilterRows = 2000;
 QColor toQColor(const std::optional<RgbaColor>& color, const QColor& fallback)
 {
     return color ? QColor(color->r, color->g, color->b, color->a) : fallback;
-}
-
-QWidgetAction* toolbarItem(QToolBar* toolbar, const QString& identifier, QWidget* view,
-                           const QString& toolTip)
-{
-    auto* item = new QWidgetAction(toolbar);
-    item->setObjectName(identifier);
-    view->setToolTip(toolTip);
-    item->setDefaultWidget(view);
-    toolbar->addAction(item);
-    return item;
 }
 
 } // namespace
@@ -158,59 +147,30 @@ void CVWindowController::buildTable()
 
 void CVWindowController::buildToolbar()
 {
-    m_toolbar = addToolBar(tr("Filters"));
-    m_toolbar->setObjectName(u"CVMainToolbar"_s);
-    m_toolbar->setMovable(false);
-    m_toolbar->setToolButtonStyle(Qt::ToolButtonIconOnly);
+    m_toolbar = new MainToolbar(this);
+    addToolBar(m_toolbar);
+    m_refreshButton = m_toolbar->refreshIntervalButton();
+    m_typeControl = m_toolbar->typeControl();
+    m_protocolControl = m_toolbar->protocolControl();
+    m_remoteControl = m_toolbar->hasRemoteAddressControl();
+    m_profileButton = m_toolbar->filterProfileButton();
+    m_searchField = m_toolbar->searchField();
 
-    QAction* refresh = m_toolbar->addAction(QIcon::fromTheme(u"view-refresh"_s), tr("Refresh"),
-                                            this, [this] { reloadTableViewData(); });
-    refresh->setToolTip(tr("Refresh now (Ctrl+R)"));
-
-    m_refreshButton = new QComboBox(m_toolbar);
-    const QList<int> periods{0, 1, 2, 3, 5, 10};
-    for (int seconds : periods)
-        m_refreshButton->addItem(seconds == 0 ? tr("Off") : tr("%n s", nullptr, seconds), seconds);
+    connect(m_toolbar->refreshAction(), &QAction::triggered, this,
+            [this] { reloadTableViewData(); });
     connect(m_refreshButton, &QComboBox::activated, this, [this](int index) {
         m_prefs.defaultsStore().setObject(PrefKeys::AutoRefreshSetting,
                                           m_refreshButton->itemData(index).toLongLong());
         autoRefreshClicked();
     });
-    toolbarItem(m_toolbar, u"CVToolbarRefreshItem"_s, m_refreshButton,
-                tr("How often the list refreshes"));
-    m_toolbar->addSeparator();
-
-    m_typeControl = new SegmentedControl({u"IPv4"_s, u"IPv6"_s}, m_toolbar);
-    m_protocolControl = new SegmentedControl({u"TCP"_s, u"UDP"_s, u"Other"_s}, m_toolbar);
-    m_remoteControl = new SegmentedControl({tr("Remote only")}, m_toolbar);
-    for (int i = 0; i < m_typeControl->segmentCount(); ++i)
-        m_typeControl->setSelected(true, i);
-    for (int i = 0; i < m_protocolControl->segmentCount(); ++i)
-        m_protocolControl->setSelected(true, i);
     connect(m_typeControl, &SegmentedControl::segmentClicked, this,
             [this] { refreshTableViewData(); });
     connect(m_protocolControl, &SegmentedControl::segmentClicked, this,
             [this] { refreshTableViewData(); });
     connect(m_remoteControl, &SegmentedControl::segmentClicked, this,
             &CVWindowController::toggleHasRemoteAddress);
-    toolbarItem(m_toolbar, u"CVToolbarTypeItem"_s, m_typeControl, tr("Address types shown"));
-    toolbarItem(m_toolbar, u"CVToolbarProtocolItem"_s, m_protocolControl, tr("Protocols shown"));
-    toolbarItem(m_toolbar, u"CVToolbarAddressAndPortItem"_s, m_remoteControl,
-                tr("Show only connections with a remote address"));
-    m_toolbar->addSeparator();
-
-    m_profileButton = new QComboBox(m_toolbar);
-    m_profileButton->addItem(tr("No Saved Search"));
-    m_profileButton->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     connect(m_profileButton, &QComboBox::activated, this, &CVWindowController::toggleFilterProfile);
-    toolbarItem(m_toolbar, u"CVToolbarFilterProfileItem"_s, m_profileButton,
-                tr("Filter by a saved search"));
 
-    auto* spacer = new QWidget(m_toolbar);
-    spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
-    m_toolbar->addWidget(spacer);
-
-    m_searchField = new SearchField(m_toolbar);
     // On a long list every keystroke would re-filter thousands of rows: wait for a pause.
     m_searchDelay = new QTimer(this);
     m_searchDelay->setSingleShot(true);
@@ -228,9 +188,6 @@ void CVWindowController::buildToolbar()
         else if (SearchField::tagOfItem(item) == SearchField::SaveSearchTag)
             saveCurrentSearch();
     });
-    toolbarItem(m_toolbar, u"CVToolbarSearchItem"_s, m_searchField,
-                tr("Keywords, comma-separated alternatives or a regular expression; "
-                   "a search expression when switched on in the menu"));
 
     m_saveSearchWindow = new SaveSearchDialog(this);
     connect(m_saveSearchWindow, &SaveSearchDialog::confirmClicked, this,
@@ -337,14 +294,8 @@ void CVWindowController::autoRefreshClicked()
 
 void CVWindowController::syncRefreshButton()
 {
-    const qint64 seconds = m_prefs.defaultsStore().integerForKey(PrefKeys::AutoRefreshSetting);
-    const qint64 shown = std::max<qint64>(seconds, 0);
-    int index = m_refreshButton->findData(shown);
-    if (index < 0) {
-        m_refreshButton->addItem(tr("%n s", nullptr, int(shown)), shown);
-        index = m_refreshButton->count() - 1;
-    }
-    m_refreshButton->setCurrentIndex(index);
+    m_toolbar->showRefreshInterval(
+        m_prefs.defaultsStore().integerForKey(PrefKeys::AutoRefreshSetting));
 }
 
 void CVWindowController::reloadTableViewData()

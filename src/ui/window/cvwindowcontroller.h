@@ -16,7 +16,7 @@ class ConnectionTableView;
 class QComboBox;
 class QLabel;
 class QMenu;
-class QToolBar;
+class MainToolbar;
 class SaveSearchDialog;
 class SearchField;
 class SegmentedControl;
@@ -85,7 +85,7 @@ public:
     ConnectionTableModel* tableModel() const { return m_model; }
     const LsofItemList& originalItems() const { return m_originalItems; }
     const LsofItemList& items() const;
-    QToolBar* toolbar() const { return m_toolbar; }
+    MainToolbar* toolbar() const { return m_toolbar; }
     SearchField* searchField() const { return m_searchField; }
     SegmentedControl* typeControl() const { return m_typeControl; }
     SegmentedControl* protocolControl() const { return m_protocolControl; }
@@ -136,7 +136,7 @@ private:
     QMenu* m_contextMenu = nullptr;
     QAction* m_excludeAction = nullptr;
     QAction* m_bringToFrontAction = nullptr;
-    QToolBar* m_toolbar = nullptr;
+    MainToolbar* m_toolbar = nullptr;
     QComboBox* m_refreshButton = nullptr;
     SegmentedControl* m_typeControl = nullptr;
     SegmentedControl* m_protocolControl = nullptr;
