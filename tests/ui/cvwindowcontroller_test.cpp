@@ -221,6 +221,7 @@ TEST_F(WindowTest, HiddenColumnsAreSavedAndComeBackHiddenAfterARestart)
         EXPECT_EQ(first.value(u"title"_s).toString(), u"Application"_s);
         EXPECT_GT(first.value(u"width"_s).toDouble(), 0.0);
     }
+    settings.reopen();
     {
         auto window = makeWindow();
         QHeaderView* header = window->tableView()->horizontalHeader();
@@ -234,6 +235,7 @@ TEST_F(WindowTest, HiddenColumnsAreSavedAndComeBackHiddenAfterARestart)
         EXPECT_EQ(header->visualIndex(1), 15);
         EXPECT_EQ(savedColumnTitles(defaults()).last(), u"PID"_s);
     }
+    settings.reopen();
     {
         // Saved order is not applied at start: layout order it is.
         auto window = makeWindow();
@@ -250,6 +252,7 @@ TEST_F(WindowTest, OneColumnLeftStaysTheOnlyColumnAfterARestart)
                 window->tableHeaderMenu()->tableHeaderViewContextMenuSelected(item);
         }
     }
+    settings.reopen();
     auto window = makeWindow();
     EXPECT_EQ(window->tableHeaderMenu()->shownColumns(), QList<int>{8});
 }
@@ -268,6 +271,7 @@ TEST_F(WindowTest, ToolbarStateIsSavedAfterARefreshAndRestoredAtStart)
         EXPECT_FALSE(defaults().objectForKey(u"CVToolbarRefreshItemState"_s).isValid());
     }
     defaults().setObject(u"CVToolbarProtocolItemState"_s, u"1,7"_s);
+    settings.reopen();
     auto window = makeWindow();
     EXPECT_EQ(window->typeControl()->stateText(), u"1"_s);
     EXPECT_EQ(window->protocolControl()->stateText(), u"1"_s);
@@ -477,4 +481,22 @@ TEST_F(WindowTest, LongListsFilterAfterAPauseInTyping)
     window->searchField()->setText(u"needle"_s);
     EXPECT_EQ(window->items().size(), 2500);
     EXPECT_TRUE(QTest::qWaitFor([&] { return window->items().size() == 1; }, 2000));
+}
+
+TEST_F(WindowTest, RemembersColumnWidthsAndSortOrderAcrossARestart)
+{
+    {
+        auto window = makeWindow();
+        QHeaderView* header = window->tableView()->horizontalHeader();
+        header->resizeSection(8, 233);
+        header->setSortIndicator(1, Qt::DescendingOrder);
+    }
+    settings.reopen();
+    auto window = makeWindow();
+    QHeaderView* header = window->tableView()->horizontalHeader();
+    EXPECT_EQ(header->sectionSize(8), 233);
+    EXPECT_EQ(header->sortIndicatorSection(), 1);
+    EXPECT_EQ(header->sortIndicatorOrder(), Qt::DescendingOrder);
+    // None of this is kept under the keys the preferences window edits.
+    EXPECT_FALSE(defaults().objectForKey(u"CV:ColumnsUserDefault"_s).isValid());
 }

@@ -2,6 +2,13 @@
 
 TestSettings::TestSettings()
 {
+    reopen();
+}
+
+void TestSettings::reopen()
+{
+    prefs.reset();
+    defaults.reset();
     defaults = std::make_unique<UserDefaults>(dir.filePath(QStringLiteral("Corvina.conf")));
     prefs = std::make_unique<CVPrefsHelper>(*defaults);
 }

@@ -41,6 +41,8 @@ private:
 // A settings store in a temporary folder, with the helper over it.
 struct TestSettings {
     TestSettings();
+    // A new store and helper over the same file, as after a restart.
+    void reopen();
     QTemporaryDir dir;
     std::unique_ptr<UserDefaults> defaults;
     std::unique_ptr<CVPrefsHelper> prefs;

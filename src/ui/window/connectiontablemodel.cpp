@@ -161,6 +161,8 @@ QVariant ConnectionTableModel::data(const QModelIndex& index, int role) const
         return item.value(column.sortKey);
     case StatusRole:
         return item.status();
+    case ProcessPathRole:
+        return item.processPath();
     case Qt::BackgroundRole:
         return backgroundForStatus(item.status());
     case Qt::ForegroundRole:

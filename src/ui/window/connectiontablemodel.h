@@ -17,6 +17,7 @@ public:
         // The value sorting compares: a number for PID and the ports, text otherwise.
         RawValueRole = Qt::UserRole + 1,
         StatusRole,
+        ProcessPathRole,
     };
 
     // Colours of the settings, already turned into QColor.

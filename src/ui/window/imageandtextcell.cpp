@@ -1,7 +1,12 @@
 #include "imageandtextcell.h"
 
+#include "connectiontablemodel.h"
+
+#include <QAbstractItemView>
 #include <QApplication>
+#include <QHelpEvent>
 #include <QPainter>
+#include <QToolTip>
 
 QRect ImageAndTextCell::imageRect(const QRect& cell)
 {
@@ -59,4 +64,20 @@ void ImageAndTextCell::initStyleOption(QStyleOptionViewItem* option, const QMode
     option->features &= ~QStyleOptionViewItem::HasDecoration;
     option->icon = QIcon();
     option->decorationSize = QSize();
+}
+
+bool ImageAndTextCell::helpEvent(QHelpEvent* event, QAbstractItemView* view,
+                                 const QStyleOptionViewItem& option, const QModelIndex& index)
+{
+    const QIcon icon = index.data(Qt::DecorationRole).value<QIcon>();
+    const QString path = index.data(ConnectionTableModel::ProcessPathRole).toString();
+    if (event && event->type() == QEvent::ToolTip && !icon.isNull() && !path.isEmpty()) {
+        const QList<QSize> sizes = icon.availableSizes();
+        const QSize own = sizes.isEmpty() ? imageRect(option.rect).size() : sizes.first();
+        if (hitsImage(option.rect, own, event->pos())) {
+            QToolTip::showText(event->globalPos(), path, view);
+            return true;
+        }
+    }
+    return QStyledItemDelegate::helpEvent(event, view, option, index);
 }
