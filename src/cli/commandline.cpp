@@ -1,6 +1,7 @@
 #include "commandline.h"
 
 #include "itemprinter.h"
+#include "profilescommand.h"
 #include "snapshot/lsoffetcher.h"
 
 #include <QFile>
@@ -16,7 +17,7 @@ constexpr int kExitOk = 0;
 constexpr int kExitUnreadable = 1;
 constexpr int kExitUsage = 2;
 
-const QStringList kVerbs = {u"replay"_s, u"list"_s};
+const QStringList kVerbs = {u"replay"_s, u"list"_s, u"profiles"_s};
 
 // Options shared by `list` and `replay`.
 struct ListOptions {
@@ -74,6 +75,8 @@ int CommandLine::run(const QStringList& arguments)
         return replay(rest);
     if (verb == u"list")
         return list(rest);
+    if (verb == u"profiles")
+        return runProfilesCommand(rest, m_out, m_err);
     return usageError(u"unknown command '%1'"_s.arg(verb));
 }
 
