@@ -22,7 +22,7 @@ const SQLiteRecordClass& TestNote::recordClass()
                                            {u"labels"_s, u"@\"NSSet\""_s},
                                            {u"partner"_s, u"@\"TestNote\""_s},
                                            {u"mainTag"_s, u"@\"TestTag\""_s},
-                                           {u"URLString"_s, u"@\"NSString\""_s},
+                                           {u"link"_s, u"@\"NSString\""_s},
                                            {u"size"_s, u"{CGSize=dd}"_s},
                                            {u"scratch"_s, u"@\"NSString\""_s},
                                            {u"computed"_s, u"@\"NSString\""_s, true},

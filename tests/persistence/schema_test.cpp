@@ -76,7 +76,7 @@ TEST_F(SchemaTest, FreshDatabaseGetsTablesColumnsIndexAndSequenceRow)
         {u"words"_s, u"BLOB"_s},
         {u"partner"_s, u"TEXT"_s},
         {u"main_tag"_s, u"TEXT"_s},
-        {u"u_r_l_string"_s, u"TEXT"_s},
+        {u"link"_s, u"TEXT"_s},
         // An unstorable scalar code gets no column at creation, then one of TEXT when the
         // missing columns are added.
         {u"size"_s, u"TEXT"_s},
