@@ -18,16 +18,19 @@ bool isLengthModifier(QChar c)
 
 QString convert(QChar conversion, const QString& spec, const QVariant& argument)
 {
+    // Flags, width and precision without the length modifier, for the C library to apply.
+    QString cSpec = spec.chopped(1);
+    cSpec.remove(u'l').remove(u'L').remove(u'h').remove(u'q').remove(u'z').remove(u't');
+    cSpec.remove(u'j').remove(u'\'');
     switch (conversion.unicode()) {
     case u'd':
     case u'i':
-        return QString::number(argument.toLongLong());
+        return QString::asprintf((cSpec + u"lld"_s).toLatin1().constData(), argument.toLongLong());
     case u'u':
-        return QString::number(argument.toULongLong());
     case u'x':
-        return QString::number(argument.toULongLong(), 16);
     case u'X':
-        return QString::number(argument.toULongLong(), 16).toUpper();
+        return QString::asprintf((cSpec + u"ll"_s + conversion).toLatin1().constData(),
+                                 argument.toULongLong());
     case u'c':
         return argument.typeId() == QMetaType::QString ? argument.toString().left(1)
                                                        : QString(QChar(argument.toInt()));
@@ -36,12 +39,8 @@ QString convert(QChar conversion, const QString& spec, const QVariant& argument)
     case u'g':
     case u'G':
     case u'e':
-    case u'E': {
-        // Width and precision are honoured; the C library does the formatting itself.
-        QString cSpec = spec;
-        cSpec.remove(u'l').remove(u'L').remove(u'\'');
-        return QString::asprintf(cSpec.toLatin1().constData(), argument.toDouble());
-    }
+    case u'E':
+        return QString::asprintf((cSpec + conversion).toLatin1().constData(), argument.toDouble());
     default: // '@' and 's'
         if (SQLitePersistence::isNumber(argument))
             return SQLitePersistence::numberStringValue(argument);

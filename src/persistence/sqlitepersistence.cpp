@@ -89,7 +89,20 @@ bool isNumber(const QVariant& value)
 
 bool isAbsent(const QVariant& value)
 {
-    return !value.isValid() || value.isNull();
+    // Qt 6 calls a variant holding a null text or date non-null; for storage it is absent.
+    switch (value.typeId()) {
+    case QMetaType::UnknownType:
+    case QMetaType::Nullptr:
+        return true;
+    case QMetaType::QString:
+        return value.toString().isNull();
+    case QMetaType::QByteArray:
+        return value.toByteArray().isNull();
+    case QMetaType::QDateTime:
+        return !value.toDateTime().isValid();
+    default:
+        return value.isNull();
+    }
 }
 
 QString classNameOfValue(const QVariant& value)
