@@ -19,6 +19,13 @@ SQLiteRecordClass::SQLiteRecordClass(const QString& className, const SQLiteRecor
     : m_className(className), m_superclass(superclass), m_declarations(declarations),
       m_factory(std::move(factory)), m_transients(transients), m_indices(indices)
 {
+    // Declarations never change after construction, so the registry is built once.
+    if (m_superclass)
+        m_properties = m_superclass->propertiesWithEncodedTypes();
+    for (const SQLitePropertyDeclaration& declaration : m_declarations) {
+        if (!declaration.readOnly)
+            m_properties.insert(declaration.name, declaration.code);
+    }
     classRegistry().insert(className, this);
 }
 
@@ -27,18 +34,6 @@ SQLiteRecordClass::~SQLiteRecordClass()
     auto& registry = classRegistry();
     if (registry.value(m_className) == this)
         registry.remove(m_className);
-}
-
-QMap<QString, QString> SQLiteRecordClass::propertiesWithEncodedTypes() const
-{
-    QMap<QString, QString> properties;
-    if (m_superclass)
-        properties = m_superclass->propertiesWithEncodedTypes();
-    for (const SQLitePropertyDeclaration& declaration : m_declarations) {
-        if (!declaration.readOnly)
-            properties.insert(declaration.name, declaration.code);
-    }
-    return properties;
 }
 
 bool SQLiteRecordClass::isSubclassOf(const SQLiteRecordClass& other) const

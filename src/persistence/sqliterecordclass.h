@@ -36,7 +36,7 @@ public:
     QString className() const { return m_className; }
     const SQLiteRecordClass* superclass() const { return m_superclass; }
     // The superclass's registry plus this class's writable declarations: name -> code.
-    QMap<QString, QString> propertiesWithEncodedTypes() const;
+    QMap<QString, QString> propertiesWithEncodedTypes() const { return m_properties; }
     QStringList transients() const { return m_transients; }
     QList<QStringList> indices() const { return m_indices; }
     bool isSubclassOf(const SQLiteRecordClass& other) const;
@@ -54,4 +54,5 @@ private:
     Factory m_factory;
     QStringList m_transients;
     QList<QStringList> m_indices;
+    QMap<QString, QString> m_properties;
 };
