@@ -195,6 +195,7 @@ TEST_F(QueriesTest, DeepComparisonIsLenient)
     a->setValue(u"partner"_s, QVariant::fromValue<SQLitePersistentObjectPtr>(a));
     b->setValue(u"partner"_s, QVariant::fromValue<SQLitePersistentObjectPtr>(a));
     EXPECT_TRUE(a->areAllPropertiesEqual(*b));
+    a->setValue(u"partner"_s, QVariant());
 }
 
 TEST_F(QueriesTest, RelatedRecordsByReference)
