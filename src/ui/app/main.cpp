@@ -9,7 +9,6 @@ int main(int argc, char* argv[])
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Corvina"));
-    QCoreApplication::setOrganizationName(QStringLiteral("Corvina"));
     QTextStream out(stdout);
     QTextStream err(stderr);
     CommandLine commandLine(out, err);
