@@ -12,12 +12,6 @@
 #include <memory>
 #include <ostream>
 
-// Readable failure output for texts.
-inline void PrintTo(const QString& text, std::ostream* os)
-{
-    *os << '"' << text.toStdString() << '"';
-}
-
 using Rows = QList<QStringList>;
 
 // A record class with one property of every kind the layer knows.
