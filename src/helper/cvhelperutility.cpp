@@ -1,0 +1,24 @@
+#include "cvhelperutility.h"
+
+using namespace Qt::StringLiterals;
+
+CVHelperUtility* CVHelperUtility::sharedUtility(const Environment& environment)
+{
+    static CVHelperUtility* const shared = new CVHelperUtility(environment);
+    return shared;
+}
+
+QString CVHelperUtility::helperToolServiceName() const
+{
+    return u"com.brindle.Corvina.Helper"_s;
+}
+
+QString CVHelperUtility::bundledHelperVersion() const
+{
+    return u"1.0"_s;
+}
+
+void CVHelperUtility::runLsofWithReply(TextReply reply)
+{
+    sendRequest(HelperProtocol::Operation::RunLsof, std::move(reply));
+}
