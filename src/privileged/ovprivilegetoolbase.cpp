@@ -211,6 +211,8 @@ bool OVPrivilegeToolBase::listenOn(const std::string& path, std::string* error)
         ::close(fd);
         return false;
     }
+    // As the systemd unit does: anyone may connect, the peer policy decides who is served.
+    ::chmod(path.c_str(), 0666);
     adoptListener(fd);
     m_listenerPath = path;
     m_ownsSocketFile = true;

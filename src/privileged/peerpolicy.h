@@ -18,7 +18,8 @@ struct PeerCredentials {
 // named explicitly (a user's own daemon started for a test or a manual run).
 class PeerPolicy final {
 public:
-    explicit PeerPolicy(std::string groupName = kDefaultGroup, std::vector<uid_t> allowedUids = {})
+    PeerPolicy() : m_groupName(kDefaultGroup) {}
+    explicit PeerPolicy(std::string groupName, std::vector<uid_t> allowedUids = {})
         : m_groupName(std::move(groupName)), m_allowedUids(std::move(allowedUids))
     {
     }
