@@ -1,5 +1,6 @@
 #include "commandline.h"
 
+#include "helpercommand.h"
 #include "itemprinter.h"
 #include "snapshot/lsoffetcher.h"
 
@@ -16,7 +17,7 @@ constexpr int kExitOk = 0;
 constexpr int kExitUnreadable = 1;
 constexpr int kExitUsage = 2;
 
-const QStringList kVerbs = {u"replay"_s, u"list"_s};
+const QStringList kVerbs = {u"replay"_s, u"list"_s, u"helper"_s};
 
 // Options shared by `list` and `replay`.
 struct ListOptions {
@@ -74,6 +75,8 @@ int CommandLine::run(const QStringList& arguments)
         return replay(rest);
     if (verb == u"list")
         return list(rest);
+    if (verb == u"helper")
+        return runHelperCommand(rest, m_out, m_err);
     return usageError(u"unknown command '%1'"_s.arg(verb));
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "privileged/helperinstallation.h"
 #include "privileged/ovprivilegetoolbase.h"
 
 #include <string>
@@ -7,7 +8,7 @@
 // Corvina's privileged daemon: runs lsof as root for the application.
 class CVHelperTool final : public OVPrivilegeToolBase {
 public:
-    static constexpr const char* kServiceName = "com.brindle.Corvina.Helper";
+    static constexpr const char* kServiceName = HelperInstallation::kServiceName;
     static constexpr const char* kVersion = "1.0";
 
     // `lsofPath` empty: the first of the system's lsof locations. Tests name a fake one.

@@ -1,5 +1,7 @@
 #include "cvhelperutility.h"
 
+#include "privileged/helperinstallation.h"
+
 using namespace Qt::StringLiterals;
 
 CVHelperUtility* CVHelperUtility::sharedUtility(const Environment& environment)
@@ -10,7 +12,7 @@ CVHelperUtility* CVHelperUtility::sharedUtility(const Environment& environment)
 
 QString CVHelperUtility::helperToolServiceName() const
 {
-    return u"com.brindle.Corvina.Helper"_s;
+    return QString::fromLatin1(HelperInstallation::kServiceName);
 }
 
 QString CVHelperUtility::bundledHelperVersion() const

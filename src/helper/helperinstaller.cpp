@@ -1,6 +1,7 @@
 #include "helperinstaller.h"
 
 #include "helperunitfiles.h"
+#include "privileged/helperinstallation.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -16,6 +17,7 @@
 #include <unistd.h>
 
 namespace fs = std::filesystem;
+using namespace HelperInstallation;
 
 // Written next to the target and renamed over it, so a daemon running from the old file keeps
 // a whole binary and a crash mid-install leaves no half file.
@@ -99,7 +101,7 @@ int HelperInstaller::install(const std::string& executable)
                   << " --install)\n";
         return 1;
     }
-    const std::string target = std::string(kInstallDirectory) + "/corvina-helper";
+    const std::string target = kExecutable;
     const std::string unitDirectory = kUnitDirectory;
     if (!copyFile(executable, staged(target)) ||
         !writeFile(staged(unitDirectory + '/' + kSocketUnit), HelperUnitFiles::kSocketUnit, 0644) ||

@@ -6,14 +6,6 @@
 // the polkit policy, creates the group whose members may connect, and enables the socket.
 class HelperInstaller final {
 public:
-    static constexpr const char* kInstallDirectory = "/usr/local/libexec/corvina";
-    static constexpr const char* kUnitDirectory = "/etc/systemd/system";
-    static constexpr const char* kPolicyDirectory = "/usr/share/polkit-1/actions";
-    static constexpr const char* kSocketUnit = "com.brindle.Corvina.Helper.socket";
-    static constexpr const char* kServiceUnit = "com.brindle.Corvina.Helper.service";
-    static constexpr const char* kPolicyFile = "com.brindle.Corvina.Helper.policy";
-    static constexpr const char* kGroup = "corvina";
-
     // `stagingRoot` empty: the real system (root only). Otherwise the files are written below it
     // and the group and systemd steps are skipped, so packagers and tests can look at them.
     explicit HelperInstaller(std::string stagingRoot = {}) : m_root(std::move(stagingRoot)) {}

@@ -1,6 +1,7 @@
 #include "ovprivilegeutilitybase.h"
 
 #include "authorizationform.h"
+#include "helperinstallation.h"
 #include "platform/systemlog.h"
 
 #include <QCoreApplication>
@@ -60,7 +61,7 @@ QString OVPrivilegeUtilityBase::bundledHelperVersion() const
 
 QString OVPrivilegeUtilityBase::defaultSocketPath()
 {
-    return u"/run/com.brindle.Corvina.Helper.sock"_s;
+    return QString::fromLatin1(HelperInstallation::kSocketPath);
 }
 
 QString OVPrivilegeUtilityBase::defaultHelperExecutable()
@@ -70,7 +71,7 @@ QString OVPrivilegeUtilityBase::defaultHelperExecutable()
     const QStringList candidates = {appDir + u"/corvina-helper"_s,
                                     appDir + u"/helper/corvina-helper"_s,
                                     appDir + u"/../libexec/corvina/corvina-helper"_s,
-                                    u"/usr/local/libexec/corvina/corvina-helper"_s};
+                                    QString::fromLatin1(HelperInstallation::kExecutable)};
     for (const QString& candidate : candidates) {
         if (!appDir.isEmpty() && QFileInfo(candidate).isExecutable())
             return QFileInfo(candidate).canonicalFilePath();
