@@ -270,11 +270,11 @@ void OVPrivilegeToolBase::acceptOne()
     m_connections.insert(fd);
     std::thread([this, fd] {
         serveConnection(fd);
-        {
-            std::lock_guard innerLock(m_lock);
-            m_connections.erase(fd);
-            ::close(fd);
-        }
+        // Notified under the lock: once it is released this thread touches the tool no more, so
+        // run() may return and the tool go away.
+        std::lock_guard innerLock(m_lock);
+        m_connections.erase(fd);
+        ::close(fd);
         m_changed.notify_all();
     }).detach();
 }

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <future>
 #include <pwd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -72,6 +73,11 @@ TEST_F(HelperDaemonTest, AnswersEveryOperation)
 {
     // The fake prints what it was given: its arguments, its environment and its file limit.
     const std::string lsof = script("lsof", "echo \"$@\"; env | sort; ulimit -n");
+    // The daemon inherits our limit; raise it so that seeing 1024 in the child proves the cut.
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
     ::setenv("CORVINA_TEST_LEAK", "1", 1);
     startDaemon({"--lsof", lsof});
     ::unsetenv("CORVINA_TEST_LEAK");
