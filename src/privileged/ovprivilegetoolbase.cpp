@@ -255,9 +255,10 @@ void OVPrivilegeToolBase::run()
             acceptOne();
     }
     std::unique_lock lock(m_lock);
-    // Wake every connection thread blocked in a read; lsof still running ends within its bound.
+    // Wake every connection blocked waiting for a request; one running lsof ends within its
+    // bound and still delivers its reply, since only the reading side is shut.
     for (int fd : m_connections)
-        ::shutdown(fd, SHUT_RDWR);
+        ::shutdown(fd, SHUT_RD);
     m_changed.wait(lock, [this] { return m_connections.empty(); });
 }
 

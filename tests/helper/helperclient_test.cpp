@@ -119,7 +119,7 @@ TEST_F(HelperClientTest, GetsVersionAndLsofTextOffTheGuiThread)
     utility.getVersion(version.callback());
     ASSERT_TRUE(version.waitForReply());
     ASSERT_EQ(version.replies.size(), 1u);
-    EXPECT_EQ(version.replies[0], u"1.0"_s);
+    EXPECT_EQ(version.replies[0], utility.bundledHelperVersion());
 
     ReplyRecorder lsof;
     utility.runLsofWithReply(lsof.callback());

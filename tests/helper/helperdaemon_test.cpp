@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -259,6 +260,22 @@ TEST_F(HelperDaemonTest, SurvivesAClientThatLeavesMidReply)
     const auto reply = rawRequest(m_socket, requestBytes(kRunLsof));
     ASSERT_TRUE(reply);
     EXPECT_EQ(reply->text.size(), 8388608u);
+}
+
+TEST_F(HelperDaemonTest, StopsOnSigtermAfterAnsweringTheRequestInFlight)
+{
+    startDaemon({"--lsof", script("slow", "sleep 0.4; echo done")});
+    std::string error;
+    FramedSocket idle = FramedSocket::connectTo(m_socket, &error);
+    auto inFlight = std::async(std::launch::async,
+                               [this] { return rawRequest(m_socket, requestBytes(kRunLsof)); });
+    std::this_thread::sleep_for(150ms);
+    ::kill(m_daemon.pid(), SIGTERM);
+    const auto reply = inFlight.get();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->text, "done\n");
+    EXPECT_EQ(m_daemon.stop(), 0);
+    EXPECT_FALSE(fs::exists(m_socket)) << "its own socket file is removed on the way out";
 }
 
 TEST_F(HelperDaemonTest, ServesAHundredClientsAtOnce)
