@@ -2,11 +2,13 @@
 
 #include "changes/changereporter.h"
 #include "changes/connectionlog.h"
+#include "helpercommand.h"
 #include "itemprinter.h"
 #include "platform/systemlog.h"
 #include "prefs/cvprefshelper.h"
 #include "prefs/prefkeys.h"
 #include "prefs/userdefaults.h"
+#include "profilescommand.h"
 #include "settingscommand.h"
 #include "snapshot/lsoffetcher.h"
 
@@ -26,7 +28,8 @@ constexpr int kExitOk = 0;
 constexpr int kExitUnreadable = 1;
 constexpr int kExitUsage = 2;
 
-const QStringList kVerbs = {u"replay"_s, u"list"_s, u"watch"_s, u"settings"_s};
+const QStringList kVerbs = {u"replay"_s,   u"list"_s,     u"watch"_s,
+                            u"settings"_s, u"profiles"_s, u"helper"_s};
 
 std::atomic<bool> stopRequested{false};
 
@@ -96,6 +99,10 @@ int CommandLine::run(const QStringList& arguments)
         return watch(rest);
     if (verb == u"settings")
         return runSettingsCommand(rest, m_out, m_err);
+    if (verb == u"profiles")
+        return runProfilesCommand(rest, m_out, m_err);
+    if (verb == u"helper")
+        return runHelperCommand(rest, m_out, m_err);
     return usageError(u"unknown command '%1'"_s.arg(verb));
 }
 

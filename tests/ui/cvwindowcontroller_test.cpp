@@ -1,6 +1,7 @@
 #include "ui/window/cvwindowcontroller.h"
 #include "uitestsupport.h"
 
+#include "prefs/cvfilterprofileinfo.h"
 #include "prefs/savedsearchlist.h"
 #include "prefs/userdefaults.h"
 
@@ -27,7 +28,6 @@ namespace {
 
 class WindowTest : public testing::Test {
 protected:
-    void SetUp() override { CVFilterProfileInfo::store().clear(); }
     std::unique_ptr<CVWindowController> makeWindow()
     {
         auto window = std::make_unique<CVWindowController>(source, *settings.prefs);
@@ -371,7 +371,7 @@ TEST_F(WindowTest, RebuiltSavedSearchPopUpKeepsTheChoiceOnlyForTheSameObject)
 {
     auto window = makeWindow();
     auto make = [](const QString& name) {
-        auto profile = std::make_shared<CVFilterProfileInfo>();
+        auto profile = CVFilterProfileInfo::create();
         profile->setProfileName(name);
         profile->setSearchExpression(u"protocol == \"UDP\""_s);
         profile->save();
@@ -389,14 +389,13 @@ TEST_F(WindowTest, RebuiltSavedSearchPopUpKeepsTheChoiceOnlyForTheSameObject)
     EXPECT_EQ(popup->currentIndex(), 2);
     EXPECT_EQ(window->chosenFilterProfile(), mail);
 
-    // A profile of the same name in another object is not the chosen one.
-    CVFilterProfileInfo::store().removeAll(mail);
+    // Deleted elsewhere and saved again under the same name: another object, not the choice.
+    mail->deleteObject();
     auto copy = make(u"Mail"_s);
     SavedSearchList::shared().reloadFilterProfiles();
     EXPECT_EQ(popup->count(), 3);
     EXPECT_EQ(popup->currentIndex(), 0);
     EXPECT_EQ(window->chosenFilterProfile(), nullptr);
-    CVFilterProfileInfo::store().clear();
 }
 
 TEST_F(WindowTest, BecomingActiveReloadsSavedSearchesAndRunsTheScriptCheck)

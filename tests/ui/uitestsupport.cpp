@@ -1,8 +1,18 @@
 #include "uitestsupport.h"
 
+#include "persistence/sqlitepersistentobject.h"
+
 TestSettings::TestSettings()
 {
+    database = std::make_unique<SQLiteInstanceManager>(
+        QStringLiteral("corvina.sqlite3"), dir.filePath(QStringLiteral("corvina.sqlite3")));
+    SQLitePersistentObject::setManager(database.get());
     reopen();
+}
+
+TestSettings::~TestSettings()
+{
+    SQLitePersistentObject::setManager(nullptr);
 }
 
 void TestSettings::reopen()

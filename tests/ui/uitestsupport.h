@@ -1,5 +1,6 @@
 #pragma once
 
+#include "persistence/sqliteinstancemanager.h"
 #include "prefs/cvprefshelper.h"
 #include "prefs/userdefaults.h"
 #include "snapshot/snapshotsource.h"
@@ -38,14 +39,17 @@ private:
     int m_requests = 0;
 };
 
-// A settings store in a temporary folder, with the helper over it.
+// A settings store and a saved-search database in a temporary folder, with the helper over
+// the store.
 struct TestSettings {
     TestSettings();
+    ~TestSettings();
     // A new store and helper over the same file, as after a restart.
     void reopen();
     QTemporaryDir dir;
     std::unique_ptr<UserDefaults> defaults;
     std::unique_ptr<CVPrefsHelper> prefs;
+    std::unique_ptr<SQLiteInstanceManager> database;
 };
 
 struct ItemSpec {

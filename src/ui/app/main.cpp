@@ -6,7 +6,9 @@
 #include "snapshot/lsofsnapshotworker.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QIcon>
+#include <QStandardPaths>
 #include <QTextStream>
 
 #include <cstdio>
@@ -32,8 +34,8 @@ bool hasDisplay()
 
 void setApplicationNames()
 {
+    // No organisation name: it would add a second "Corvina" to the data folder's path.
     QCoreApplication::setApplicationName(u"Corvina"_s);
-    QCoreApplication::setOrganizationName(u"Corvina"_s);
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVINA_VERSION));
 }
 
@@ -65,6 +67,9 @@ int main(int argc, char* argv[])
     QGuiApplication::setDesktopFileName(u"com.brindle.Corvina"_s);
     if (QIcon::themeName().isEmpty() || QIcon::themeName() == u"hicolor"_s)
         QIcon::setThemeName(u"Adwaita"_s);
+
+    // The saved-search database lies here; its manager does not create the folder.
+    QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation));
 
     CVPrefsHelper& prefs = CVPrefsHelper::sharedHelper();
     LsofFetcher& fetcher = LsofFetcher::shared();

@@ -489,7 +489,7 @@ void CVWindowController::confirmSaveSearchClicked()
         name->setFocus();
         return;
     }
-    auto profile = std::make_shared<CVFilterProfileInfo>();
+    auto profile = CVFilterProfileInfo::create();
     profile->setProfileName(name->text());
     profile->setSearchExpression(m_saveSearchWindow->expressionField()->text());
     profile->save();

@@ -1,24 +1,8 @@
-// Stand-in until the prefs and filter branches are merged; deleted then.
+// Stand-in until the saved-search list and the filter are merged; deleted then.
 #include "filter/itemfilter.h"
 #include "prefs/savedsearchlist.h"
 
 #include <QRegularExpression>
-
-QList<std::shared_ptr<CVFilterProfileInfo>>& CVFilterProfileInfo::store()
-{
-    static QList<std::shared_ptr<CVFilterProfileInfo>> s;
-    return s;
-}
-
-void CVFilterProfileInfo::save()
-{
-    static qint64 next = 1;
-    m_pk = next++;
-    for (const auto& p : store())
-        if (p.get() == this)
-            return;
-    store().append(std::shared_ptr<CVFilterProfileInfo>(shared_from_this()));
-}
 
 SavedSearchList& SavedSearchList::shared()
 {
@@ -28,7 +12,7 @@ SavedSearchList& SavedSearchList::shared()
 
 void SavedSearchList::reloadFilterProfiles()
 {
-    m_profiles = CVFilterProfileInfo::store();
+    m_profiles = CVFilterProfileInfo::allObjects();
     Q_EMIT filterProfilesChanged();
 }
 

@@ -1,0 +1,162 @@
+#include "cvhelpertool.h"
+#include "helperinstaller.h"
+
+#include <charconv>
+#include <csignal>
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <systemd/sd-daemon.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: corvina-helper                 serve the socket systemd passes (socket activation)\n"
+    "       corvina-helper --socket PATH [--allow-uid UID]... [--lsof PATH]\n"
+    "                      [--request-timeout MS] [--lsof-timeout MS]\n"
+    "                                      serve a socket of its own (tests, manual runs)\n"
+    "       corvina-helper --install [--destdir DIR]\n"
+    "       corvina-helper --version\n";
+
+OVPrivilegeToolBase* runningTool = nullptr;
+
+void onStopSignal(int)
+{
+    if (runningTool != nullptr)
+        runningTool->requestStop();
+}
+
+struct Arguments {
+    bool install = false;
+    bool version = false;
+    std::string destdir;
+    std::string socketPath;
+    std::string lsofPath;
+    std::vector<uid_t> allowedUids;
+    std::chrono::milliseconds requestTimeout = HelperProtocol::kRequestTimeout;
+    std::chrono::milliseconds lsofTimeout = HelperProtocol::kLsofTimeout;
+};
+
+bool parseNumber(const std::string& text, unsigned long* out)
+{
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), *out);
+    return error == std::errc() && end == text.data() + text.size() && !text.empty();
+}
+
+bool parseArguments(int argc, char** argv, Arguments* args, std::string* error)
+{
+    bool testOnlyOption = false;
+    for (int i = 1; i < argc; ++i) {
+        const std::string option = argv[i];
+        const auto value = [&](std::string* out) {
+            if (i + 1 >= argc) {
+                *error = "option " + option + " needs a value";
+                return false;
+            }
+            *out = argv[++i];
+            return true;
+        };
+        std::string text;
+        unsigned long number = 0;
+        if (option == "--install") {
+            args->install = true;
+        } else if (option == "--version") {
+            args->version = true;
+        } else if (option == "--destdir") {
+            if (!value(&args->destdir))
+                return false;
+        } else if (option == "--socket") {
+            if (!value(&args->socketPath))
+                return false;
+        } else if (option == "--lsof") {
+            if (!value(&args->lsofPath))
+                return false;
+            testOnlyOption = true;
+        } else if (option == "--allow-uid" || option == "--request-timeout" ||
+                   option == "--lsof-timeout") {
+            if (!value(&text))
+                return false;
+            if (!parseNumber(text, &number)) {
+                *error = "option " + option + " needs a number, not '" + text + "'";
+                return false;
+            }
+            testOnlyOption = true;
+            if (option == "--allow-uid")
+                args->allowedUids.push_back(static_cast<uid_t>(number));
+            else if (option == "--request-timeout")
+                args->requestTimeout = std::chrono::milliseconds(number);
+            else
+                args->lsofTimeout = std::chrono::milliseconds(number);
+        } else {
+            *error = "unknown option '" + option + "'";
+            return false;
+        }
+    }
+    // The socket-activated daemon is the one root runs for everybody: it always uses the fixed
+    // lsof, the fixed limits and the fixed peer policy.
+    if (testOnlyOption && args->socketPath.empty()) {
+        *error = "--allow-uid, --lsof and the time-out options need --socket";
+        return false;
+    }
+    return true;
+}
+
+std::string ownExecutable(const char* argv0)
+{
+    std::vector<char> buffer(4096);
+    const ssize_t length = ::readlink("/proc/self/exe", buffer.data(), buffer.size() - 1);
+    if (length <= 0)
+        return argv0;
+    return std::string(buffer.data(), static_cast<std::size_t>(length));
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    Arguments args;
+    std::string error;
+    if (!parseArguments(argc, argv, &args, &error)) {
+        std::cerr << "corvina-helper: " << error << '\n' << kUsage;
+        return 2;
+    }
+    if (args.version) {
+        std::cout << CVHelperTool::kVersion << '\n';
+        return 0;
+    }
+    if (args.install)
+        return HelperInstaller(args.destdir).install(ownExecutable(argv[0]));
+
+    OVPrivilegeToolBase::Options options;
+    options.policy = PeerPolicy(PeerPolicy::kDefaultGroup, args.allowedUids);
+    options.requestTimeout = args.requestTimeout;
+    CVHelperTool tool(options, args.lsofPath, args.lsofTimeout);
+    if (!args.socketPath.empty()) {
+        if (!tool.listenOn(args.socketPath, &error)) {
+            std::cerr << "corvina-helper: " << error << '\n';
+            return 1;
+        }
+    } else {
+        const int count = sd_listen_fds(1);
+        if (count != 1) {
+            std::cerr << "corvina-helper: systemd passed no socket (" << count
+                      << "); use --socket PATH to run on a socket of its own\n"
+                      << kUsage;
+            return 2;
+        }
+        tool.adoptListener(SD_LISTEN_FDS_START);
+    }
+
+    runningTool = &tool;
+    struct sigaction stop {};
+    stop.sa_handler = onStopSignal;
+    sigemptyset(&stop.sa_mask);
+    ::sigaction(SIGTERM, &stop, nullptr);
+    ::sigaction(SIGINT, &stop, nullptr);
+    std::signal(SIGPIPE, SIG_IGN);
+    tool.run();
+    runningTool = nullptr;
+    return 0;
+}

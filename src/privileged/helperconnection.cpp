@@ -1,0 +1,141 @@
+#include "helperconnection.h"
+
+#include <sys/socket.h>
+
+using HelperProtocol::Operation;
+
+HelperConnection::HelperConnection(std::string socketPath, std::chrono::milliseconds replyTimeout)
+    : m_socketPath(std::move(socketPath)), m_replyTimeout(replyTimeout)
+{
+    m_thread = std::thread([this] { work(); });
+}
+
+HelperConnection::~HelperConnection()
+{
+    {
+        std::lock_guard lock(m_lock);
+        m_stopping = true;
+        m_invalidationHandler = nullptr;
+        if (m_activeFd >= 0)
+            ::shutdown(m_activeFd, SHUT_RDWR);
+    }
+    m_wake.notify_all();
+    m_thread.join();
+}
+
+void HelperConnection::setInvalidationHandler(std::function<void()> handler)
+{
+    std::lock_guard lock(m_lock);
+    m_invalidationHandler = std::move(handler);
+}
+
+void HelperConnection::send(Operation operation, ReplyHandler reply, ErrorHandler error)
+{
+    {
+        std::lock_guard lock(m_lock);
+        m_queue.push_back({operation, std::move(reply), std::move(error)});
+    }
+    m_wake.notify_all();
+}
+
+void HelperConnection::invalidate()
+{
+    std::lock_guard lock(m_lock);
+    m_invalidated.store(true);
+    if (m_activeFd >= 0)
+        ::shutdown(m_activeFd, SHUT_RDWR);
+    m_wake.notify_all();
+}
+
+void HelperConnection::markInvalid()
+{
+    std::function<void()> handler;
+    {
+        std::lock_guard lock(m_lock);
+        m_invalidated.store(true);
+        handler = std::exchange(m_invalidationHandler, nullptr);
+    }
+    if (handler)
+        handler();
+}
+
+void HelperConnection::work()
+{
+    for (;;) {
+        Pending next;
+        {
+            std::unique_lock lock(m_lock);
+            m_wake.wait(lock, [this] { return m_stopping || !m_queue.empty(); });
+            if (m_stopping) {
+                std::deque<Pending> abandoned = std::move(m_queue);
+                lock.unlock();
+                for (Pending& pending : abandoned)
+                    pending.error("connection closed");
+                return;
+            }
+            next = std::move(m_queue.front());
+            m_queue.pop_front();
+        }
+        if (m_invalidated.load()) {
+            markInvalid();
+            next.error("connection invalidated");
+            continue;
+        }
+        std::string error;
+        const auto reply = exchange(next.operation, &error);
+        if (!reply) {
+            markInvalid();
+            next.error(error);
+            continue;
+        }
+        next.reply(reply->value());
+    }
+}
+
+// One socket per request: the daemon closes idle connections, and a fresh socket never meets
+// a half-read reply of an earlier request.
+std::optional<HelperProtocol::Reply> HelperConnection::exchange(Operation operation,
+                                                                std::string* error)
+{
+    FramedSocket socket = FramedSocket::connectTo(m_socketPath, error);
+    if (!socket.isValid())
+        return std::nullopt;
+    {
+        std::lock_guard lock(m_lock);
+        if (m_stopping || m_invalidated.load()) {
+            *error = "connection invalidated";
+            return std::nullopt;
+        }
+        m_activeFd = socket.fd();
+    }
+    const auto deadline = FramedSocket::Clock::now() + m_replyTimeout;
+    FramedSocket::Result result =
+        socket.writeFrame(HelperProtocol::encodeRequest({operation}), deadline);
+    std::vector<std::uint8_t> payload;
+    if (result == FramedSocket::Result::Ok)
+        result = socket.readFrame(payload, HelperProtocol::kMaxReplyFrame, deadline);
+    {
+        std::lock_guard lock(m_lock);
+        m_activeFd = -1;
+    }
+    if (result != FramedSocket::Result::Ok) {
+        *error = std::string("helper ") + HelperProtocol::operationName(operation) + ": " +
+                 FramedSocket::describe(result);
+        return std::nullopt;
+    }
+    HelperProtocol::DecodeError decodeError;
+    auto reply = HelperProtocol::decodeReply(payload, &decodeError);
+    if (!reply) {
+        *error = "helper sent a bad reply: " + decodeError.message;
+        return std::nullopt;
+    }
+    if (reply->status == HelperProtocol::Status::Refused)
+        *error = "the helper refused this user: " + reply->text;
+    else if (reply->status == HelperProtocol::Status::BadRequest)
+        *error = "the helper rejected the request: " + reply->text;
+    else if (reply->operation != operation)
+        *error = "the helper answered another operation";
+    if (!error->empty())
+        return std::nullopt;
+    return reply;
+}

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// The wire protocol between the helper daemon and its clients (docs/helper-protocol.md).
+// A frame is a 4-byte big-endian payload length followed by the payload. A request payload is
+// [version][operation]; a reply payload is [version][operation][status] followed, for a text
+// reply, by the UTF-8 text. Plain C++: the daemon links no Qt.
+namespace HelperProtocol {
+
+inline constexpr std::uint8_t kProtocolVersion = 1;
+inline constexpr std::size_t kFrameHeaderSize = 4;
+inline constexpr std::size_t kRequestSize = 2;
+inline constexpr std::size_t kReplyHeaderSize = 3;
+// A request is two bytes; anything longer than this is abuse, not a future extension.
+inline constexpr std::size_t kMaxRequestFrame = 64;
+// lsof text for 100 000 sockets is about 15 MiB; a reply beyond this is refused by the client.
+inline constexpr std::size_t kMaxReplyFrame = 64 * 1024 * 1024;
+// A client must complete each request within this time (also the idle limit of a connection).
+inline constexpr std::chrono::milliseconds kRequestTimeout{5000};
+// The client waits this long for a reply: lsof's own bound plus a margin.
+inline constexpr std::chrono::milliseconds kReplyTimeout{15000};
+inline constexpr std::chrono::milliseconds kLsofTimeout{10000};
+inline constexpr std::size_t kMaxConnections = 32;
+
+enum class Operation : std::uint8_t {
+    ConnectWithEndpoint = 1,
+    GetVersion = 2,
+    RunLsof = 3,
+};
+
+enum class Status : std::uint8_t {
+    Null = 0,
+    Text = 1,
+    // The peer is not allowed by the daemon's policy; the daemon closes the connection after it.
+    Refused = 2,
+    // The request was malformed or named no known operation; the connection is closed after it.
+    BadRequest = 3,
+};
+
+struct Request {
+    Operation operation = Operation::GetVersion;
+};
+
+struct Reply {
+    Operation operation = Operation::GetVersion;
+    Status status = Status::Null;
+    std::string text;
+
+    std::optional<std::string> value() const
+    {
+        if (status == Status::Text)
+            return text;
+        return std::nullopt;
+    }
+};
+
+// Why a decode failed, in a sentence for a log.
+struct DecodeError {
+    std::string message;
+};
+
+std::vector<std::uint8_t> encodeRequest(const Request& request);
+std::optional<Request> decodeRequest(const std::vector<std::uint8_t>& payload, DecodeError* error);
+
+std::vector<std::uint8_t> encodeReply(const Reply& reply);
+std::optional<Reply> decodeReply(const std::vector<std::uint8_t>& payload, DecodeError* error);
+
+bool isKnownOperation(std::uint8_t code);
+const char* operationName(Operation operation);
+
+void putLength(std::uint8_t* out, std::uint32_t length);
+std::uint32_t getLength(const std::uint8_t* in);
+
+bool isValidUtf8(std::string_view bytes);
+
+} // namespace HelperProtocol

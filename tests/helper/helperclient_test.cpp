@@ -1,0 +1,289 @@
+#include "daemonprocess.h"
+
+#include "helper/cvhelperutility.h"
+#include "platform/systemlog.h"
+#include "privileged/authorizationform.h"
+
+#include <QCoreApplication>
+#include <QMutex>
+#include <QStringList>
+#include <QThread>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Collects every reply of one request: the tests check it came exactly once.
+struct ReplyRecorder {
+    std::mutex lock;
+    std::vector<std::optional<QString>> replies;
+    std::vector<Qt::HANDLE> threads;
+    std::promise<void> first;
+    std::atomic<bool> fulfilled{false};
+
+    OVPrivilegeUtilityBase::TextReply callback()
+    {
+        return [this](std::optional<QString> reply) {
+            std::lock_guard guard(lock);
+            replies.push_back(std::move(reply));
+            threads.push_back(QThread::currentThreadId());
+            if (!fulfilled.exchange(true))
+                first.set_value();
+        };
+    }
+
+    bool waitForReply(std::chrono::milliseconds patience = 5s)
+    {
+        return first.get_future().wait_for(patience) == std::future_status::ready;
+    }
+};
+
+class HelperClientTest : public ::testing::Test {
+protected:
+    static void SetUpTestSuite()
+    {
+        static int argc = 1;
+        static char name[] = "corvina_tests_helper";
+        static char* argv[] = {name, nullptr};
+        if (QCoreApplication::instance() == nullptr)
+            new QCoreApplication(argc, argv);
+    }
+
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/corvina-client-XXXXXX";
+        ASSERT_NE(::mkdtemp(pattern), nullptr);
+        m_dir = pattern;
+        m_socket = m_dir + "/helper.sock";
+        SystemLog::setEcho([this](const QString& message) {
+            QMutexLocker locker(&m_logLock);
+            m_log << message;
+        });
+    }
+
+    void TearDown() override
+    {
+        SystemLog::setEcho({});
+        m_daemon.stop();
+        fs::remove_all(m_dir);
+    }
+
+    void startDaemon(const std::string& lsofBody = "echo COMMAND")
+    {
+        const std::string lsof = m_dir + "/lsof";
+        std::ofstream(lsof) << "#!/bin/sh\n" << lsofBody << "\n";
+        ::chmod(lsof.c_str(), 0755);
+        ASSERT_TRUE(m_daemon.start(m_socket, {"--allow-uid", std::to_string(::getuid()), "--lsof",
+                                              lsof, "--request-timeout", "1000"}));
+    }
+
+    CVHelperUtility::Environment environment()
+    {
+        CVHelperUtility::Environment env;
+        env.socketPath = QString::fromStdString(m_socket);
+        env.offerInstall = false;
+        env.replyTimeout = 3s;
+        return env;
+    }
+
+    QStringList log()
+    {
+        QMutexLocker locker(&m_logLock);
+        return m_log;
+    }
+
+    std::string m_dir;
+    std::string m_socket;
+    DaemonProcess m_daemon;
+    QMutex m_logLock;
+    QStringList m_log;
+};
+
+TEST_F(HelperClientTest, GetsVersionAndLsofTextOffTheGuiThread)
+{
+    startDaemon("echo 'COMMAND PID'; echo \"$@\"");
+    CVHelperUtility utility(environment());
+
+    ReplyRecorder version;
+    utility.getVersion(version.callback());
+    ASSERT_TRUE(version.waitForReply());
+    ASSERT_EQ(version.replies.size(), 1u);
+    EXPECT_EQ(version.replies[0], utility.bundledHelperVersion());
+
+    ReplyRecorder lsof;
+    utility.runLsofWithReply(lsof.callback());
+    ASSERT_TRUE(lsof.waitForReply());
+    // The version is stored after its callback ran; requests are answered in order.
+    EXPECT_EQ(utility.helperVersion(), u"1.0"_s);
+    EXPECT_EQ(lsof.replies.at(0), u"COMMAND PID\n-i -n -P +c 0\n"_s);
+    EXPECT_NE(lsof.threads.at(0), QThread::currentThreadId());
+    EXPECT_TRUE(log().isEmpty()) << log().join(u'\n').toStdString();
+}
+
+TEST_F(HelperClientTest, MissingDaemonAnswersNullOnceAndLogsConnectError)
+{
+    CVHelperUtility utility(environment());
+    ReplyRecorder lsof;
+    utility.runLsofWithReply(lsof.callback());
+    ASSERT_TRUE(lsof.waitForReply());
+    ReplyRecorder version;
+    utility.getVersion(version.callback());
+    ASSERT_TRUE(version.waitForReply());
+    std::this_thread::sleep_for(50ms);
+
+    EXPECT_EQ(lsof.replies, (std::vector<std::optional<QString>>{std::nullopt}));
+    EXPECT_EQ(version.replies, (std::vector<std::optional<QString>>{std::nullopt}));
+    EXPECT_EQ(utility.helperVersion(), std::nullopt);
+    const QStringList messages = log();
+    ASSERT_EQ(messages.size(), 2);
+    for (const QString& message : messages)
+        EXPECT_TRUE(message.startsWith(u"connect error "_s)) << message.toStdString();
+}
+
+TEST_F(HelperClientTest, DaemonKilledMidRequestGivesOneNullThenReconnects)
+{
+    startDaemon("sleep 5; echo late");
+    CVHelperUtility utility(environment());
+    const auto firstConnection = utility.connectToHelperTool();
+
+    ReplyRecorder lsof;
+    utility.runLsofWithReply(lsof.callback());
+    std::this_thread::sleep_for(200ms);
+    m_daemon.kill();
+    ASSERT_TRUE(lsof.waitForReply(3s));
+    std::this_thread::sleep_for(100ms);
+    EXPECT_EQ(lsof.replies, (std::vector<std::optional<QString>>{std::nullopt}));
+    EXPECT_TRUE(firstConnection->isInvalidated());
+    ASSERT_FALSE(log().isEmpty());
+    EXPECT_TRUE(log().first().startsWith(u"connect error "_s));
+
+    // The next request goes through a new connection to the restarted daemon.
+    startDaemon();
+    QCoreApplication::processEvents();
+    ReplyRecorder again;
+    utility.runLsofWithReply(again.callback());
+    ASSERT_TRUE(again.waitForReply());
+    EXPECT_EQ(again.replies.at(0), u"COMMAND\n"_s);
+    EXPECT_NE(utility.connectToHelperTool(), firstConnection);
+}
+
+TEST_F(HelperClientTest, InstallOfferIsMadeOncePerBundledVersion)
+{
+    const std::string record = m_dir + "/installer-calls";
+    const std::string installer = m_dir + "/fake-pkexec";
+    // Records its arguments and fails as a cancelled password dialog does.
+    std::ofstream(installer) << "#!/bin/sh\necho \"$@\" >> " << record << "\nexit 126\n";
+    ::chmod(installer.c_str(), 0755);
+    const auto calls = [&] {
+        std::ifstream in(record);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(in, line);)
+            lines.push_back(line);
+        return lines;
+    };
+
+    struct Case {
+        const char* name;
+        std::optional<QString> stored;
+        std::size_t expectedCalls;
+    };
+    const std::vector<Case> cases = {
+        {"never offered", std::nullopt, 1},
+        {"offered for an older version", u"0.9"_s, 1},
+        {"already offered for this version", u"1.0"_s, 0},
+    };
+    const QString key = u"OVLastCheckedHelperVersion.com.brindle.Corvina.Helper"_s;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        fs::remove(record);
+        QMap<QString, QString> store;
+        if (c.stored)
+            store.insert(key, *c.stored);
+        auto env = environment();
+        env.offerInstall = true;
+        env.elevateProgram = QString::fromStdString(installer);
+        env.helperExecutable = u"/opt/corvina-helper"_s;
+        env.settings.read = [&](const QString& k) { return store.value(k); };
+        env.settings.write = [&](const QString& k, const QString& v) { store.insert(k, v); };
+        CVHelperUtility utility(env);
+        EXPECT_TRUE(calls().empty()) << "the offer waits for the event loop";
+        QCoreApplication::processEvents();
+        EXPECT_EQ(calls().size(), c.expectedCalls);
+        if (c.expectedCalls == 1) {
+            EXPECT_EQ(calls().at(0), "/opt/corvina-helper --install");
+            ASSERT_FALSE(log().isEmpty());
+            EXPECT_TRUE(log().last().startsWith(u"install helper failed "_s));
+        }
+        EXPECT_EQ(store.value(key), u"1.0"_s);
+    }
+}
+
+TEST_F(HelperClientTest, InstallReplacesTheConnectionAndRemoveChangesNothing)
+{
+    startDaemon();
+    auto env = environment();
+    env.elevateProgram = u"/bin/true"_s;
+    int probes = 0;
+    env.installedProbe = [&probes] {
+        ++probes;
+        return true;
+    };
+    CVHelperUtility utility(env);
+    const auto before = utility.connectToHelperTool();
+    EXPECT_TRUE(utility.installHelper());
+    EXPECT_TRUE(before->isInvalidated());
+    EXPECT_NE(utility.connectToHelperTool(), before);
+
+    EXPECT_TRUE(utility.removeHelper());
+    EXPECT_TRUE(utility.checkHelperInstalled());
+    EXPECT_EQ(probes, 1);
+    ReplyRecorder version;
+    utility.getVersion(version.callback());
+    ASSERT_TRUE(version.waitForReply());
+    EXPECT_EQ(version.replies.at(0), u"1.0"_s);
+}
+
+TEST_F(HelperClientTest, AuthorizationFormNamesThisProcess)
+{
+    CVHelperUtility utility(environment());
+    const QByteArray form = utility.authorization();
+    ASSERT_EQ(form.size(), 32);
+    const auto decoded = AuthorizationForm::fromBytes(
+        reinterpret_cast<const std::uint8_t*>(form.constData()), std::size_t(form.size()));
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->pid, std::uint32_t(::getpid()));
+    EXPECT_EQ(decoded->uid, std::uint32_t(::getuid()));
+    EXPECT_EQ(decoded->startTime, AuthorizationForm::processStartTime(::getpid()));
+}
+
+TEST(HelperUtilityBase, MissingSubclassOperationsRaiseTheirNames)
+{
+    OVPrivilegeUtilityBase::Environment env;
+    env.offerInstall = false;
+    OVPrivilegeUtilityBase base(env);
+    try {
+        base.helperToolServiceName();
+        FAIL() << "no exception";
+    } catch (const PrivilegeUtilityException& e) {
+        EXPECT_EQ(e.name(), u"Must specified the helper tool class"_s);
+    }
+    try {
+        base.bundledHelperVersion();
+        FAIL() << "no exception";
+    } catch (const PrivilegeUtilityException& e) {
+        EXPECT_EQ(e.name(), u"bundledHelperVersion not implemented"_s);
+    }
+}
+
+} // namespace

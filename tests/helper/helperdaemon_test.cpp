@@ -1,0 +1,356 @@
+#include "daemonprocess.h"
+
+#include "privileged/framedsocket.h"
+#include "privileged/helperprotocol.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <pwd.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int kEndpoint = 1;
+constexpr int kVersion = 2;
+constexpr int kRunLsof = 3;
+constexpr int kStatusNull = 0;
+constexpr int kStatusText = 1;
+constexpr int kStatusRefused = 2;
+constexpr int kStatusBadRequest = 3;
+
+class HelperDaemonTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        char pattern[] = "/tmp/corvina-helperd-XXXXXX";
+        ASSERT_NE(::mkdtemp(pattern), nullptr);
+        m_dir = pattern;
+        m_socket = m_dir + "/helper.sock";
+    }
+
+    void TearDown() override
+    {
+        if (m_daemon.isRunning()) {
+            EXPECT_EQ(m_daemon.stop(), 0) << "the daemon must stop cleanly on SIGTERM";
+        }
+        fs::remove_all(m_dir);
+    }
+
+    std::string script(const std::string& name, const std::string& body)
+    {
+        const std::string path = m_dir + "/" + name;
+        std::ofstream(path) << "#!/bin/sh\n" << body << "\n";
+        ::chmod(path.c_str(), 0755);
+        return path;
+    }
+
+    void startDaemon(std::vector<std::string> arguments = {})
+    {
+        arguments.insert(arguments.end(),
+                         {"--allow-uid", std::to_string(::getuid()), "--request-timeout", "300"});
+        ASSERT_TRUE(m_daemon.start(m_socket, arguments));
+    }
+
+    std::string m_dir;
+    std::string m_socket;
+    DaemonProcess m_daemon;
+};
+
+TEST_F(HelperDaemonTest, AnswersEveryOperation)
+{
+    // The fake prints what it was given: its arguments, its environment and its file limit.
+    const std::string lsof = script("lsof", "echo \"$@\"; env | sort; ulimit -n");
+    // The daemon inherits our limit; raise it so that seeing 1024 in the child proves the cut.
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+    ::setenv("CORVINA_TEST_LEAK", "1", 1);
+    startDaemon({"--lsof", lsof});
+    ::unsetenv("CORVINA_TEST_LEAK");
+
+    const auto endpoint = rawRequest(m_socket, requestBytes(kEndpoint));
+    ASSERT_TRUE(endpoint);
+    EXPECT_EQ(endpoint->operation, kEndpoint);
+    EXPECT_EQ(endpoint->status, kStatusText);
+    EXPECT_EQ(endpoint->text, m_socket);
+
+    const auto version = rawRequest(m_socket, requestBytes(kVersion));
+    ASSERT_TRUE(version);
+    EXPECT_EQ(version->status, kStatusText);
+    EXPECT_EQ(version->text, "1.0");
+
+    const auto lsofReply = rawRequest(m_socket, requestBytes(kRunLsof));
+    ASSERT_TRUE(lsofReply);
+    ASSERT_EQ(lsofReply->status, kStatusText);
+    EXPECT_EQ(lsofReply->text.substr(0, lsofReply->text.find('\n')), "-i -n -P +c 0");
+    EXPECT_EQ(lsofReply->text.find("CORVINA_TEST_LEAK"), std::string::npos)
+        << "the child must not inherit the daemon's environment";
+    EXPECT_EQ(lsofReply->text.find("HOME="), std::string::npos);
+    EXPECT_NE(lsofReply->text.find("\n1024\n"), std::string::npos) << lsofReply->text;
+}
+
+TEST_F(HelperDaemonTest, ServesSeveralRequestsOnOneConnectionInOrder)
+{
+    startDaemon();
+    const std::string three =
+        requestBytes(kVersion) + requestBytes(kEndpoint) + requestBytes(kVersion);
+    std::string error;
+    FramedSocket socket = FramedSocket::connectTo(m_socket, &error);
+    ASSERT_TRUE(socket.isValid()) << error;
+    const auto deadline = FramedSocket::Clock::now() + 5s;
+    socket.writeRaw(reinterpret_cast<const std::uint8_t*>(three.data()), three.size(), deadline);
+    std::vector<int> operations;
+    std::vector<std::uint8_t> payload;
+    while (socket.readFrame(payload, 1024, deadline) == FramedSocket::Result::Ok)
+        operations.push_back(payload.at(1));
+    EXPECT_EQ(operations, (std::vector<int>{kVersion, kEndpoint, kVersion}));
+}
+
+TEST_F(HelperDaemonTest, LsofFailuresGiveNull)
+{
+    struct Case {
+        const char* name;
+        std::string lsof;
+    };
+    const std::vector<Case> cases = {
+        {"missing program", m_dir + "/no-such-lsof"},
+        {"not UTF-8", script("bad-utf8", "printf 'COMMAND\\377\\376\\n'")},
+        {"hangs past the bound", script("hang", "echo partial; exec sleep 30")},
+        {"killed by a signal", script("crash", "echo partial; kill -9 $$")},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        DaemonProcess daemon;
+        ASSERT_TRUE(daemon.start(m_socket, {"--allow-uid", std::to_string(::getuid()), "--lsof",
+                                            c.lsof, "--lsof-timeout", "300"}));
+        const auto reply = rawRequest(m_socket, requestBytes(kRunLsof));
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(reply->status, kStatusNull);
+        EXPECT_EQ(reply->text, "");
+        // Still serving after the failure.
+        const auto version = rawRequest(m_socket, requestBytes(kVersion));
+        ASSERT_TRUE(version);
+        EXPECT_EQ(version->text, "1.0");
+        EXPECT_EQ(daemon.stop(), 0);
+    }
+}
+
+TEST_F(HelperDaemonTest, EmptyLsofOutputIsTextNotNull)
+{
+    startDaemon({"--lsof", script("quiet", "exit 1")});
+    const auto reply = rawRequest(m_socket, requestBytes(kRunLsof));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->status, kStatusText);
+    EXPECT_EQ(reply->text, "");
+}
+
+TEST_F(HelperDaemonTest, RefusesPeersOutsideItsPolicy)
+{
+    ::chmod(m_dir.c_str(), 0755);
+    ASSERT_TRUE(m_daemon.start(m_socket, {}));
+    // A peer that is neither root, nor in the group, nor allowed by uid.
+    const auto askAsStranger = [this]() -> int {
+        if (::getuid() != 0) {
+            const auto reply = rawRequest(m_socket, requestBytes(kVersion));
+            return reply ? reply->status : -1;
+        }
+        const passwd* nobody = ::getpwnam("nobody");
+        if (nobody == nullptr)
+            return -2;
+        const pid_t child = ::fork();
+        if (child == 0) {
+            if (::setgid(nobody->pw_gid) != 0 || ::setuid(nobody->pw_uid) != 0)
+                ::_exit(100);
+            const auto reply = rawRequest(m_socket, requestBytes(kVersion));
+            ::_exit(reply ? reply->status : 101);
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    };
+    const int status = askAsStranger();
+    if (status == -2)
+        GTEST_SKIP() << "no user 'nobody' to act as a stranger";
+    EXPECT_EQ(status, kStatusRefused);
+
+    // Root, or the uid named with --allow-uid, is served.
+    DaemonProcess allowing;
+    const std::string other = m_dir + "/allowing.sock";
+    ASSERT_TRUE(allowing.start(other, {"--allow-uid", std::to_string(::getuid())}));
+    const auto reply = rawRequest(other, requestBytes(kVersion));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->status, kStatusText);
+    EXPECT_EQ(allowing.stop(), 0);
+}
+
+TEST_F(HelperDaemonTest, RejectsMalformedRequestsAndStaysUp)
+{
+    startDaemon();
+    struct Case {
+        const char* name;
+        std::string bytes;
+        int status;
+    };
+    std::string wrongVersion = requestBytes(kVersion);
+    wrongVersion[4] = 9;
+    std::string unknownOperation = requestBytes(kVersion);
+    unknownOperation[5] = 77;
+    const std::vector<Case> cases = {
+        {"wrong protocol version", wrongVersion, kStatusBadRequest},
+        {"unknown operation", unknownOperation, kStatusBadRequest},
+        {"request with extra bytes", std::string("\0\0\0\3\1\2\0", 7), kStatusBadRequest},
+        {"empty frame", std::string("\0\0\0\0", 4), kStatusBadRequest},
+        {"frame claiming gigabytes", std::string("\xff\xff\xff\xf0", 4), kStatusBadRequest},
+        {"garbage", std::string("\x41\x00\x13\x37GET / HTTP/1.0\r\n\r\n", 22), kStatusBadRequest},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto reply = rawRequest(m_socket, c.bytes, 2s);
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(reply->status, c.status);
+    }
+    const auto version = rawRequest(m_socket, requestBytes(kVersion));
+    ASSERT_TRUE(version);
+    EXPECT_EQ(version->text, "1.0");
+}
+
+TEST_F(HelperDaemonTest, HalfAFrameThenSilenceIsClosedByTheReadTimeOut)
+{
+    startDaemon();
+    std::string error;
+    FramedSocket socket = FramedSocket::connectTo(m_socket, &error);
+    ASSERT_TRUE(socket.isValid());
+    const std::string half = requestBytes(kVersion).substr(0, 5);
+    socket.writeRaw(reinterpret_cast<const std::uint8_t*>(half.data()), half.size(),
+                    FramedSocket::Clock::now() + 1s);
+    std::vector<std::uint8_t> payload;
+    // The daemon's time-out is 300 ms here; far sooner than our own patience.
+    EXPECT_EQ(socket.readFrame(payload, 1024, FramedSocket::Clock::now() + 5s),
+              FramedSocket::Result::Closed);
+}
+
+TEST_F(HelperDaemonTest, SurvivesAClientThatLeavesMidReply)
+{
+    // About 8 MiB: more than the socket buffers hold, so the daemon is still writing.
+    startDaemon({"--lsof", script("big", "head -c 8388608 /dev/zero | tr '\\0' x")});
+    for (int i = 0; i < 3; ++i) {
+        std::string error;
+        FramedSocket socket = FramedSocket::connectTo(m_socket, &error);
+        const std::string request = requestBytes(kRunLsof);
+        socket.writeRaw(reinterpret_cast<const std::uint8_t*>(request.data()), request.size(),
+                        FramedSocket::Clock::now() + 1s);
+        std::uint8_t first[16];
+        ASSERT_GT(::recv(socket.fd(), first, sizeof(first), MSG_WAITALL), 0);
+    }
+    const auto reply = rawRequest(m_socket, requestBytes(kRunLsof));
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->text.size(), 8388608u);
+}
+
+TEST_F(HelperDaemonTest, StopsOnSigtermAfterAnsweringTheRequestInFlight)
+{
+    startDaemon({"--lsof", script("slow", "sleep 0.4; echo done")});
+    std::string error;
+    FramedSocket idle = FramedSocket::connectTo(m_socket, &error);
+    auto inFlight = std::async(std::launch::async,
+                               [this] { return rawRequest(m_socket, requestBytes(kRunLsof)); });
+    std::this_thread::sleep_for(150ms);
+    ::kill(m_daemon.pid(), SIGTERM);
+    const auto reply = inFlight.get();
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->text, "done\n");
+    EXPECT_EQ(m_daemon.stop(), 0);
+    EXPECT_FALSE(fs::exists(m_socket)) << "its own socket file is removed on the way out";
+}
+
+TEST_F(HelperDaemonTest, ServesAHundredClientsAtOnce)
+{
+    startDaemon();
+    constexpr int kClients = 100;
+    std::atomic<int> answered{0};
+    std::vector<std::thread> clients;
+    for (int i = 0; i < kClients; ++i) {
+        clients.emplace_back([&] {
+            const auto reply = rawRequest(m_socket, requestBytes(kVersion), 10s);
+            if (reply && reply->text == "1.0")
+                ++answered;
+        });
+    }
+    for (std::thread& client : clients)
+        client.join();
+    EXPECT_EQ(answered.load(), kClients);
+}
+
+TEST_F(HelperDaemonTest, IdleClientsBeyondTheCapDoNotLockOthersOut)
+{
+    startDaemon();
+    // More silent clients than the cap; the daemon drops each after its read time-out and then
+    // serves the ones waiting in the backlog, so a real request still gets through.
+    std::vector<FramedSocket> idle;
+    for (std::size_t i = 0; i < HelperProtocol::kMaxConnections + 8; ++i) {
+        std::string error;
+        idle.push_back(FramedSocket::connectTo(m_socket, &error));
+    }
+    const auto reply = rawRequest(m_socket, requestBytes(kVersion), 5s);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->text, "1.0");
+}
+
+TEST(HelperDaemonCommandLine, RejectsTestOptionsWithoutItsOwnSocket)
+{
+    for (const char* option : {"--lsof", "--allow-uid", "--request-timeout", "--lsof-timeout"}) {
+        SCOPED_TRACE(option);
+        EXPECT_EQ(DaemonProcess::runToCompletion({option, "1"}), 2);
+    }
+    EXPECT_EQ(DaemonProcess::runToCompletion({"--allow-uid", "me", "--socket", "/tmp/x"}), 2);
+    EXPECT_EQ(DaemonProcess::runToCompletion({"--bogus"}), 2);
+    // Outside systemd there is no socket to take over.
+    EXPECT_EQ(DaemonProcess::runToCompletion({}), 2);
+}
+
+TEST(HelperDaemonInstall, StagesTheDaemonUnitsAndPolicy)
+{
+    char pattern[] = "/tmp/corvina-stage-XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern), nullptr);
+    const fs::path root = pattern;
+    ASSERT_EQ(DaemonProcess::runToCompletion({"--install", "--destdir", root.string()}), 0);
+    const fs::path binary = root / "usr/local/libexec/corvina/corvina-helper";
+    ASSERT_TRUE(fs::exists(binary));
+    EXPECT_EQ(fs::file_size(binary), fs::file_size(DaemonProcess::executable()));
+    EXPECT_NE(fs::status(binary).permissions() & fs::perms::owner_exec, fs::perms::none);
+    const auto read = [](const fs::path& path) {
+        std::ifstream in(path);
+        return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    };
+    const std::string service =
+        read(root / "etc/systemd/system/com.brindle.Corvina.Helper.service");
+    EXPECT_NE(service.find("ExecStart=/usr/local/libexec/corvina/corvina-helper\n"),
+              std::string::npos);
+    EXPECT_NE(service.find("NoNewPrivileges=yes"), std::string::npos);
+    const std::string socket = read(root / "etc/systemd/system/com.brindle.Corvina.Helper.socket");
+    EXPECT_NE(socket.find("ListenStream=/run/com.brindle.Corvina.Helper.sock\n"),
+              std::string::npos);
+    EXPECT_TRUE(fs::exists(root / "usr/share/polkit-1/actions/com.brindle.Corvina.Helper.policy"));
+    fs::remove_all(root);
+
+    if (::geteuid() != 0) {
+        EXPECT_EQ(DaemonProcess::runToCompletion({"--install"}), 1) << "only root installs";
+    }
+}
+
+} // namespace

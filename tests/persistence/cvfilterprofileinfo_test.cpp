@@ -1,0 +1,121 @@
+#include "persistencetestsupport.h"
+
+#include "prefs/cvfilterprofileinfo.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+class FilterProfileTest : public PersistenceTest {
+protected:
+    static std::shared_ptr<CVFilterProfileInfo> stored(const QString& name,
+                                                       const QString& expression)
+    {
+        auto profile = CVFilterProfileInfo::create();
+        profile->setProfileName(name);
+        profile->setSearchExpression(expression);
+        profile->save();
+        return profile;
+    }
+};
+
+TEST_F(FilterProfileTest, FreshDatabaseHoldsTheProfileTable)
+{
+    const auto profile = stored(u"Work"_s, u"protocol == \"TCP\""_s);
+    EXPECT_EQ(profile->pk(), 1);
+    EXPECT_EQ(
+        rows(
+            u"select name, type, pk from pragma_table_info('c_v_filter_profile_info') order by cid"_s),
+        Rows({{u"pk"_s, u"INTEGER"_s, u"1"_s},
+              {u"profile_name"_s, u"TEXT"_s, u"0"_s},
+              {u"search_expression"_s, u"TEXT"_s, u"0"_s}}));
+    EXPECT_EQ(rows(u"select name, seq from SQLITESEQUENCE"_s),
+              Rows({{u"c_v_filter_profile_info"_s, u"1"_s}}));
+    EXPECT_EQ(rows(u"select count(*) from sqlite_master where type = 'index'"_s), Rows({{u"1"_s}}))
+        << "only the sequence table's own key index";
+}
+
+TEST_F(FilterProfileTest, OnlyStoredProfilesSaveAndOnlyKeyValueSetsAreWritten)
+{
+    auto profile = CVFilterProfileInfo::create();
+    profile->setProfileName(u"draft"_s);
+    profile->setValue(u"searchExpression"_s, u"state == \"LISTEN\""_s);
+    EXPECT_EQ(profile->pk(), -1);
+    EXPECT_TRUE(
+        rows(u"select * from sqlite_master where name = 'c_v_filter_profile_info'"_s).isEmpty())
+        << "an unsaved profile writes nothing";
+
+    profile->save();
+    ASSERT_EQ(profile->pk(), 1);
+    profile->setValue(u"profileName"_s, u"renamed"_s);
+    EXPECT_EQ(rows(u"select pk, profile_name from c_v_filter_profile_info"_s),
+              Rows({{u"1"_s, u"renamed"_s}}))
+        << "a key-value set of a stored profile is written at once";
+    EXPECT_FALSE(profile->isDirty());
+
+    profile->setProfileName(u"plain setter"_s);
+    EXPECT_EQ(profile->profileName(), u"plain setter"_s);
+    EXPECT_EQ(rows(u"select profile_name from c_v_filter_profile_info"_s), Rows({{u"renamed"_s}}))
+        << "noticed, but not dirty, so not written";
+
+    profile->takeValuesFromDictionary({{u"searchExpression"_s, u"user == \"root\""_s}});
+    EXPECT_EQ(rows(u"select profile_name, search_expression from c_v_filter_profile_info"_s),
+              Rows({{u"plain setter"_s, u"user == \"root\""_s}}));
+}
+
+TEST_F(FilterProfileTest, TextIsStoredIntactAndNullStaysNull)
+{
+    const QString name = u"It's \"100%\" %d %@ done'); DROP TABLE x; --"_s;
+    const QString expression = u"remoteAddress LIKE '10.%' AND name == \"%s\""_s;
+    const auto quoted = stored(name, expression);
+    const auto empty = stored(u"no expression"_s, QString());
+    EXPECT_EQ(
+        rows(u"select profile_name, search_expression from c_v_filter_profile_info order by pk"_s),
+        Rows({{name, expression}, {u"no expression"_s, u"NULL"_s}}));
+
+    SQLitePersistentObject::clearCache();
+    const auto profiles = CVFilterProfileInfo::allObjects();
+    ASSERT_EQ(profiles.size(), 2);
+    EXPECT_EQ(profiles[0]->profileName(), name);
+    EXPECT_EQ(profiles[0]->searchExpression(), expression);
+    EXPECT_TRUE(profiles[1]->searchExpression().isNull());
+    EXPECT_FALSE(profiles[0]->isDirty());
+    EXPECT_EQ(rows(u"select profile_name from c_v_filter_profile_info where pk = 1"_s),
+              Rows({{name}}))
+        << "loading leaves the row as it was";
+}
+
+TEST_F(FilterProfileTest, SameObjectsAcrossReloadsAndKeysNeverReused)
+{
+    const auto first = stored(u"a"_s, u"x"_s);
+    const auto second = stored(u"b"_s, u"y"_s);
+    const auto reloaded = CVFilterProfileInfo::allObjects();
+    ASSERT_EQ(reloaded.size(), 2);
+    EXPECT_EQ(reloaded[0], first);
+    EXPECT_EQ(reloaded[1], second);
+
+    second->deleteObject();
+    EXPECT_EQ(CVFilterProfileInfo::allObjects(), QList{first});
+    const auto third = stored(u"c"_s, u"z"_s);
+    EXPECT_EQ(third->pk(), 3);
+    EXPECT_EQ(CVFilterProfileInfo::findByPK(3), third);
+    EXPECT_EQ(CVFilterProfileInfo::findByPK(2), nullptr);
+}
+
+TEST_F(FilterProfileTest, FindByProfileNameRunsALikeQuery)
+{
+    stored(u"Work"_s, u"a"_s);
+    stored(u"Home"_s, u"b"_s);
+    const auto found = SQLitePersistentObject::performNamedOperation(
+        CVFilterProfileInfo::staticRecordClass(), u"findByProfileName:"_s, {u"work"_s});
+    ASSERT_TRUE(found);
+    const auto records = found->value<SQLiteRecordList>();
+    ASSERT_EQ(records.size(), 1);
+    EXPECT_EQ(records.first()->pk(), 1);
+    EXPECT_EQ(SQLitePersistentObject::performNamedOperation(
+                  CVFilterProfileInfo::staticRecordClass(), u"countOfProfileName"_s)
+                  ->toDouble(),
+              2.0);
+}
+
+} // namespace

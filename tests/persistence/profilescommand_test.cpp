@@ -1,0 +1,107 @@
+#include "persistencetestsupport.h"
+
+#include <QDirIterator>
+#include <QFile>
+#include <QProcess>
+#include <QProcessEnvironment>
+#include <QTemporaryDir>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Result {
+    int status = -1;
+    QString out;
+    QString err;
+};
+
+class ProfilesCommandTest : public ::testing::Test {
+protected:
+    Result run(const QStringList& arguments) const
+    {
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"HOME"_s, m_home.path());
+        environment.insert(u"XDG_DATA_HOME"_s, m_home.filePath(u"share"_s));
+        environment.insert(u"XDG_CONFIG_HOME"_s, m_home.filePath(u"config"_s));
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(CORVINA_BINARY_DIR "/src/corvina"),
+                      QStringList{u"profiles"_s} + arguments);
+        if (!process.waitForFinished(30000))
+            return {};
+        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
+    }
+    QString databaseFile() const
+    {
+        QDirIterator files(m_home.path(), {u"corvina.sqlite3"_s}, QDir::Files,
+                           QDirIterator::Subdirectories);
+        return files.hasNext() ? files.next() : QString();
+    }
+    QTemporaryDir m_home;
+};
+
+TEST_F(ProfilesCommandTest, AddListDelete)
+{
+    const Result empty = run({u"list"_s});
+    EXPECT_EQ(empty.status, 0) << empty.err.toStdString();
+    EXPECT_EQ(empty.out, QString());
+    EXPECT_TRUE(databaseFile().startsWith(m_home.filePath(u"share"_s)));
+
+    EXPECT_EQ(run({u"add"_s, u"Work"_s, u"protocol == \"TCP\""_s}).out, u"1\n"_s);
+    EXPECT_EQ(run({u"add"_s, u"50% 'off'"_s, u"remotePort == \"443\""_s}).out, u"2\n"_s);
+    EXPECT_EQ(run({u"list"_s}).out,
+              u"1\tWork\tprotocol == \"TCP\"\n2\t50% 'off'\tremotePort == \"443\"\n"_s);
+
+    EXPECT_EQ(run({u"delete"_s, u"1"_s}).status, 0);
+    const Result missing = run({u"delete"_s, u"1"_s});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(missing.err, u"corvina: no profile with key 1\n"_s);
+    EXPECT_EQ(run({u"add"_s, u"Next"_s, u"x"_s}).out, u"3\n"_s);
+    EXPECT_EQ(run({u"list"_s}).out, u"2\t50% 'off'\tremotePort == \"443\"\n3\tNext\tx\n"_s);
+}
+
+TEST_F(ProfilesCommandTest, BadUsageIsOneLineAndStatusTwo)
+{
+    const QList<QStringList> bad = {
+        {},
+        {u"show"_s},
+        {u"list"_s, u"extra"_s},
+        {u"add"_s, u"only-name"_s},
+        {u"add"_s, u" "_s, u"x"_s},
+        {u"delete"_s},
+        {u"delete"_s, u"abc"_s},
+        {u"delete"_s, u"0"_s},
+    };
+    for (const QStringList& arguments : bad) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 2) << arguments.join(u' ').toStdString();
+        EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();
+        EXPECT_TRUE(result.out.isEmpty());
+    }
+}
+
+TEST_F(ProfilesCommandTest, UnusableDatabaseGivesStatusOne)
+{
+    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"x"_s}).status, 0);
+    const QString path = databaseFile();
+    ASSERT_FALSE(path.isEmpty());
+    {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(QByteArray(8192, 'z'));
+    }
+    for (const QStringList& arguments :
+         {QStringList{u"list"_s}, QStringList{u"add"_s, u"a"_s, u"b"_s}}) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(
+            result.err,
+            u"corvina: cannot use the profile database %1: Failed to execute SQL 'PRAGMA auto_vacuum=1' with message 'file is not a database'.\n"_s
+                .arg(path));
+    }
+    EXPECT_EQ(QFile(path).size(), 8192) << "the unusable file is left as it was";
+}
+
+} // namespace
