@@ -13,6 +13,7 @@
 #include <QGuiApplication>
 #include <QMenu>
 #include <QProcess>
+#include <QTest>
 #include <QUrlQuery>
 
 #include <gtest/gtest.h>
@@ -223,4 +224,27 @@ TEST_F(RowActionsTest, FindFocusesTheSearchField)
     window->performFindPanelAction();
     EXPECT_TRUE(window->searchField()->hasFocus());
     EXPECT_EQ(window->searchField()->selectedText(), u"ssh"_s);
+}
+
+TEST_F(RowActionsTest, KeyboardReachesFindCopyAndRefresh)
+{
+    window->show();
+    QApplication::setActiveWindow(window.get());
+    window->tableView()->setFocus();
+    window->tableView()->selectRowNumbers({2});
+    QClipboard* clipboard = QGuiApplication::clipboard();
+    clipboard->clear();
+    QTest::keyClick(window->tableView(), Qt::Key_C, Qt::ControlModifier);
+    EXPECT_TRUE(clipboard->text().startsWith(u"ssh\t2020"_s)) << clipboard->text().toStdString();
+
+    // Delete leaves the rows alone.
+    QTest::keyClick(window->tableView(), Qt::Key_Delete);
+    EXPECT_EQ(window->items().size(), 3);
+
+    const int requests = source.requests();
+    QTest::keyClick(window->tableView(), Qt::Key_R, Qt::ControlModifier);
+    EXPECT_EQ(source.requests(), requests + 1);
+
+    QTest::keyClick(window->tableView(), Qt::Key_F, Qt::ControlModifier);
+    EXPECT_TRUE(window->searchField()->hasFocus());
 }
