@@ -13,10 +13,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Ephemeral ports miss the table and are remembered as misses; past this many answers the
-// memory is dropped and rebuilt from the ports in use.
-constexpr qsizetype kMaxFallbackAnswers = 8192;
-
 // Only the canonical decimal text of a port names a row: "080" or "*" never match.
 std::optional<int> portNumber(QStringView port)
 {
@@ -77,18 +73,20 @@ PortServiceMap& PortServiceMap::sharedMap()
     return *map;
 }
 
-std::optional<PortServiceMap::Service> PortServiceMap::systemServiceForPort(int port,
-                                                                            const QString& protocol)
+QList<PortServiceMap::Row> PortServiceMap::systemServices()
 {
+    QList<Row> rows;
     servent entry{};
     servent* result = nullptr;
-    std::array<char, 1024> buffer{};
-    const QByteArray proto = protocol.toLatin1();
-    if (getservbyport_r(htons(quint16(port)), proto.constData(), &entry, buffer.data(),
-                        buffer.size(), &result) != 0 ||
-        result == nullptr || result->s_name == nullptr)
-        return std::nullopt;
-    return Service{QString::fromLocal8Bit(result->s_name), {}};
+    std::array<char, 4096> buffer{};
+    setservent(0);
+    while (getservent_r(&entry, buffer.data(), buffer.size(), &result) == 0 && result) {
+        if (result->s_name && result->s_proto)
+            rows.append(Row{ntohs(quint16(result->s_port)), QString::fromLatin1(result->s_proto),
+                            Service{QString::fromLocal8Bit(result->s_name), {}}});
+    }
+    endservent();
+    return rows;
 }
 
 std::optional<quint32> PortServiceMap::rowKey(QStringView port, QStringView protocol) const
@@ -111,21 +109,18 @@ std::optional<PortServiceMap::Service> PortServiceMap::lookup(QStringView port,
         return std::nullopt;
     if (const auto it = m_table.constFind(*key); it != m_table.cend())
         return *it;
-    if (!m_fallback)
-        return std::nullopt;
-
-    {
-        QMutexLocker locker(&m_fallbackLock);
-        if (const auto it = m_fallbackAnswers.constFind(*key); it != m_fallbackAnswers.cend())
-            return *it;
-    }
-    // Asked outside the lock: the system call may read a file.
-    auto answer = m_fallback(int(*key & 0xffff), m_protocols[*key >> 16]);
-    QMutexLocker locker(&m_fallbackLock);
-    if (m_fallbackAnswers.size() >= kMaxFallbackAnswers)
-        m_fallbackAnswers.clear();
-    m_fallbackAnswers.insert(*key, answer);
-    return answer;
+    std::call_once(m_fallbackLoaded, [this] {
+        if (!m_fallback)
+            return;
+        for (const Row& row : m_fallback()) {
+            const auto rowAt = rowKey(QString::number(row.port), row.protocol);
+            if (rowAt && !row.service.name.isEmpty() && !m_fallbackRows.contains(*rowAt))
+                m_fallbackRows.insert(*rowAt, row.service);
+        }
+    });
+    if (const auto it = m_fallbackRows.constFind(*key); it != m_fallbackRows.cend())
+        return *it;
+    return std::nullopt;
 }
 
 QString PortServiceMap::nameForPort(QStringView port, QStringView protocol) const

@@ -1,35 +1,42 @@
 #pragma once
 
 #include <QHash>
-#include <QMutex>
 #include <QString>
 #include <QStringList>
 
 #include <functional>
+#include <mutex>
 #include <optional>
 
 // Service name and description of a port, keyed like "443/tcp" (protocol in lower case).
-// The table shipped with the program answers first; a port it lacks is asked of the system's
-// services database once, and that answer (a missing one included) is remembered. Protocols
-// other than those of the table and tcp, udp and sctp have no names.
+// The table shipped with the program answers first. For a port it lacks, the system's services
+// database answers: read whole, once, on the first such miss, because asking it port by port
+// (getservbyport parses the file on every call) would cost tens of microseconds for each of
+// the thousands of ephemeral ports a refresh shows. Protocols other than those of the table and
+// tcp, udp and sctp have no names.
 class PortServiceMap final {
 public:
     struct Service {
         QString name;
         QString description; // null when the table has none
     };
-    // Asked for (port, lower-case protocol) rows the table lacks.
-    using Fallback = std::function<std::optional<Service>(int port, const QString& protocol)>;
+    struct Row {
+        int port = 0;
+        QString protocol;
+        Service service;
+    };
+    // Every row of a secondary source, read when the table first misses.
+    using Fallback = std::function<QList<Row>()>;
 
     // `table` is the text of the shipped resource: "port/protocol<TAB>name<TAB>description"
     // per line, "#" lines ignored.
-    explicit PortServiceMap(const QString& table, Fallback fallback = systemServiceForPort);
+    explicit PortServiceMap(const QString& table, Fallback fallback = systemServices);
     Q_DISABLE_COPY_MOVE(PortServiceMap)
 
     // The application's table, loaded from the resource on first use.
     static PortServiceMap& sharedMap();
-    // getservbyport_r(3) over the system's services database.
-    static std::optional<Service> systemServiceForPort(int port, const QString& protocol);
+    // The system's services database, through getservent_r(3).
+    static QList<Row> systemServices();
 
     QString nameForPort(QStringView port, QStringView protocol) const;
     QString descriptionForPort(QStringView port, QStringView protocol) const;
@@ -44,6 +51,6 @@ private:
     QStringList m_protocols; // lower case; fixed after construction
     QHash<quint32, Service> m_table;
     Fallback m_fallback;
-    mutable QMutex m_fallbackLock;
-    mutable QHash<quint32, std::optional<Service>> m_fallbackAnswers;
+    mutable std::once_flag m_fallbackLoaded;
+    mutable QHash<quint32, Service> m_fallbackRows; // fixed once loaded
 };

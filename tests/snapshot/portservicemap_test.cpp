@@ -21,11 +21,7 @@ const QString kTable = u"# port/protocol, name, description\n"
 
 TEST(PortServiceMap, LooksUpRowsByPortAndLowerCaseProtocol)
 {
-    int fallbackCalls = 0;
-    PortServiceMap map(kTable, [&](int, const QString&) {
-        ++fallbackCalls;
-        return std::nullopt;
-    });
+    PortServiceMap map(kTable, {});
     const struct {
         const char16_t* port;
         const char16_t* protocol;
@@ -58,31 +54,37 @@ TEST(PortServiceMap, LooksUpRowsByPortAndLowerCaseProtocol)
         EXPECT_EQ(description.isNull(), c.description == nullptr) << label;
     }
     EXPECT_EQ(map.count(), 3);
-    // Only 443/udp and 25/tcp are valid rows the table lacks; unparsable ports never ask.
-    EXPECT_EQ(fallbackCalls, 2);
 }
 
-TEST(PortServiceMap, FallbackIsAskedOncePerRowWithTheLowerCaseProtocol)
+TEST(PortServiceMap, SystemRowsAreReadOnceOnTheFirstMissAndNeverOverrideTheTable)
 {
-    QStringList asked;
-    PortServiceMap map(kTable, [&](int port, const QString& protocol) {
-        asked.append(QString::number(port) + u'/' + protocol);
-        return port == 8080 ? std::optional(PortServiceMap::Service{u"http-alt"_s, {}})
-                            : std::nullopt;
+    int reads = 0;
+    PortServiceMap map(kTable, [&] {
+        ++reads;
+        return QList<PortServiceMap::Row>{
+            {8080, u"TCP"_s, {u"http-alt"_s, {}}}, {443, u"tcp"_s, {u"not-https"_s, {}}},
+            {5353, u"udp"_s, {u"mdns"_s, {}}},     {5353, u"udp"_s, {u"later-duplicate"_s, {}}},
+            {9, u"udp"_s, {QString(), {}}},
+        };
     });
+    EXPECT_EQ(map.nameForPort(u"443", u"TCP"), u"https"_s);
+    EXPECT_EQ(reads, 0) << "a table hit does not read the system's rows";
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(map.nameForPort(u"8080", u"TCP"), u"http-alt"_s);
+        EXPECT_EQ(map.nameForPort(u"8080", u"tcp"), u"http-alt"_s);
         EXPECT_TRUE(map.descriptionForPort(u"8080", u"tcp").isNull());
-        EXPECT_TRUE(map.nameForPort(u"51234", u"UDP").isNull());
+        EXPECT_EQ(map.nameForPort(u"5353", u"UDP"), u"mdns"_s);
+        EXPECT_TRUE(map.nameForPort(u"9", u"udp").isNull());
+        EXPECT_TRUE(map.nameForPort(u"51234", u"udp").isNull());
+        EXPECT_EQ(map.nameForPort(u"443", u"tcp"), u"https"_s);
     }
-    EXPECT_EQ(asked, (QStringList{u"8080/tcp"_s, u"51234/udp"_s}));
+    EXPECT_EQ(reads, 1);
 }
 
 TEST(PortServiceMap, SystemServicesAnswerPortsTheTableLacks)
 {
     if (!QFileInfo::exists(u"/etc/services"_s))
         GTEST_SKIP() << "no services database on this machine";
-    PortServiceMap map(QString(), PortServiceMap::systemServiceForPort);
+    PortServiceMap map(QString(), PortServiceMap::systemServices);
     EXPECT_EQ(map.nameForPort(u"22", u"TCP"), u"ssh"_s);
     EXPECT_TRUE(map.nameForPort(u"1", u"udp").isNull()); // tcpmux is tcp only
 }
