@@ -25,10 +25,6 @@ HostnameResolver::HostnameResolver(Backend backend) : HostnameResolver(std::move
 HostnameResolver::HostnameResolver(Backend backend, Limits limits)
     : m_backend(std::move(backend)), m_limits(limits), m_cache(limits.cacheCapacity)
 {
-    const int threads = std::max(1, m_limits.threads);
-    m_threads.reserve(threads);
-    for (int i = 0; i < threads; ++i)
-        m_threads.emplace_back([this] { work(); });
 }
 
 HostnameResolver::~HostnameResolver()
@@ -112,6 +108,11 @@ QString HostnameResolver::hostnameForAddress(const QString& address)
             return {};
         m_inFlight.insert(address);
         m_queue.push_back(address);
+        // Threads start with the first look-up, so a run with look-ups off starts none.
+        if (m_threads.empty()) {
+            for (int i = 0; i < std::max(1, m_limits.threads); ++i)
+                m_threads.emplace_back([this] { work(); });
+        }
     }
     m_wake.notify_one();
     return {};

@@ -68,5 +68,5 @@ private:
     std::deque<QString> m_queue;
     QSet<QString> m_inFlight; // queued or running
     bool m_stopping = false;
-    std::vector<std::thread> m_threads;
+    std::vector<std::thread> m_threads; // started with the first queued look-up
 };

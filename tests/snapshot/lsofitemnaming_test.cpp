@@ -82,6 +82,7 @@ TEST(LsofItemNaming, GoneProcessFallsBackToItsNameAndReusedPidsKeepTheirPath)
     EXPECT_TRUE(nameless->localizedAppName().isNull());
 }
 
+// 127.0.0.1 is named by /etc/hosts, so no query leaves the machine.
 TEST(LsofItemNaming, RemoteHostnameUsesTheSharedCache)
 {
     HostnameResolver::setEnabled(false);
@@ -94,9 +95,5 @@ TEST(LsofItemNaming, RemoteHostnameUsesTheSharedCache)
     EXPECT_FALSE(name.isNull());
     EXPECT_EQ(name, HostnameResolver::systemLookup(u"127.0.0.1"_s).value_or(u""_s));
 
-    LsofItem shortAddress;
-    shortAddress.setRemoteAddress(u"1.2.3.4"_s);
-    shortAddress.resolveHostname(u"1.2.3.4"_s);
-    EXPECT_TRUE(shortAddress.remoteHostname().isNull());
     HostnameResolver::setEnabled(true);
 }
