@@ -106,6 +106,10 @@ QString HostnameResolver::hostnameForAddress(const QString& address)
         if (m_stopping || m_inFlight.contains(address) ||
             m_queue.size() >= size_t(std::max(0, m_limits.queuedAddresses)))
             return {};
+        // The answer may have landed since the first look: a worker caches before it leaves
+        // m_inFlight, so under the lock one of the two tells.
+        if (const QVariant landed = m_cache.objectForKey(address); landed.isValid())
+            return landed.toString();
         m_inFlight.insert(address);
         m_queue.push_back(address);
         // Threads start with the first look-up, so a run with look-ups off starts none.
