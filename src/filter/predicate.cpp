@@ -1,5 +1,6 @@
 #include "predicate.h"
 
+#include "itemfields.h"
 #include "predicatenode.h"
 #include "predicateparser.h"
 #include "textfolding.h"
@@ -14,12 +15,12 @@ using Type = PredicateParser::Type;
 
 PredicateValue itemValue(const LsofItem& item, LsofItem::Key key)
 {
-    const QVariant value = item.value(key);
-    if (!value.isValid())
-        return {};
-    if (value.typeId() == QMetaType::LongLong)
-        return PredicateNumber{true, value.toLongLong(), 0};
-    return value.toString();
+    if (ItemFields::isNumeric(key)) {
+        const auto number = ItemFields::number(item, key);
+        return number ? PredicateValue(PredicateNumber{true, *number, 0}) : PredicateValue();
+    }
+    QString text = ItemFields::text(item, key);
+    return text.isNull() ? PredicateValue() : PredicateValue(std::move(text));
 }
 
 int compareNumbers(const PredicateNumber& a, const PredicateNumber& b)
@@ -88,9 +89,16 @@ private:
                                                            : operand.literal;
     }
 
-    QString folded(const QString& text, const PredicateNode& node) const
+    // [d] changes the text; [c] is left to Qt's case-insensitive comparisons, which fold
+    // character by character without building new strings.
+    static QString prepared(const QString& text, const PredicateNode& node)
     {
-        return TextFolding::fold(text, node.caseInsensitive, node.diacriticInsensitive);
+        return node.diacriticInsensitive ? TextFolding::withoutDiacritics(text) : text;
+    }
+
+    static Qt::CaseSensitivity sensitivity(const PredicateNode& node)
+    {
+        return node.caseInsensitive ? Qt::CaseInsensitive : Qt::CaseSensitive;
     }
 
     bool fail(const PredicateNode& node, const QString& message)
@@ -114,7 +122,7 @@ private:
         const QString& x = std::get<QString>(a);
         if (!node.caseInsensitive && !node.diacriticInsensitive)
             return x == *y;
-        return folded(x, node) == folded(*y, node);
+        return prepared(x, node).compare(prepared(*y, node), sensitivity(node)) == 0;
     }
 
     bool order(Op op, const PredicateValue& a, const PredicateValue& b, const PredicateNode& node)
@@ -127,8 +135,9 @@ private:
             return fail(node, error);
         if (const auto* x = std::get_if<PredicateNumber>(&a))
             return orderingHolds(op, compareNumbers(*x, std::get<PredicateNumber>(b)));
-        return orderingHolds(
-            op, folded(std::get<QString>(a), node).compare(folded(std::get<QString>(b), node)));
+        const QString x = prepared(std::get<QString>(a), node);
+        return orderingHolds(op,
+                             x.compare(prepared(std::get<QString>(b), node), sensitivity(node)));
     }
 
     bool stringOperation(const PredicateNode& node, const PredicateValue& a,
@@ -140,21 +149,22 @@ private:
                                                          PredicateParser::typeOf(b));
         if (!error.isEmpty())
             return fail(node, error);
-        const QString text = folded(std::get<QString>(a), node);
+        const QString text = prepared(std::get<QString>(a), node);
         if (node.op == Op::Matches)
             return matchesPattern(node, text, std::get<QString>(b));
-        const QString other = folded(std::get<QString>(b), node);
+        const QString other = prepared(std::get<QString>(b), node);
+        const Qt::CaseSensitivity cs = sensitivity(node);
         switch (node.op) {
         case Op::BeginsWith:
-            return text.startsWith(other);
+            return text.startsWith(other, cs);
         case Op::EndsWith:
-            return text.endsWith(other);
+            return text.endsWith(other, cs);
         case Op::Contains:
-            return text.contains(other);
+            return text.contains(other, cs);
         case Op::Like:
-            return WildcardMatcher::matches(other, text);
+            return WildcardMatcher::matches(other, text, cs);
         case Op::In:
-            return other.contains(text);
+            return other.contains(text, cs);
         default:
             return false;
         }

@@ -1,5 +1,6 @@
 #include "predicateparser.h"
 
+#include "itemfields.h"
 #include "textfolding.h"
 
 // Grammar (keywords in any case; "#" before a key name lets it be spelled like a keyword):
@@ -376,15 +377,7 @@ void PredicateParser::failExpected(const QString& expected)
 
 PredicateParser::Type PredicateParser::typeOfKey(LsofItem::Key key)
 {
-    switch (key) {
-    case LsofItem::Key::status:
-    case LsofItem::Key::PID:
-    case LsofItem::Key::localPortNumber:
-    case LsofItem::Key::remotePortNumber:
-        return Type::Number;
-    default:
-        return Type::Text;
-    }
+    return ItemFields::isNumeric(key) ? Type::Number : Type::Text;
 }
 
 PredicateParser::Type PredicateParser::typeOf(const PredicateValue& value)

@@ -3,7 +3,7 @@
 // The classic greedy scan: on a mismatch, go back to just after the last "*" and let it
 // swallow one more character. Earlier stars never need revisiting, which keeps it quadratic
 // at worst instead of exponential.
-bool WildcardMatcher::matches(QStringView pattern, QStringView text)
+bool WildcardMatcher::matches(QStringView pattern, QStringView text, Qt::CaseSensitivity cs)
 {
     qsizetype p = 0;
     qsizetype t = 0;
@@ -24,7 +24,8 @@ bool WildcardMatcher::matches(QStringView pattern, QStringView text)
             }
             const bool escaped = c == u'\\' && p + 1 < pattern.size();
             const QChar literal = escaped ? pattern[p + 1] : c;
-            if (literal == text[t]) {
+            if (literal == text[t] ||
+                (cs == Qt::CaseInsensitive && literal.toCaseFolded() == text[t].toCaseFolded())) {
                 p += escaped ? 2 : 1;
                 ++t;
                 continue;

@@ -7,5 +7,6 @@
 // pattern length × text length steps, so no pattern can make a filter pass hang.
 class WildcardMatcher final {
 public:
-    static bool matches(QStringView pattern, QStringView text);
+    static bool matches(QStringView pattern, QStringView text,
+                        Qt::CaseSensitivity cs = Qt::CaseSensitive);
 };
