@@ -1,3 +1,4 @@
+#include "filter/itemfields.h"
 #include "filter/itemfilter.h"
 #include "filter/itemmatcher.h"
 #include "filtertestitems.h"
@@ -231,4 +232,28 @@ TEST(ItemFilter, AnExhaustedBudgetDropsTheRestOnlyWhenPatternsAreInvolved)
     filter.useSearchExpression = false;
     filter.searchText.clear();
     EXPECT_FALSE(filter.apply(items, none).gaveUp);
+}
+
+TEST(ItemFields, ReadEveryKeyAsTheItemsOwnKeyValueAccessDoes)
+{
+    const LsofItemList items = fixtureItems();
+    items[0]->setStatus(3);
+    items[0]->setOldState(u"SYN_SENT"_s);
+    items[0]->setSizeAndOffset(u"0t0"_s);
+    for (const auto& item : items) {
+        for (const LsofItem::Key key : LsofItem::allKeys()) {
+            const QVariant value = item->value(key);
+            const QString name = LsofItem::nameForKey(key);
+            EXPECT_EQ(ItemFields::text(*item, key).isNull(), !value.isValid())
+                << name.toStdString();
+            EXPECT_EQ(ItemFields::text(*item, key), item->text(key)) << name.toStdString();
+            if (!value.isValid())
+                continue;
+            const bool numeric = value.typeId() == QMetaType::LongLong;
+            EXPECT_EQ(ItemFields::isNumeric(key), numeric) << name.toStdString();
+            EXPECT_EQ(ItemFields::number(*item, key),
+                      numeric ? std::optional<qint64>(value.toLongLong()) : std::nullopt)
+                << name.toStdString();
+        }
+    }
 }

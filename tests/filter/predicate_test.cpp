@@ -84,6 +84,9 @@ TEST(Predicate, EvaluatesEveryConstruct)
         {u"processName LIKE \"s?hd\""_s, {u"1"_s}},
         {u"processName LIKE \"s?d\""_s, {}},
         {u"processName LIKE[c] \"*SYNC\""_s, {u"777"_s}},
+        {u"processName LIKE[c] \"CAFÉ*\""_s, {u"777"_s}},
+        {u"processName LIKE[cd] \"CAFE*\""_s, {u"777"_s}},
+        {u"processName LIKE \"CAFE*\""_s, {}},
         {u"processName LIKE \"*\""_s, {u"1234"_s, u"1"_s, u"777"_s}},
         {u"processName MATCHES \"fire.*\""_s, {u"1234"_s}},
         {u"processName MATCHES \"fire\""_s, {}}, // the whole text must match
