@@ -10,7 +10,7 @@
 // Four connections that between them exercise every kind of value: a full TCP connection,
 // a listening socket without a peer, a UDP socket with a non-ASCII name and no state, and a
 // socket of an unusual protocol whose process name is missing.
-struct ItemSpec {
+struct FixtureFields {
     QString processName;
     QString processId;
     QString user;
@@ -25,25 +25,25 @@ struct ItemSpec {
     QString fileDescriptor;
 };
 
-inline LsofItemPtr makeItem(const ItemSpec& spec)
+inline LsofItemPtr makeItem(const FixtureFields& fields)
 {
     auto item = std::make_shared<LsofItem>();
-    item->setProcessName(spec.processName);
-    item->setProcessId(spec.processId);
-    item->setUser(spec.user);
-    item->setProtocol(spec.protocol);
-    item->setType(spec.type);
-    item->setLocalAddress(spec.localAddress);
-    item->setLocalPort(spec.localPort);
-    if (!spec.localPort.isNull())
-        item->setLocalPortNumber(LsofItem::integerValue(spec.localPort));
-    item->setRemoteAddress(spec.remoteAddress);
-    item->setRemotePort(spec.remotePort);
-    if (!spec.remotePort.isNull())
-        item->setRemotePortNumber(LsofItem::integerValue(spec.remotePort));
-    item->setState(spec.state);
-    item->setDevice(spec.device);
-    item->setFileDescriptor(spec.fileDescriptor);
+    item->setProcessName(fields.processName);
+    item->setProcessId(fields.processId);
+    item->setUser(fields.user);
+    item->setProtocol(fields.protocol);
+    item->setType(fields.type);
+    item->setLocalAddress(fields.localAddress);
+    item->setLocalPort(fields.localPort);
+    if (!fields.localPort.isNull())
+        item->setLocalPortNumber(LsofItem::integerValue(fields.localPort));
+    item->setRemoteAddress(fields.remoteAddress);
+    item->setRemotePort(fields.remotePort);
+    if (!fields.remotePort.isNull())
+        item->setRemotePortNumber(LsofItem::integerValue(fields.remotePort));
+    item->setState(fields.state);
+    item->setDevice(fields.device);
+    item->setFileDescriptor(fields.fileDescriptor);
     return item;
 }
 

@@ -282,3 +282,69 @@ TEST(Predicate, RegularExpressionsStopMatchingOnceTheBudgetIsSpent)
     EXPECT_EQ(std::get<bool>(predicate.evaluate(item, &spent)), false);
     EXPECT_TRUE(predicate.matches(item));
 }
+
+TEST(Predicate, TokenSoupNeverCrashes)
+{
+    // Random sequences of the language's own pieces reach far more parser and evaluator
+    // states than hand-written cases; each must end in a value or an error, never a crash.
+    const QStringList pieces = {
+        u"("_s,
+        u")"_s,
+        u"{"_s,
+        u"}"_s,
+        u","_s,
+        u"=="_s,
+        u"!="_s,
+        u"<"_s,
+        u">="_s,
+        u"=<"_s,
+        u"AND"_s,
+        u"||"_s,
+        u"NOT"_s,
+        u"!"_s,
+        u"IN"_s,
+        u"BETWEEN"_s,
+        u"LIKE"_s,
+        u"MATCHES"_s,
+        u"CONTAINS"_s,
+        u"BEGINSWITH"_s,
+        u"[cd]"_s,
+        u"[c]"_s,
+        u"PID"_s,
+        u"processName"_s,
+        u"remotePortNumber"_s,
+        u"#state"_s,
+        u"\"a*\""_s,
+        u"'(x'"_s,
+        u"\".*\""_s,
+        u"42"_s,
+        u"-1.5"_s,
+        u"nil"_s,
+        u"YES"_s,
+        u"TRUEPREDICATE"_s,
+        u"\"\\u00e9\""_s,
+    };
+    const LsofItemList items = fixtureItems();
+    quint32 seed = 12345;
+    const auto next = [&seed] {
+        seed = seed * 1664525u + 1013904223u;
+        return seed >> 8;
+    };
+    int parsed = 0;
+    for (int round = 0; round < 20000; ++round) {
+        QString text;
+        const int length = 1 + int(next() % 9);
+        for (int i = 0; i < length; ++i)
+            text += pieces[qsizetype(next() % quint32(pieces.size()))] + u' ';
+        const auto result = Predicate::parse(text);
+        if (const auto* error = std::get_if<PredicateError>(&result)) {
+            ASSERT_GE(error->position(), 0) << text.toStdString();
+            ASSERT_LE(error->position(), text.size()) << text.toStdString();
+            continue;
+        }
+        ++parsed;
+        for (const auto& item : items)
+            std::get<Predicate>(result).evaluate(*item);
+    }
+    EXPECT_GT(parsed, 100); // the soup must also reach evaluation
+}
