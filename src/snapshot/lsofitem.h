@@ -8,6 +8,8 @@
 #include <memory>
 #include <optional>
 
+class RunningApplication;
+
 // One internet socket of one process: one line of lsof's output.
 //
 // An item is created and filled by the parser on the acquisition worker; from then on only
@@ -122,11 +124,25 @@ public:
     QStringList csvLineFields() const;
 
     // Derived values (service names, host name, process information), computed on demand.
+    // Service names come from the port table on every call.
     QString localPortName() const;
     QString remotePortName() const;
+    // The cached reverse name of remoteAddress ("" when it has none), or null while unknown:
+    // a miss queues a background look-up. Addresses under 8 characters are never looked up.
     QString remoteHostname() const;
+    // Bundle path, else executable path, else processName; kept per processId (100 entries).
     QString processPath() const;
+    // The application's localized name, else processName; computed on every call.
     QString localizedAppName() const;
+    // The process's record, kept in the item once found; a miss is asked again next time.
+    std::shared_ptr<const RunningApplication> runningApplication() const;
+    // Icon name (or icon file path) for the process, "application-x-executable" when it has
+    // none; kept per processId (100 entries).
+    QString processIcon() const;
+    // Looks the address up on the calling thread and caches its name.
+    void resolveHostname(const QString& address) const;
+    static QString nameForPort(const QString& port, const QString& protocol);
+    static QString descriptionForPort(const QString& port, const QString& protocol);
 
 private:
     mutable QMutex m_lock;
@@ -148,6 +164,7 @@ private:
     QString m_oldState;
     QString m_fileDescriptor;
     mutable QString m_identifier;
+    mutable std::shared_ptr<const RunningApplication> m_app;
 };
 
 using LsofItemPtr = std::shared_ptr<LsofItem>;

@@ -1,29 +1,99 @@
 #include "lsofitem.h"
 
-// Derived values of an item. Until the naming services exist these fall back to what lsof
-// itself printed.
+#include "platform/runningapplication.h"
+#include "snapshot/hostnameresolver.h"
+#include "snapshot/itemnaming.h"
+#include "snapshot/portservicemap.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString& genericIcon()
+{
+    static const QString icon = u"application-x-executable"_s;
+    return icon;
+}
+
+} // namespace
+
+QString LsofItem::nameForPort(const QString& port, const QString& protocol)
+{
+    return ItemNaming::sharedNaming().ports().nameForPort(port, protocol);
+}
+
+QString LsofItem::descriptionForPort(const QString& port, const QString& protocol)
+{
+    return ItemNaming::sharedNaming().ports().descriptionForPort(port, protocol);
+}
 
 QString LsofItem::localPortName() const
 {
-    return {};
+    return nameForPort(m_localPort, m_protocol);
 }
 
 QString LsofItem::remotePortName() const
 {
-    return {};
+    return nameForPort(m_remotePort, m_protocol);
 }
 
 QString LsofItem::remoteHostname() const
 {
-    return {};
+    return ItemNaming::sharedNaming().hostnames().hostnameForAddress(m_remoteAddress);
+}
+
+void LsofItem::resolveHostname(const QString& address) const
+{
+    ItemNaming::sharedNaming().hostnames().resolveHostname(address);
+}
+
+std::shared_ptr<const RunningApplication> LsofItem::runningApplication() const
+{
+    {
+        QMutexLocker locker(&m_lock);
+        if (m_app)
+            return m_app;
+    }
+    auto app = RunningApplication::runningApplicationWithProcessIdentifier(PID());
+    if (app) {
+        QMutexLocker locker(&m_lock);
+        m_app = app;
+    }
+    return app;
 }
 
 QString LsofItem::processPath() const
 {
-    return m_processName;
+    ZBMemoryCache& paths = ItemNaming::sharedNaming().processPaths();
+    if (const QVariant cached = paths.objectForKey(m_processId); cached.isValid())
+        return cached.toString();
+    QString path;
+    if (const auto app = runningApplication()) {
+        path = app->bundlePath();
+        if (path.isEmpty())
+            path = app->executablePath();
+    }
+    if (path.isEmpty())
+        path = m_processName;
+    paths.cacheObject(path, m_processId);
+    return path;
+}
+
+QString LsofItem::processIcon() const
+{
+    ZBMemoryCache& icons = ItemNaming::sharedNaming().processIcons();
+    if (const QVariant cached = icons.objectForKey(m_processId); cached.isValid())
+        return cached.toString();
+    const auto app = runningApplication();
+    const QString icon = app && !app->iconName().isEmpty() ? app->iconName() : genericIcon();
+    icons.cacheObject(icon, m_processId);
+    return icon;
 }
 
 QString LsofItem::localizedAppName() const
 {
+    const auto app = runningApplication();
+    if (app && !app->localizedName().isEmpty())
+        return app->localizedName();
     return m_processName;
 }

@@ -80,8 +80,9 @@ TEST_F(ConnectionLogTest, NewFileStartsWithTitlesAndRowsCarryThePassTime)
     ASSERT_EQ(lines.size(), 3) << lines.join(u'|').toStdString();
     EXPECT_EQ(lines[0], kTitles);
     EXPECT_EQ(afterTime(lines[1], m_now),
-              QString::number(m_now.toSecsSinceEpoch()) +
-                  u",New,42,app,IPv4,TCP,10.0.0.2,50000,,198.51.100.7,,443,,ESTABLISHED,app"_s);
+              QString(QString::number(m_now.toSecsSinceEpoch()) +
+                      u",New,42,app,IPv4,TCP,10.0.0.2,50000,,198.51.100.7,,443,https,"
+                      u"ESTABLISHED,app"_s));
     EXPECT_TRUE(lines[1].startsWith(u'"')) << "the long date holds a comma and is quoted";
     EXPECT_EQ(lines[2], u""_s);
 }
@@ -101,7 +102,7 @@ TEST_F(ConnectionLogTest, ClosedConnectionsAreStateChangesAndMidnightStartsANewF
     EXPECT_TRUE(
         afterTime(after[1], m_now)
             .startsWith(QString::number(m_now.toSecsSinceEpoch()) + u",State Changed,42,"_s));
-    EXPECT_TRUE(after[1].endsWith(u",443,,Closed,app"_s));
+    EXPECT_TRUE(after[1].endsWith(u",443,https,Closed,app"_s));
 
     // With the split off, every pass goes to one file.
     m_store.setBool(PrefKeys::CSVFilesLogSplitEveryDay, false);

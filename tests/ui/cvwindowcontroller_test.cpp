@@ -499,3 +499,42 @@ TEST_F(WindowTest, RemembersColumnWidthsAndSortOrderAcrossARestart)
     // None of this is kept under the keys the preferences window edits.
     EXPECT_FALSE(defaults().objectForKey(u"CV:ColumnsUserDefault"_s).isValid());
 }
+
+TEST_F(WindowTest, FeedsTheFilterFromTheProfileTheFieldAndTheSegments)
+{
+    auto window = makeWindow();
+    const LsofItemPtr web = tcp(u"firefox"_s, u"1"_s), dns = udp(u"resolved"_s, u"2"_s);
+    window->reloadTableViewData();
+    source.deliver({web, dns});
+
+    // Keyword mode: a hidden column's value still matches, capitals or not.
+    window->tableHeaderMenu()->tableHeaderViewContextMenuSelected(
+        window->tableHeaderMenu()->itemForTitle(u"Application"_s));
+    window->searchField()->setText(u"FIREFOX,nothing"_s);
+    EXPECT_EQ(window->items(), LsofItemList{web});
+
+    // Expression mode reads the field; an expression that does not parse shows everything.
+    std::unique_ptr<QMenu> menu(window->searchField()->buildPopUpMenu());
+    SearchField::itemWithTag(menu.get(), 100)->trigger();
+    source.deliver({web, dns});
+    window->searchField()->setText(u"protocol == \"UDP\""_s);
+    EXPECT_EQ(window->items(), LsofItemList{dns});
+    window->protocolControl()->setSelected(false, 1);
+    window->refreshTableViewData();
+    EXPECT_EQ(window->items(), LsofItemList{dns}) << "segments do not apply to expressions";
+    window->searchField()->setText(u"protocol =="_s);
+    EXPECT_EQ(window->items().size(), 2);
+
+    // A chosen saved search wins over the field.
+    auto profile = CVFilterProfileInfo::create();
+    profile->setProfileName(u"Web"_s);
+    profile->setSearchExpression(u"remotePort == \"443\""_s);
+    profile->save();
+    SavedSearchList::shared().reloadFilterProfiles();
+    window->filterProfileButton()->setCurrentIndex(1);
+    Q_EMIT window->filterProfileButton()->activated(1);
+    source.deliver({web, dns});
+    EXPECT_EQ(window->items(), LsofItemList{web});
+    window->searchField()->setText(u"protocol == \"UDP\""_s);
+    EXPECT_EQ(window->items(), LsofItemList{web});
+}

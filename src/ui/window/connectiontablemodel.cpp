@@ -2,17 +2,13 @@
 
 #include "snapshot/itemcolumns.h"
 
+#include <QDir>
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// The icon name an item asks for; the naming services will supply the desktop entry's.
-QString processIconName(const LsofItem&)
-{
-    return u"application-x-executable"_s;
-}
 
 double relativeLuminance(const QColor& color)
 {
@@ -191,11 +187,12 @@ QVariant ConnectionTableModel::headerData(int section, Qt::Orientation orientati
 
 QIcon ConnectionTableModel::iconForItem(const LsofItem& item) const
 {
-    const QString name = processIconName(item);
+    const QString name = item.processIcon();
     auto found = m_iconCache.constFind(name);
     if (found != m_iconCache.cend())
         return *found;
-    QIcon icon = QIcon::fromTheme(name);
+    // Desktop entries name a theme icon or, now and then, an image file.
+    QIcon icon = QDir::isAbsolutePath(name) ? QIcon(name) : QIcon::fromTheme(name);
     if (icon.isNull())
         icon = QIcon::fromTheme(u"application-x-executable"_s);
     m_iconCache.insert(name, icon);

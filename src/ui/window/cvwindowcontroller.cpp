@@ -375,7 +375,11 @@ LsofItemList CVWindowController::filterItems(const LsofItemList& items,
     filter.hiddenTypes = m_typeControl->unselectedLabels();
     filter.hiddenProtocols = m_protocolControl->unselectedLabels();
     filter.remoteOnly = m_remoteControl->isSelectedForSegment(0);
-    return filter.filterItems(items);
+    ItemFilter::Result result = filter.apply(items);
+    // A bad expression or pattern stays silent by design; running out of time does not, as
+    // rows would be missing without a reason.
+    m_filterGaveUp = result.gaveUp;
+    return std::move(result.items);
 }
 
 void CVWindowController::userDefaultsChanged()
@@ -696,8 +700,13 @@ void CVWindowController::updateStatusBar()
         m_roadLabel->clear();
         break;
     }
-    m_problemLabel->setText(m_lastProblem);
-    m_problemLabel->setVisible(!m_lastProblem.isEmpty());
+    QString problem = m_lastProblem;
+    if (m_filterGaveUp) {
+        const QString gaveUp = tr("The search took too long; some connections are not shown.");
+        problem = problem.isEmpty() ? gaveUp : problem + u' ' + gaveUp;
+    }
+    m_problemLabel->setText(problem);
+    m_problemLabel->setVisible(!problem.isEmpty());
 }
 
 void CVWindowController::restoreWindowState()

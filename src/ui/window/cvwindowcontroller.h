@@ -128,6 +128,7 @@ private:
     QList<LsofItem::Key> m_lsofItemKeys;
     bool m_filterUseSearchExpression = false;
     QString m_lastProblem;
+    mutable bool m_filterGaveUp = false;
     QPointer<QTimer> m_autoRefreshTimer;
 
     ConnectionTableModel* m_model = nullptr;

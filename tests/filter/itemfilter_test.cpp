@@ -1,0 +1,259 @@
+#include "filter/itemfields.h"
+#include "filter/itemfilter.h"
+#include "filter/itemmatcher.h"
+#include "filtertestitems.h"
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const std::set<QString> kAll{u"1234"_s, u"1"_s, u"777"_s, u"99999"_s};
+
+ItemFilter keyword(const QString& text)
+{
+    ItemFilter filter;
+    filter.searchText = text;
+    return filter;
+}
+
+// Items whose process name sends backtracking regular expressions into exponential time.
+LsofItemList hostileItems(int count)
+{
+    LsofItemList items;
+    for (int i = 0; i < count; ++i) {
+        auto item = std::make_shared<LsofItem>();
+        item->setProcessName(QString(40, u'a') + u'!');
+        item->setProcessId(QString::number(i));
+        items.append(item);
+    }
+    return items;
+}
+
+} // namespace
+
+TEST(ItemFilter, AnEmptyFilterKeepsTheListAsItIs)
+{
+    const LsofItemList items = fixtureItems();
+    const ItemFilter::Result result = ItemFilter().apply(items);
+    EXPECT_EQ(result.items, items); // the same objects, in the same order
+    EXPECT_FALSE(result.expressionError);
+    EXPECT_TRUE(result.keywordError.isEmpty());
+    EXPECT_FALSE(result.gaveUp);
+}
+
+TEST(ItemFilter, ASavedSearchWinsOverExpressionModeTextAndSegments)
+{
+    ItemFilter filter;
+    filter.profileExpression = u"processName == \"sshd\" OR PID == 99999"_s;
+    filter.searchText = u"firefox"_s;
+    filter.hiddenProtocols = {u"TCP"_s, u"Other"_s};
+    filter.hiddenTypes = {u"IPv6"_s};
+    filter.remoteOnly = true;
+    EXPECT_EQ(idsOf(filter.filterItems(fixtureItems())), (std::set<QString>{u"1"_s, u"99999"_s}));
+
+    filter.useSearchExpression = true;
+    filter.searchText = u"PID == 777"_s;
+    EXPECT_EQ(idsOf(filter.filterItems(fixtureItems())), (std::set<QString>{u"1"_s, u"99999"_s}));
+
+    // A chosen saved search whose expression is empty shows everything.
+    filter.profileExpression = u""_s;
+    EXPECT_EQ(idsOf(filter.filterItems(fixtureItems())), kAll);
+}
+
+TEST(ItemFilter, ExpressionModeReadsTheSearchTextAndIgnoresSegments)
+{
+    ItemFilter filter;
+    filter.useSearchExpression = true;
+    filter.searchText = u"protocol != \"UDP\""_s;
+    filter.hiddenProtocols = {u"TCP"_s};
+    filter.remoteOnly = true;
+    EXPECT_EQ(idsOf(filter.filterItems(fixtureItems())),
+              (std::set<QString>{u"1234"_s, u"1"_s, u"99999"_s}));
+    EXPECT_TRUE(ItemMatcher(filter).isExpressionMode());
+
+    filter.useSearchExpression = false;
+    EXPECT_FALSE(ItemMatcher(filter).isExpressionMode());
+    EXPECT_TRUE(filter.filterItems(fixtureItems()).isEmpty()); // now a keyword
+}
+
+TEST(ItemFilter, AnExpressionThatFailsShowsEverythingAndSaysWhy)
+{
+    const LsofItemList items = fixtureItems();
+    ItemFilter filter;
+    filter.useSearchExpression = true;
+    filter.hiddenTypes = {u"IPv4"_s};
+
+    for (const QString& text : {u""_s, u"processName =="_s, u"nosuchkey == 1"_s}) {
+        filter.searchText = text;
+        const ItemFilter::Result result = filter.apply(items);
+        EXPECT_EQ(result.items, items) << text.toStdString();
+        EXPECT_TRUE(result.expressionError) << text.toStdString();
+        EXPECT_TRUE(filter.matches(*items.front())) << text.toStdString();
+    }
+
+    // Failing on the third item still shows all of them, including the first two.
+    auto odd = makeItem({u"(odd"_s, u"5"_s, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}});
+    const LsofItemList withOdd = {items[0], items[1], odd, items[3]};
+    filter.searchText = u"\"x\" MATCHES processName AND PID > 0"_s;
+    const ItemFilter::Result result = filter.apply(withOdd);
+    EXPECT_EQ(result.items, withOdd);
+    ASSERT_TRUE(result.expressionError);
+    EXPECT_TRUE(result.expressionError->error().contains(u"(odd"_s));
+}
+
+TEST(ItemFilter, KeywordsAreCaseInsensitivePatternsWithCommasAsAlternatives)
+{
+    const struct {
+        QString keyword;
+        std::set<QString> expected;
+    } cases[] = {
+        {u"FIREFOX"_s, {u"1234"_s}},
+        {u"café"_s, {u"777"_s}},
+        {u"sshd,firefox"_s, {u"1234"_s, u"1"_s}},
+        {u","_s, kAll},
+        {u"^fire"_s, {u"1234"_s}},
+        {u"listen$"_s, {}},      // "$" ends the joined text, and State is not the last column
+        {u"0xdead"_s, {u"1"_s}}, // the Device column
+        {u"IPv[6]"_s, {u"1"_s, u"99999"_s}},
+        {u"443"_s, {u"1234"_s}},
+        // Fields are joined by NUL: a literal run cannot cross from User into Protocol, but
+        // "." matches the NUL itself.
+        {u"annaTCP"_s, {}},
+        {u"anna.TCP"_s, {u"1234"_s}},
+        {u"anna\\x00udp"_s, {u"777"_s}},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(idsOf(keyword(c.keyword).filterItems(fixtureItems())), c.expected)
+            << c.keyword.toStdString();
+}
+
+TEST(ItemFilter, KeywordsSearchOnlyTheGivenKeysHiddenColumnsIncluded)
+{
+    const LsofItemList items = fixtureItems();
+    items[1]->setSizeAndOffset(u"0t0marker"_s);
+    EXPECT_TRUE(keyword(u"marker"_s).filterItems(items).isEmpty());
+
+    ItemFilter filter = keyword(u"firefox"_s);
+    filter.keywordKeys = {LsofItem::Key::user, LsofItem::Key::state};
+    EXPECT_TRUE(filter.filterItems(items).isEmpty());
+    filter.searchText = u"root.*listen"_s;
+    EXPECT_EQ(idsOf(filter.filterItems(items)), std::set<QString>{u"1"_s});
+}
+
+TEST(ItemFilter, AnInvalidKeywordShowsNothing)
+{
+    const ItemFilter::Result result = keyword(u"fire(fox"_s).apply(fixtureItems());
+    EXPECT_TRUE(result.items.isEmpty());
+    EXPECT_FALSE(result.keywordError.isEmpty());
+    EXPECT_FALSE(keyword(u"[a"_s).matches(*fixtureItems().front()));
+}
+
+TEST(ItemFilter, SegmentsHideTypesProtocolsAndPeerlessSockets)
+{
+    const struct {
+        QStringList hiddenTypes;
+        QStringList hiddenProtocols;
+        bool remoteOnly;
+        std::set<QString> expected;
+    } cases[] = {
+        {{u"IPv6"_s}, {}, false, {u"1234"_s, u"777"_s}},
+        {{u"IPv4"_s, u"IPv6"_s}, {}, false, {}},
+        {{}, {u"TCP"_s}, false, {u"777"_s, u"99999"_s}},
+        {{}, {u"Other"_s}, false, {u"1234"_s, u"1"_s, u"777"_s}},
+        {{}, {u"UDP"_s, u"Other"_s}, false, {u"1234"_s, u"1"_s}},
+        {{}, {}, true, {u"1234"_s}}, // an empty remote address counts as none
+        {{u"IPv6"_s}, {u"TCP"_s}, false, {u"777"_s}},
+    };
+    for (const auto& c : cases) {
+        ItemFilter filter;
+        filter.hiddenTypes = c.hiddenTypes;
+        filter.hiddenProtocols = c.hiddenProtocols;
+        filter.remoteOnly = c.remoteOnly;
+        EXPECT_EQ(idsOf(filter.filterItems(fixtureItems())), c.expected)
+            << c.hiddenTypes.join(u',').toStdString() << " / "
+            << c.hiddenProtocols.join(u',').toStdString();
+    }
+
+    // "Other" also hides an item that names no protocol at all.
+    auto bare = makeItem({u"x"_s, u"2"_s, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}});
+    ItemFilter filter;
+    filter.hiddenProtocols = {u"Other"_s};
+    EXPECT_FALSE(filter.matches(*bare));
+
+    // The keyword narrows first, the segments then apply to what is left.
+    filter = keyword(u"anna"_s);
+    filter.hiddenProtocols = {u"UDP"_s};
+    EXPECT_EQ(idsOf(filter.filterItems(fixtureItems())), std::set<QString>{u"1234"_s});
+}
+
+TEST(ItemFilter, GivesUpOnHostilePatternsInsteadOfFreezing)
+{
+    const LsofItemList items = hostileItems(10000);
+
+    ItemFilter expression;
+    expression.useSearchExpression = true;
+    expression.searchText = u"processName MATCHES \"(a|aa)+(b|c)+\" OR PID == 9999"_s;
+    const ItemFilter::Result byExpression = expression.apply(items);
+    EXPECT_TRUE(byExpression.gaveUp);
+    EXPECT_FALSE(byExpression.expressionError);
+    // Item 9999 passes without the pattern, but the pass never got that far.
+    EXPECT_TRUE(byExpression.items.isEmpty());
+
+    const ItemFilter::Result byKeyword = keyword(u"(a|aa)+(b|c)+$"_s).apply(items);
+    EXPECT_TRUE(byKeyword.gaveUp);
+    EXPECT_TRUE(byKeyword.items.isEmpty());
+
+    // LIKE needs no budget: it answers for every row.
+    expression.searchText = u"processName LIKE \"*a*a*a*a*a*a*a*b\" OR PID == 9999"_s;
+    const ItemFilter::Result byLike = expression.apply(items);
+    EXPECT_FALSE(byLike.gaveUp);
+    EXPECT_EQ(idsOf(byLike.items), std::set<QString>{u"9999"_s});
+}
+
+TEST(ItemFilter, AnExhaustedBudgetDropsTheRestOnlyWhenPatternsAreInvolved)
+{
+    const LsofItemList items = fixtureItems();
+    const std::chrono::milliseconds none(0);
+
+    const ItemFilter::Result byKeyword = keyword(u"a"_s).apply(items, none);
+    EXPECT_TRUE(byKeyword.gaveUp);
+    EXPECT_TRUE(byKeyword.items.isEmpty());
+
+    ItemFilter filter;
+    filter.useSearchExpression = true;
+    filter.searchText = u"PID > 1 AND processName LIKE \"*a*\""_s;
+    const ItemFilter::Result withoutPatterns = filter.apply(items, none);
+    EXPECT_FALSE(withoutPatterns.gaveUp);
+    EXPECT_EQ(idsOf(withoutPatterns.items), std::set<QString>{u"777"_s});
+
+    filter.hiddenTypes = {u"IPv4"_s};
+    filter.useSearchExpression = false;
+    filter.searchText.clear();
+    EXPECT_FALSE(filter.apply(items, none).gaveUp);
+}
+
+TEST(ItemFields, ReadEveryKeyAsTheItemsOwnKeyValueAccessDoes)
+{
+    const LsofItemList items = fixtureItems();
+    items[0]->setStatus(3);
+    items[0]->setOldState(u"SYN_SENT"_s);
+    items[0]->setSizeAndOffset(u"0t0"_s);
+    for (const auto& item : items) {
+        for (const LsofItem::Key key : LsofItem::allKeys()) {
+            const QVariant value = item->value(key);
+            const QString name = LsofItem::nameForKey(key);
+            EXPECT_EQ(ItemFields::text(*item, key).isNull(), !value.isValid())
+                << name.toStdString();
+            EXPECT_EQ(ItemFields::text(*item, key), item->text(key)) << name.toStdString();
+            if (!value.isValid())
+                continue;
+            const bool numeric = value.typeId() == QMetaType::LongLong;
+            EXPECT_EQ(ItemFields::isNumeric(key), numeric) << name.toStdString();
+            EXPECT_EQ(ItemFields::number(*item, key),
+                      numeric ? std::optional<qint64>(value.toLongLong()) : std::nullopt)
+                << name.toStdString();
+        }
+    }
+}
