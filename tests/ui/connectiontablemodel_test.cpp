@@ -44,22 +44,42 @@ TEST(ConnectionTableModel, PassesTheModelTesterThroughResetsAndRepaints)
     EXPECT_EQ(model.columnCount(), 16);
 }
 
-TEST(ConnectionTableModel, SameObjectsRepaintInsteadOfReset)
+TEST(ConnectionTableModel, SameObjectsRepaintOnlyTheRowsThatChanged)
 {
     ConnectionTableModel model;
-    const LsofItemList items{makeItem({u"a"_s, u"1"_s}), makeItem({u"b"_s, u"2"_s})};
+    LsofItemList items;
+    for (int i = 0; i < 6; ++i)
+        items.append(makeItem({u"app"_s, QString::number(i + 1)}));
     model.setItems(items);
     QSignalSpy resets(&model, &QAbstractItemModel::modelReset);
     QSignalSpy changes(&model, &QAbstractItemModel::dataChanged);
-    items.at(0)->setStatus(2);
+
+    model.setItems(items);
+    EXPECT_EQ(changes.size(), 0) << "nothing changed, nothing to repaint";
+
+    items.at(1)->setStatus(2);
+    items.at(2)->setState(u"CLOSE_WAIT"_s);
+    items.at(5)->setStatus(3);
     model.setItems(items);
     EXPECT_EQ(resets.size(), 0);
-    EXPECT_EQ(changes.size(), 1);
-    EXPECT_EQ(model.index(0, 0).data(ConnectionTableModel::StatusRole).toInt(), 2);
+    ASSERT_EQ(changes.size(), 2);
+    EXPECT_EQ(changes.at(0).at(0).toModelIndex().row(), 1);
+    EXPECT_EQ(changes.at(0).at(1).toModelIndex().row(), 2);
+    EXPECT_EQ(changes.at(0).at(1).toModelIndex().column(), 15);
+    EXPECT_EQ(changes.at(1).at(0).toModelIndex().row(), 5);
+    EXPECT_EQ(changes.at(1).at(1).toModelIndex().row(), 5);
+    EXPECT_EQ(model.index(1, 0).data(ConnectionTableModel::StatusRole).toInt(), 2);
 
     // Equal content in other objects is another snapshot: the rows are rebuilt.
-    model.setItems({makeItem({u"a"_s, u"1"_s}), items.at(1)});
+    LsofItemList other = items;
+    other[0] = makeItem({u"app"_s, u"1"_s});
+    model.setItems(other);
     EXPECT_EQ(resets.size(), 1);
+    changes.clear();
+    other.at(0)->setStatus(1);
+    model.setItems(other);
+    ASSERT_EQ(changes.size(), 1);
+    EXPECT_EQ(changes.at(0).at(0).toModelIndex().row(), 0);
 }
 
 TEST(ConnectionTableModel, ColoursRowsByStatus)

@@ -60,14 +60,39 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
         std::equal(items.cbegin(), items.cend(), m_items.cbegin(),
                    [](const LsofItemPtr& a, const LsofItemPtr& b) { return a.get() == b.get(); });
     if (sameRows) {
-        m_items = items;
-        if (!m_items.isEmpty())
-            Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, columnCount() - 1));
+        // Only what can change on a kept connection is compared: repainting every visible
+        // row on each quiet refresh costs more than the rest of the refresh together.
+        const int lastColumn = columnCount() - 1;
+        int first = -1;
+        for (int row = 0; row <= int(m_items.size()); ++row) {
+            bool changed = false;
+            if (row < m_items.size()) {
+                RowSignature now = signatureOf(*m_items.at(row));
+                changed = now != m_signatures.at(row);
+                if (changed)
+                    m_signatures[row] = std::move(now);
+            }
+            if (changed && first < 0) {
+                first = row;
+            } else if (!changed && first >= 0) {
+                Q_EMIT dataChanged(index(first, 0), index(row - 1, lastColumn));
+                first = -1;
+            }
+        }
         return;
     }
     beginResetModel();
     m_items = items;
+    m_signatures.clear();
+    m_signatures.reserve(m_items.size());
+    for (const LsofItemPtr& item : m_items)
+        m_signatures.append(signatureOf(*item));
     endResetModel();
+}
+
+ConnectionTableModel::RowSignature ConnectionTableModel::signatureOf(const LsofItem& item)
+{
+    return {item.status(), item.state(), item.remoteHostname()};
 }
 
 void ConnectionTableModel::setColors(const Colors& colors)

@@ -37,7 +37,7 @@ public:
     static int applicationColumn();
 
     // Replaces the rows. When the new list holds the very same objects in the same order,
-    // only the cells are repainted, which keeps a refresh of a quiet machine cheap.
+    // only the rows whose status, state or host name changed are repainted.
     void setItems(const LsofItemList& items);
     const LsofItemList& items() const { return m_items; }
 
@@ -58,9 +58,18 @@ public:
                         int role = Qt::DisplayRole) const override;
 
 private:
+    // The parts of a row that change while its connection stays open.
+    struct RowSignature {
+        qint32 status = 0;
+        QString state;
+        QString remoteHostname;
+        friend bool operator==(const RowSignature&, const RowSignature&) = default;
+    };
+    static RowSignature signatureOf(const LsofItem& item);
     QIcon iconForItem(const LsofItem& item) const;
 
     LsofItemList m_items;
+    QList<RowSignature> m_signatures;
     Colors m_colors;
     mutable QHash<QString, QIcon> m_iconCache;
 };
