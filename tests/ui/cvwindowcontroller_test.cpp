@@ -1,6 +1,7 @@
 #include "ui/window/cvwindowcontroller.h"
 #include "uitestsupport.h"
 
+#include "persistence/sqlitepersistentobject.h"
 #include "prefs/cvfilterprofileinfo.h"
 #include "prefs/savedsearchlist.h"
 #include "prefs/userdefaults.h"
@@ -13,6 +14,7 @@
 #include "ui/window/tablecolumnsmenu.h"
 
 #include <QComboBox>
+#include <QFile>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
@@ -537,4 +539,31 @@ TEST_F(WindowTest, FeedsTheFilterFromTheProfileTheFieldAndTheSegments)
     EXPECT_EQ(window->items(), LsofItemList{web});
     window->searchField()->setText(u"protocol == \"UDP\""_s);
     EXPECT_EQ(window->items(), LsofItemList{web});
+}
+
+TEST_F(WindowTest, ASearchThatCannotBeStoredKeepsTheSheetOpen)
+{
+    auto window = makeWindow();
+    QStringList errors;
+    window->setErrorHandler([&](const QString& message) { errors.append(message); });
+    // The database would lie inside a regular file: it cannot be opened.
+    QFile blocker(settings.dir.filePath(u"blocker"_s));
+    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
+    blocker.close();
+    SQLiteInstanceManager broken(u"corvina.sqlite3"_s, blocker.fileName() + u"/corvina.sqlite3"_s);
+    SQLitePersistentObject::setManager(&broken);
+
+    window->searchField()->setText(u"state == \"LISTEN\""_s);
+    window->saveCurrentSearch();
+    window->saveSearchWindow()->nameField()->setText(u"Listening"_s);
+    window->confirmSaveSearchClicked();
+    EXPECT_TRUE(window->saveSearchWindow()->isVisible());
+    EXPECT_EQ(window->saveSearchWindow()->nameField()->text(), u"Listening"_s);
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_TRUE(errors.first().startsWith(u"The search could not be saved"_s));
+
+    // Becoming active with an unreadable database still works.
+    QEvent activate(QEvent::WindowActivate);
+    QCoreApplication::sendEvent(window.get(), &activate);
+    SQLitePersistentObject::setManager(settings.database.get());
 }

@@ -6,6 +6,7 @@
 #include "filter/itemfilter.h"
 #include "imageandtextcell.h"
 #include "maintoolbar.h"
+#include "persistence/sqliteerror.h"
 #include "prefs/cvprefshelper.h"
 #include "prefs/savedsearchlist.h"
 #include "prefs/userdefaults.h"
@@ -493,11 +494,17 @@ void CVWindowController::confirmSaveSearchClicked()
         name->setFocus();
         return;
     }
-    auto profile = CVFilterProfileInfo::create();
-    profile->setProfileName(name->text());
-    profile->setSearchExpression(m_saveSearchWindow->expressionField()->text());
-    profile->save();
-    SavedSearchList::shared().reloadFilterProfiles();
+    try {
+        auto profile = CVFilterProfileInfo::create();
+        profile->setProfileName(name->text());
+        profile->setSearchExpression(m_saveSearchWindow->expressionField()->text());
+        profile->save();
+        SavedSearchList::shared().reloadFilterProfiles();
+    } catch (const SQLiteError& error) {
+        // The sheet stays open with what the user typed.
+        m_showError(tr("The search could not be saved: %1").arg(error.message()));
+        return;
+    }
     m_saveSearchWindow->hide();
     m_saveSearchWindow->setResult(QDialog::Accepted);
 }
@@ -675,7 +682,12 @@ void CVWindowController::closeEvent(QCloseEvent* event)
 bool CVWindowController::event(QEvent* event)
 {
     if (event->type() == QEvent::WindowActivate) {
-        SavedSearchList::shared().reloadFilterProfiles();
+        try {
+            SavedSearchList::shared().reloadFilterProfiles();
+        } catch (const SQLiteError& error) {
+            statusBar()->showMessage(
+                tr("Saved searches could not be read: %1").arg(error.message()), 10000);
+        }
         if (m_becameMainHandler)
             m_becameMainHandler();
     }
