@@ -248,3 +248,19 @@ TEST_F(RowActionsTest, KeyboardReachesFindCopyAndRefresh)
     QTest::keyClick(window->tableView(), Qt::Key_F, Qt::ControlModifier);
     EXPECT_TRUE(window->searchField()->hasFocus());
 }
+
+TEST_F(RowActionsTest, BringToFrontExplainsWhyItCannotWorkWithoutX11)
+{
+    // The tests run offscreen: no X11 connection to raise windows through.
+    ASSERT_FALSE(DesktopActions::bringToFrontUnavailableReason().isEmpty());
+    window->tableView()->setClickedCell(1, 0);
+    Q_EMIT window->tableView()->contextMenuWanted(QPoint(10, 10));
+    QAction* action = window->bringToFrontAction();
+    EXPECT_FALSE(action->isEnabled());
+    EXPECT_EQ(action->toolTip(), DesktopActions::bringToFrontUnavailableReason());
+    window->tableContextMenu()->hide();
+
+    window->bringToFront();
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_EQ(errors.first(), DesktopActions::bringToFrontUnavailableReason());
+}
