@@ -4,20 +4,27 @@
 #include "changes/connectionlog.h"
 #include "helpercommand.h"
 #include "itemprinter.h"
+#include "listoptions.h"
+#include "persistence/sqliteerror.h"
 #include "platform/systemlog.h"
+#include "prefs/cvfilterprofileinfo.h"
 #include "prefs/cvprefshelper.h"
 #include "prefs/prefkeys.h"
 #include "prefs/userdefaults.h"
 #include "profilescommand.h"
 #include "settingscommand.h"
+#include "snapshot/hostnameresolver.h"
 #include "snapshot/lsoffetcher.h"
 
+#include <QDir>
 #include <QFile>
+#include <QStandardPaths>
 #include <QStringDecoder>
 #include <QThread>
 
 #include <atomic>
 #include <csignal>
+#include <future>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -27,6 +34,8 @@ namespace {
 constexpr int kExitOk = 0;
 constexpr int kExitUnreadable = 1;
 constexpr int kExitUsage = 2;
+// How long `list` waits for reverse look-ups before it prints what it has.
+constexpr int kResolveWaitMs = 2000;
 
 const QStringList kVerbs = {u"replay"_s,   u"list"_s,     u"watch"_s,
                             u"settings"_s, u"profiles"_s, u"helper"_s};
@@ -38,24 +47,15 @@ void requestStop(int)
     stopRequested.store(true);
 }
 
-// Options shared by `list` and `replay`.
-struct ListOptions {
-    ItemPrinter::Format format = ItemPrinter::Format::Table;
-    QString input;
-    bool hasInput = false;
-    bool noLog = false;
-    QStringList files;
-};
-
 // Reads a whole file ("-" is standard input). Bytes that are not UTF-8 give a null text, which
 // parses to an empty list, as lsof output that cannot be decoded does.
 std::optional<QString> readText(const QString& path, QString* error)
 {
     QFile file;
     bool opened = false;
-    if (path == u"-")
+    if (path == u"-") {
         opened = file.open(stdin, QIODevice::ReadOnly);
-    else {
+    } else {
         file.setFileName(path);
         opened = file.open(QIODevice::ReadOnly);
     }
@@ -71,6 +71,25 @@ std::optional<QString> readText(const QString& path, QString* error)
     return text;
 }
 
+AcquisitionRoads::HelperChoice helperChoice(const ListOptions& options)
+{
+    AcquisitionRoads::HelperChoice choice;
+    choice.mode = options.helperSocket.isEmpty() ? AcquisitionRoads::HelperChoice::Mode::Auto
+                                                 : AcquisitionRoads::HelperChoice::Mode::Socket;
+    choice.socketPath = options.helperSocket;
+    return choice;
+}
+
+// One acquisition, waited for: on the helper road the answer comes on another thread.
+LsofItemList acquire(LsofFetcher& fetcher)
+{
+    std::promise<LsofItemList> done;
+    std::future<LsofItemList> result = done.get_future();
+    fetcher.getCurrentItemsWithCompletion(
+        [&done](const LsofItemList& items) { done.set_value(items); });
+    return result.get();
+}
+
 } // namespace
 
 bool CommandLine::isCommand(const QStringList& arguments)
@@ -83,6 +102,13 @@ int CommandLine::usageError(const QString& message)
     m_err << "corvina: " << message << '\n';
     m_err.flush();
     return kExitUsage;
+}
+
+int CommandLine::failure(const QString& message)
+{
+    m_err << "corvina: " << message << '\n';
+    m_err.flush();
+    return kExitUnreadable;
 }
 
 int CommandLine::run(const QStringList& arguments)
@@ -106,54 +132,59 @@ int CommandLine::run(const QStringList& arguments)
     return usageError(u"unknown command '%1'"_s.arg(verb));
 }
 
-namespace {
-
-// Parses the options common to `list` and `replay`; positional arguments go to `files`.
-std::optional<QString> parseListOptions(const QStringList& arguments, ListOptions& options)
+std::optional<int> CommandLine::prepareFilter(const ListOptions& options, ItemFilter* filter)
 {
-    for (qsizetype i = 0; i < arguments.size(); ++i) {
-        const QString& arg = arguments[i];
-        const auto next = [&](QString* value) -> std::optional<QString> {
-            if (i + 1 >= arguments.size())
-                return u"option %1 needs a value"_s.arg(arg);
-            *value = arguments[++i];
-            return std::nullopt;
-        };
-        QString value;
-        if (arg == u"--format") {
-            if (auto error = next(&value))
-                return error;
-            const auto format = ItemPrinter::formatForName(value);
-            if (!format)
-                return u"unknown format '%1' (table, csv or json)"_s.arg(value);
-            options.format = *format;
-        } else if (arg == u"--input") {
-            if (auto error = next(&value))
-                return error;
-            options.input = value;
-            options.hasInput = true;
-        } else if (arg == u"--no-log") {
-            options.noLog = true;
-        } else if (arg.startsWith(u"--") || (arg.startsWith(u'-') && arg.size() > 1)) {
-            return u"unknown option '%1'"_s.arg(arg);
-        } else {
-            options.files << arg;
+    std::optional<QString> profileExpression;
+    if (!options.profile.isEmpty()) {
+        // The database lies in the application's data folder, which we create at this edge.
+        QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation));
+        try {
+            const auto profiles = CVFilterProfileInfo::allObjects();
+            for (const auto& profile : profiles) {
+                if (profile->profileName() == options.profile) {
+                    // A saved search without an expression still wins, and shows everything.
+                    profileExpression =
+                        profile->searchExpression().isNull() ? u""_s : profile->searchExpression();
+                    break;
+                }
+            }
+        } catch (const SQLiteError& error) {
+            return failure(u"the saved searches cannot be read: %1"_s.arg(error.message()));
         }
+        if (!profileExpression)
+            return usageError(u"no saved search is named '%1'"_s.arg(options.profile));
     }
+    *filter = options.filter(profileExpression);
     return std::nullopt;
 }
 
-} // namespace
+void CommandLine::reportFilterProblems(const ItemFilter::Result& result)
+{
+    if (result.expressionError)
+        m_err << "corvina: the expression is not valid, so nothing is filtered: "
+              << result.expressionError->toString() << '\n';
+    if (!result.keywordError.isEmpty())
+        m_err << "corvina: the keyword is not a valid pattern: " << result.keywordError << '\n';
+    if (result.gaveUp)
+        m_err << "corvina: the pattern took too long; rows not yet examined are left out\n";
+    m_err.flush();
+}
 
 int CommandLine::replay(const QStringList& arguments)
 {
     ListOptions options;
-    if (auto error = parseListOptions(arguments, options))
+    if (auto error =
+            ListOptions::parse(arguments,
+                               ListOptions::Format | ListOptions::Filters | ListOptions::NoLog |
+                                   ListOptions::NoResolve | ListOptions::Files,
+                               options))
         return usageError(*error);
-    if (options.hasInput)
-        return usageError(u"replay takes files, not --input"_s);
     if (options.files.isEmpty())
         return usageError(u"replay needs at least one lsof output file"_s);
+    ItemFilter filter;
+    if (auto exit = prepareFilter(options, &filter))
+        return *exit;
+    HostnameResolver::setEnabled(!options.noResolve);
 
     LsofFetcher fetcher;
     // Replayed passes are reported as the settings ask, into the same logs as live ones.
@@ -166,17 +197,20 @@ int CommandLine::replay(const QStringList& arguments)
         fetcher.setReporter(&*reporter);
     }
     ItemPrinter printer(m_out, options.format);
+    bool warned = false;
     for (qsizetype index = 0; index < options.files.size(); ++index) {
         QString error;
         const std::optional<QString> text = readText(options.files[index], &error);
-        if (!text) {
-            m_err << "corvina: " << error << '\n';
-            m_err.flush();
-            return kExitUnreadable;
-        }
+        if (!text)
+            return failure(error);
         LsofItemList items = fetcher.parseLsofResult(*text);
         fetcher.processLsofItemsChanges(items);
-        printer.print(items, int(index));
+        const ItemFilter::Result result = filter.apply(items);
+        if (!warned && (result.expressionError || !result.keywordError.isEmpty())) {
+            reportFilterProblems(result);
+            warned = true;
+        }
+        printer.print(result.items, int(index));
     }
     return kExitOk;
 }
@@ -184,51 +218,60 @@ int CommandLine::replay(const QStringList& arguments)
 int CommandLine::list(const QStringList& arguments)
 {
     ListOptions options;
-    if (auto error = parseListOptions(arguments, options))
+    if (auto error =
+            ListOptions::parse(arguments,
+                               ListOptions::Format | ListOptions::Input | ListOptions::Filters |
+                                   ListOptions::NoResolve | ListOptions::HelperSocket,
+                               options))
         return usageError(*error);
-    if (!options.files.isEmpty())
-        return usageError(u"unexpected argument '%1'"_s.arg(options.files.first()));
+    ItemFilter filter;
+    if (auto exit = prepareFilter(options, &filter))
+        return *exit;
+    HostnameResolver::setEnabled(!options.noResolve);
+
     LsofFetcher fetcher;
     LsofItemList items;
     if (options.hasInput) {
         QString error;
         const std::optional<QString> text = readText(options.input, &error);
-        if (!text) {
-            m_err << "corvina: " << error << '\n';
-            m_err.flush();
-            return kExitUnreadable;
-        }
+        if (!text)
+            return failure(error);
         items = fetcher.parseLsofResult(*text);
         fetcher.processLsofItemsChanges(items);
     } else {
-        fetcher.getCurrentItemsWithCompletion([&](const LsofItemList& result) { items = result; });
-        if (items.isEmpty() && !fetcher.lastProblem().isEmpty()) {
-            m_err << "corvina: " << fetcher.lastProblem() << '\n';
-            m_err.flush();
-            return kExitUnreadable;
-        }
+        fetcher.setRoads(AcquisitionRoads::system(helperChoice(options)));
+        items = acquire(fetcher);
+        if (items.isEmpty() && !fetcher.lastProblem().isEmpty())
+            return failure(fetcher.lastProblem());
     }
-    ItemPrinter(m_out, options.format).print(items);
+
+    const ItemFilter::Result result = filter.apply(items);
+    if (result.expressionError || !result.keywordError.isEmpty() || result.gaveUp)
+        reportFilterProblems(result);
+    if (!options.noResolve) {
+        // Start every look-up, give them a moment, then print what is known.
+        for (const LsofItemPtr& item : result.items)
+            item->remoteHostname();
+        HostnameResolver::sharedResolver().waitForIdle(kResolveWaitMs);
+    }
+    ItemPrinter(m_out, options.format).print(result.items);
     return kExitOk;
 }
 
 int CommandLine::watch(const QStringList& arguments)
 {
+    ListOptions options;
+    if (auto error = ListOptions::parse(
+            arguments, ListOptions::Interval | ListOptions::HelperSocket | ListOptions::NoResolve,
+            options))
+        return usageError(*error);
+    HostnameResolver::setEnabled(!options.noResolve);
     CVPrefsHelper& prefs = CVPrefsHelper::sharedHelper();
-    qint64 interval =
-        std::max<qint64>(1, prefs.defaultsStore().integerForKey(PrefKeys::AutoRefreshSetting));
-    for (qsizetype i = 0; i < arguments.size(); ++i) {
-        if (arguments[i] == u"--interval" && i + 1 < arguments.size()) {
-            bool ok = false;
-            interval = arguments[++i].toLongLong(&ok);
-            if (!ok || interval < 1 || interval > 86400)
-                return usageError(u"--interval takes whole seconds from 1 to 86400"_s);
-        } else {
-            return usageError(u"unknown option '%1'"_s.arg(arguments[i]));
-        }
-    }
+    const qint64 interval = options.interval.value_or(
+        std::max<qint64>(1, prefs.defaultsStore().integerForKey(PrefKeys::AutoRefreshSetting)));
 
     LsofFetcher fetcher;
+    fetcher.setRoads(AcquisitionRoads::system(helperChoice(options)));
     ConnectionLog log(prefs);
     ChangeReporter reporter(prefs, log);
     reporter.setConsoleEcho([this](const QString& message) {
@@ -249,8 +292,7 @@ int CommandLine::watch(const QStringList& arguments)
 
     QString shownProblem;
     while (!stopRequested.load()) {
-        LsofItemList items;
-        fetcher.getCurrentItemsWithCompletion([&](const LsofItemList& result) { items = result; });
+        const LsofItemList items = acquire(fetcher);
         // Say what went wrong once, not at every pass.
         const QString problem = items.isEmpty() ? fetcher.lastProblem() : QString();
         if (problem != shownProblem && !problem.isEmpty()) {

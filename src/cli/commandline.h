@@ -1,7 +1,14 @@
 #pragma once
 
+#include "filter/itemfilter.h"
+#include "snapshot/lsofitem.h"
+
 #include <QStringList>
 #include <QTextStream>
+
+#include <optional>
+
+struct ListOptions;
 
 // The terminal face of Corvina: `corvina VERB [options]`. Exit status 0 on success, 2 on bad
 // usage (with a one-line message), 1 when an input cannot be read.
@@ -16,6 +23,10 @@ public:
 
 private:
     int usageError(const QString& message);
+    int failure(const QString& message);
+    // Builds the filter the options ask for; an exit status when that fails.
+    std::optional<int> prepareFilter(const ListOptions& options, ItemFilter* filter);
+    void reportFilterProblems(const ItemFilter::Result& result);
     int replay(const QStringList& arguments);
     int list(const QStringList& arguments);
     int watch(const QStringList& arguments);

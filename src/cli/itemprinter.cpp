@@ -1,5 +1,6 @@
 #include "itemprinter.h"
 
+#include "changes/chcsvwriter.h"
 #include "snapshot/itemcolumns.h"
 
 using namespace Qt::StringLiterals;
@@ -67,6 +68,8 @@ const QList<LsofItem::Key>& jsonKeys()
         K::remotePortName,
         K::localizedAppName,
         K::processPath,
+        // Added later, hence last: tools that read the first keys by position keep working.
+        K::remoteHostname,
     };
     return keys;
 }
@@ -158,19 +161,21 @@ void ItemPrinter::printTable(const LsofItemList& items)
 
 void ItemPrinter::printCsv(const LsofItemList& items)
 {
-    // Placeholder until the CSV writer lands: plain comma join.
+    // The same quoting as the connection log, so one reader reads both.
+    CHCSVWriter writer = CHCSVWriter::forWritingToString();
     const QList<ItemColumn>& columns = itemColumns();
     if (!m_wroteCsvHeader) {
         QStringList header;
         for (const ItemColumn& column : columns)
             header << column.title;
-        m_out << header.join(u',') << '\n';
+        writer.writeLineWithFields(header);
         m_wroteCsvHeader = true;
     }
     for (const LsofItemPtr& item : items) {
         QStringList row;
         for (const ItemColumn& column : columns)
             row << item->text(column.key);
-        m_out << row.join(u',') << '\n';
+        writer.writeLineWithFields(row);
     }
+    m_out << writer.stringValue();
 }

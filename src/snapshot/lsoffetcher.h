@@ -35,6 +35,22 @@ struct AcquisitionRoads {
                                               GACommandRunner::Road road)>
         run;
 
+    // Which helper the application's roads use.
+    struct HelperChoice {
+        enum class Mode {
+            Off,    // never the helper
+            Auto,   // the installed helper, asked once per run whether it is there
+            Socket, // the daemon on `socketPath`, taken as installed (tests, manual runs)
+        };
+        Mode mode = Mode::Off;
+        QString socketPath;
+        // Offer to install the helper once per helper version (the desktop application).
+        bool offerInstall = false;
+    };
+
+    // The system's roads. With a helper, call this on the thread that runs the event loop
+    // (the helper's client lives there).
+    static AcquisitionRoads system(const HelperChoice& helper);
     static AcquisitionRoads system();
 };
 

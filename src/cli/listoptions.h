@@ -1,0 +1,45 @@
+#pragma once
+
+#include "filter/itemfilter.h"
+#include "itemprinter.h"
+
+#include <QStringList>
+
+#include <optional>
+
+// The options of `list`, `replay` and `watch`, parsed, with the filter they ask for.
+struct ListOptions {
+    ItemPrinter::Format format = ItemPrinter::Format::Table;
+    QString input; // list: lsof output to read instead of running lsof ("-": standard input)
+    bool hasInput = false;
+    bool noLog = false;
+    bool noResolve = false;
+    QString helperSocket;
+    std::optional<qint64> interval; // watch
+    QString keyword;
+    std::optional<QString> expression;
+    QString profile;
+    QStringList hiddenTypes;
+    QStringList hiddenProtocols;
+    bool remoteOnly = false;
+    QStringList files; // positional arguments
+
+    // Which options a verb accepts, by name.
+    enum Accepts : unsigned {
+        Format = 1,
+        Input = 2,
+        Filters = 4,
+        NoLog = 8,
+        NoResolve = 16,
+        HelperSocket = 32,
+        Interval = 64,
+        Files = 128,
+    };
+
+    // Fills the options from the arguments; the answer is a one-line message on bad usage.
+    static std::optional<QString> parse(const QStringList& arguments, unsigned accepts,
+                                        ListOptions& options);
+
+    // The filter these options ask for; `profileExpression` is the chosen saved search's.
+    ItemFilter filter(const std::optional<QString>& profileExpression) const;
+};

@@ -1,0 +1,215 @@
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+struct Outcome {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+// Runs the built program with a home of its own, so settings, logs and saved searches stay in
+// the test's folder.
+class CommandLineTest : public ::testing::Test {
+protected:
+    Outcome corvina(const QStringList& arguments, const QByteArray& input = {})
+    {
+        QProcess process;
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"HOME"_s, m_home.path());
+        environment.insert(u"XDG_CONFIG_HOME"_s, m_home.filePath(u"config"_s));
+        environment.insert(u"XDG_DATA_HOME"_s, m_home.filePath(u"data"_s));
+        process.setProcessEnvironment(environment);
+        process.start(QStringLiteral(CORVINA_BINARY_DIR "/src/corvina"), arguments);
+        process.write(input);
+        process.closeWriteChannel();
+        EXPECT_TRUE(process.waitForFinished(30000));
+        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
+    }
+    static QString data(const char* name)
+    {
+        return QStringLiteral(CORVINA_TEST_DATA "/") + QString::fromUtf8(name);
+    }
+    QString file(const QString& name, const QByteArray& bytes)
+    {
+        QFile f(m_home.filePath(name));
+        EXPECT_TRUE(f.open(QIODevice::WriteOnly));
+        f.write(bytes);
+        return f.fileName();
+    }
+    static QList<QJsonObject> objects(const QString& text)
+    {
+        QList<QJsonObject> result;
+        for (const QString& line : text.split(u'\n', Qt::SkipEmptyParts))
+            result << QJsonDocument::fromJson(line.toUtf8()).object();
+        return result;
+    }
+
+    QTemporaryDir m_home;
+};
+
+QList<int> statusesOf(const QList<QJsonObject>& objects, int snapshot)
+{
+    QList<int> statuses;
+    for (const QJsonObject& object : objects) {
+        if (object[u"snapshot"_s].toInt() == snapshot)
+            statuses << object[u"status"_s].toInt();
+    }
+    return statuses;
+}
+
+} // namespace
+
+TEST_F(CommandLineTest, ReplayMarksEveryStatusAcrossCapturedSnapshots)
+{
+    const Outcome run =
+        corvina({u"replay"_s, u"--format"_s, u"json"_s, u"--no-resolve"_s, data("sequence-1.txt"),
+                 data("sequence-2.txt"), data("sequence-3.txt"), data("sequence-3.txt")});
+    ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
+    const QList<QJsonObject> items = objects(run.out);
+    EXPECT_EQ(statusesOf(items, 0), QList<int>(5, 0));
+    EXPECT_EQ(statusesOf(items, 1), (QList<int>{0, 2, 2, 0, 0, 1, 1}));
+    EXPECT_EQ(statusesOf(items, 2), (QList<int>{0, 0, 0, 0, 0, 3, 3}));
+    EXPECT_EQ(statusesOf(items, 3), QList<int>(5, 0));
+
+    // Every key of the contract, nulls as JSON null.
+    const QJsonObject first = items.first();
+    for (const char* key : {"status",
+                            "processName",
+                            "processId",
+                            "PID",
+                            "protocol",
+                            "localAddress",
+                            "localPort",
+                            "localPortNumber",
+                            "remoteAddress",
+                            "remotePort",
+                            "remotePortNumber",
+                            "state",
+                            "oldState",
+                            "user",
+                            "type",
+                            "sizeAndOffset",
+                            "device",
+                            "fileDescriptor",
+                            "identifier",
+                            "localPortName",
+                            "remotePortName",
+                            "localizedAppName",
+                            "processPath",
+                            "snapshot"})
+        EXPECT_TRUE(first.contains(QString::fromLatin1(key))) << key;
+    EXPECT_TRUE(first[u"remoteAddress"_s].isNull());
+    EXPECT_EQ(first[u"processName"_s].toString(), u"echo server"_s);
+    EXPECT_EQ(first[u"PID"_s].toInt(), 6362);
+    EXPECT_EQ(items[6][u"oldState"_s].toString(), u"ESTABLISHED"_s);
+}
+
+TEST_F(CommandLineTest, FiltersFollowTheWindowsRules)
+{
+    const auto count = [&](const QStringList& options) {
+        const Outcome run = corvina(QStringList{u"list"_s, u"--input"_s, data("sequence-2.txt"),
+                                                u"--format"_s, u"json"_s, u"--no-resolve"_s} +
+                                    options);
+        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+        return objects(run.out).size();
+    };
+    EXPECT_EQ(count({}), 7);
+    EXPECT_EQ(count({u"--keyword"_s, u"close_wait,FIN"_s}), 2);
+    EXPECT_EQ(count({u"--keyword"_s, u"("_s}), 0) << "an invalid pattern shows nothing";
+    EXPECT_EQ(count({u"--filter"_s, u"state BEGINSWITH 'EST'"_s}), 2);
+    EXPECT_EQ(count({u"--filter"_s, u"state =="_s}), 7) << "an invalid expression shows all";
+    EXPECT_EQ(count({u"--hide-protocol"_s, u"TCP"_s}), 2);
+    EXPECT_EQ(count({u"--hide-type"_s, u"IPv4"_s}), 1);
+    EXPECT_EQ(count({u"--remote-only"_s}), 4);
+    // Toolbar filters do not apply to expressions.
+    EXPECT_EQ(count({u"--filter"_s, u"TRUEPREDICATE"_s, u"--hide-protocol"_s, u"TCP"_s}), 7);
+
+    ASSERT_EQ(corvina({u"profiles"_s, u"add"_s, u"udp only"_s, u"protocol == 'UDP'"_s}).exitCode,
+              0);
+    // A saved search wins over everything else.
+    EXPECT_EQ(count({u"--profile"_s, u"udp only"_s, u"--keyword"_s, u"LISTEN"_s}), 2);
+    const Outcome missing =
+        corvina({u"list"_s, u"--input"_s, data("sequence-2.txt"), u"--profile"_s, u"nope"_s});
+    EXPECT_EQ(missing.exitCode, 2);
+}
+
+TEST_F(CommandLineTest, AnyBytesGiveACleanResult)
+{
+    std::mt19937 random(7);
+    QList<QByteArray> inputs = {
+        {},
+        "COMMAND  PID USER   FD   TYPE DEVICE SIZE/OFF NODE NAME\n",
+        "not lsof output at all\nreally\n",
+        "COMMAND  PID USER   FD   TYPE DEVICE SIZE/OFF NODE NAME\n\xff\xfe broken utf-8\n",
+        "NAME NODE SIZE/OFF DEVICE TYPE FD USER PID\n1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16\n",
+        "COMMAND  PID USER   FD   TYPE DEVICE SIZE/OFF NODE NAME\nshort\nx 1 r 3u IPv4 9 0t0 TCP",
+    };
+    for (int i = 0; i < 20; ++i) {
+        QByteArray bytes(int(random() % 400), '\0');
+        for (char& c : bytes)
+            c = char(
+                random() % 3
+                    ? "COMMAND PID USER FD TYPE DEVICE SIZE/OFF NODE NAME ->:(\n"[random() % 56]
+                    : random() % 256);
+        inputs << bytes;
+    }
+    for (const QByteArray& bytes : inputs) {
+        for (const char* format : {"table", "csv", "json"}) {
+            const Outcome run = corvina({u"list"_s, u"--input"_s, u"-"_s, u"--format"_s,
+                                         QString::fromLatin1(format), u"--no-resolve"_s},
+                                        bytes);
+            EXPECT_EQ(run.exitCode, 0) << bytes.toHex().toStdString();
+        }
+    }
+    const Outcome unreadable = corvina({u"replay"_s, m_home.filePath(u"missing.txt"_s)});
+    EXPECT_EQ(unreadable.exitCode, 1);
+    EXPECT_EQ(unreadable.err.count(u'\n'), 1);
+}
+
+TEST_F(CommandLineTest, BadUsageSaysSoInOneLine)
+{
+    for (const QStringList& arguments : {QStringList{u"frobnicate"_s},
+                                         {u"list"_s, u"--format"_s, u"xml"_s},
+                                         {u"list"_s, u"--keyword"_s, u"a"_s, u"--filter"_s, u"b"_s},
+                                         {u"replay"_s},
+                                         {u"list"_s, u"--hide-type"_s, u"IPv5"_s},
+                                         {u"watch"_s, u"--interval"_s, u"0"_s},
+                                         {u"list"_s, u"--input"_s}}) {
+        const Outcome run = corvina(arguments);
+        EXPECT_EQ(run.exitCode, 2) << arguments.join(u' ').toStdString();
+        EXPECT_EQ(run.err.count(u'\n'), 1) << run.err.toStdString();
+        EXPECT_TRUE(run.out.isEmpty());
+    }
+}
+
+TEST_F(CommandLineTest, ReplayLogsNewConnectionsAsTheSettingsAsk)
+{
+    ASSERT_EQ(corvina({u"replay"_s, u"--format"_s, u"json"_s, data("sequence-1.txt"),
+                       data("sequence-2.txt")})
+                  .exitCode,
+              0);
+    QDir logs(m_home.filePath(u"data/Corvina/Logs"_s));
+    const QStringList files = logs.entryList({u"CorvinaLog-*.csv"_s});
+    ASSERT_EQ(files.size(), 1);
+    QFile log(logs.filePath(files.first()));
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    // Titles, then the two new connections of the second snapshot.
+    EXPECT_EQ(QString::fromUtf8(log.readAll()).count(u'\n'), 3);
+
+    ASSERT_EQ(corvina({u"replay"_s, u"--no-log"_s, data("sequence-1.txt"), data("sequence-2.txt")})
+                  .exitCode,
+              0);
+    log.seek(0);
+    EXPECT_EQ(QString::fromUtf8(log.readAll()).count(u'\n'), 3) << "--no-log writes nothing";
+}
