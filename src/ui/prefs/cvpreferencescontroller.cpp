@@ -138,13 +138,19 @@ CVPreferencesController::CVPreferencesController(CVPrefsHelper& prefs, QMenu* ta
     m_sections->setFixedWidth(210);
     m_sections->setFrameShape(QFrame::StyledPanel);
     m_panes = new QStackedWidget;
-    addPane(buildGeneralPane(), u"preferences-system"_s, tr("General"));
-    addPane(buildAppearancePane(), u"preferences-desktop-color"_s, tr("Appearance"));
-    addPane(buildNotificationsPane(), u"preferences-desktop-notification"_s,
+    addPane(buildGeneralPane(), {u"preferences-system"_s, u"preferences-other"_s}, tr("General"));
+    addPane(buildAppearancePane(),
+            {u"preferences-desktop-theme"_s, u"preferences-desktop-color"_s,
+             u"preferences-desktop-appearance"_s},
+            tr("Appearance"));
+    addPane(buildNotificationsPane(),
+            {u"preferences-desktop-notification"_s, u"preferences-system-notifications"_s,
+             u"dialog-information"_s},
             tr("Notifications and Logging"));
-    addPane(buildExcludedAppsPane(), u"application-x-executable"_s, tr("Excluded Applications"));
-    addPane(buildColumnsPane(), u"view-list-details"_s, tr("Columns"));
-    addPane(buildSavedSearchesPane(), u"edit-find"_s, tr("Saved Searches"));
+    addPane(buildExcludedAppsPane(), {u"preferences-desktop-apps"_s, u"application-x-executable"_s},
+            tr("Excluded Applications"));
+    addPane(buildColumnsPane(), {u"view-list-details"_s, u"x-office-spreadsheet"_s}, tr("Columns"));
+    addPane(buildSavedSearchesPane(), {u"edit-find"_s, u"system-search"_s}, tr("Saved Searches"));
     connect(m_sections, &QListWidget::currentRowChanged, m_panes, &QStackedWidget::setCurrentIndex);
     m_sections->setCurrentRow(General);
 
@@ -174,9 +180,18 @@ CVPreferencesController::CVPreferencesController(CVPrefsHelper& prefs, QMenu* ta
 
 CVPreferencesController::~CVPreferencesController() = default;
 
-void CVPreferencesController::addPane(QWidget* pane, const QString& iconName, const QString& title)
+void CVPreferencesController::addPane(QWidget* pane, const QStringList& iconNames,
+                                      const QString& title)
 {
-    auto* item = new QListWidgetItem(QIcon::fromTheme(iconName), title, m_sections);
+    // Icon themes name these icons differently; the first one the theme has is used.
+    QIcon icon;
+    for (const QString& name : iconNames) {
+        if (QIcon::hasThemeIcon(name)) {
+            icon = QIcon::fromTheme(name);
+            break;
+        }
+    }
+    auto* item = new QListWidgetItem(icon, title, m_sections);
     item->setSizeHint(QSize(0, 34));
     m_panes->addWidget(pane);
 }
@@ -209,6 +224,7 @@ QWidget* CVPreferencesController::buildGeneralPane()
                                            m_refreshButton->itemData(index).toLongLong());
     });
     auto* form = new QFormLayout(refresh);
+    form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
     form->addRow(tr("Refresh the connection list:"), m_refreshButton);
     form->addRow(hint(tr("Each refresh runs lsof once. A longer period costs less; closed "
                          "connections stay listed until the next refresh.")));
@@ -237,6 +253,7 @@ QWidget* CVPreferencesController::buildAppearancePane()
     auto* pane = new QWidget;
     auto* list = new QGroupBox(tr("Connection List"));
     auto* form = new QFormLayout(list);
+    form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
     m_fontSizeBox = new QSpinBox;
     m_fontSizeBox->setRange(6, 48);
     m_fontSizeBox->setSuffix(tr(" pt"));
@@ -397,11 +414,11 @@ QWidget* CVPreferencesController::buildColumnsPane()
     m_columnsView = new QListView;
     m_columnsView->setModel(m_columns);
     m_columnsView->setUniformItemSizes(true);
+    m_columnsView->setSpacing(2);
     auto* boxLayout = new QVBoxLayout(m_displayColumnsBox);
     boxLayout->addWidget(m_columnsView);
     auto* layout = new QVBoxLayout(pane);
-    // The box fills the pane, inset as the other panes' boxes are.
-    layout->setContentsMargins(7, 5, 7, 5);
+    layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(m_displayColumnsBox);
     return pane;
 }

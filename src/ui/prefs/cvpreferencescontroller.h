@@ -106,7 +106,7 @@ private:
     QWidget* buildExcludedAppsPane();
     QWidget* buildColumnsPane();
     QWidget* buildSavedSearchesPane();
-    void addPane(QWidget* pane, const QString& iconName, const QString& title);
+    void addPane(QWidget* pane, const QStringList& iconNames, const QString& title);
     QCheckBox* addSwitch(const QString& key, const QString& title);
     void chooseColor(const QString& key, const QString& title);
     void readSettings();

@@ -3,7 +3,6 @@
 #include "platform/desktopentryindex.h"
 #include "prefs/cvprefshelper.h"
 
-#include <QFileIconProvider>
 #include <QFileInfo>
 #include <QItemSelectionModel>
 
@@ -50,9 +49,6 @@ QIcon CVPreferencesExcludeAppsDataSource::iconForPath(const QString& path)
             if (!themed.isNull())
                 return themed;
         }
-        const QIcon own = QFileIconProvider().icon(file);
-        if (!own.isNull())
-            return own;
     }
     return QIcon::fromTheme(u"application-x-executable"_s);
 }

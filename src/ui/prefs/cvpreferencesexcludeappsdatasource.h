@@ -23,8 +23,8 @@ public:
     // Removes the selected entry, when there is one, from the stored list.
     void removeSelectedApp();
 
-    // The icon shown for an excluded program: its desktop entry's icon, else the file's own,
-    // else the generic program icon when the file is gone.
+    // The icon shown for an excluded program: its desktop entry's icon, else (the file is gone,
+    // or no entry starts it) the generic program icon.
     static QIcon iconForPath(const QString& path);
 
     int rowCount(const QModelIndex& parent = {}) const override;
