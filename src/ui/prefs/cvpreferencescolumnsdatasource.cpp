@@ -8,16 +8,23 @@
 CVPreferencesColumnsDataSource::CVPreferencesColumnsDataSource(UserDefaults& defaults,
                                                                QMenu* tableHeaderMenu,
                                                                QObject* parent)
-    : QAbstractListModel(parent), m_tableHeaderMenu(tableHeaderMenu)
+    : QAbstractListModel(parent)
 {
     connect(&defaults, &UserDefaults::didChange, this, &CVPreferencesColumnsDataSource::reload);
+    setTableHeaderMenu(tableHeaderMenu);
 }
 
 void CVPreferencesColumnsDataSource::setTableHeaderMenu(QMenu* menu)
 {
+    if (m_tableHeaderMenu)
+        disconnect(m_tableHeaderMenu, nullptr, this, nullptr);
     beginResetModel();
     m_tableHeaderMenu = menu;
     endResetModel();
+    // The menu goes with the main window; the list empties with it.
+    if (menu)
+        connect(menu, &QObject::destroyed, this, &CVPreferencesColumnsDataSource::reload,
+                Qt::QueuedConnection);
 }
 
 void CVPreferencesColumnsDataSource::reload()
