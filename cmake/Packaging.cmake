@@ -5,10 +5,10 @@ set(CPACK_PACKAGE_VENDOR "Brindle Labs")
 set(CPACK_PACKAGE_CONTACT "Brindle Labs <support@brindle-labs.net>")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Desktop monitor of network connections")
-set(CPACK_PACKAGE_DESCRIPTION
-    "Corvina runs lsof at a fixed interval and shows every internet socket in a sortable,\n"
-    "filterable table, marking new, state-changed and closed connections. Changes can go to\n"
-    "desktop notifications, the system log and daily CSV files; searches can be saved. An\n"
+string(CONCAT CPACK_PACKAGE_DESCRIPTION
+    "Corvina runs lsof at a fixed interval and shows every internet socket in a sortable, "
+    "filterable table, marking new, state-changed and closed connections. Changes can go to "
+    "desktop notifications, the system log and daily CSV files; searches can be saved. An "
     "optional privileged helper lets an ordinary user see every process's sockets.")
 set(CPACK_PACKAGE_HOMEPAGE_URL "https://brindle-labs.net/")
 set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
