@@ -1,0 +1,225 @@
+#include "connectiontablemodel.h"
+
+#include "snapshot/itemcolumns.h"
+
+#include <QDir>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+double relativeLuminance(const QColor& color)
+{
+    auto channel = [](double c) {
+        return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * channel(color.redF()) + 0.7152 * channel(color.greenF()) +
+           0.0722 * channel(color.blueF());
+}
+
+double contrastRatio(const QColor& a, const QColor& b)
+{
+    const double la = relativeLuminance(a);
+    const double lb = relativeLuminance(b);
+    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
+}
+
+} // namespace
+
+ConnectionTableModel::ConnectionTableModel(QObject* parent) : QAbstractTableModel(parent) {}
+
+LsofItem::Key ConnectionTableModel::columnKey(int column)
+{
+    return itemColumns().at(column).key;
+}
+
+QString ConnectionTableModel::columnTitle(int column)
+{
+    return itemColumns().at(column).title;
+}
+
+int ConnectionTableModel::applicationColumn()
+{
+    static const int column = [] {
+        const auto& columns = itemColumns();
+        for (int i = 0; i < columns.size(); ++i) {
+            if (columns.at(i).key == LsofItem::Key::localizedAppName)
+                return i;
+        }
+        return -1;
+    }();
+    return column;
+}
+
+void ConnectionTableModel::setItems(const LsofItemList& items)
+{
+    const bool sameRows =
+        items.size() == m_items.size() &&
+        std::equal(items.cbegin(), items.cend(), m_items.cbegin(),
+                   [](const LsofItemPtr& a, const LsofItemPtr& b) { return a.get() == b.get(); });
+    if (sameRows) {
+        // Only what can change on a kept connection is compared: repainting every visible
+        // row on each quiet refresh costs more than the rest of the refresh together.
+        const int lastColumn = columnCount() - 1;
+        int first = -1;
+        for (int row = 0; row <= int(m_items.size()); ++row) {
+            bool changed = false;
+            if (row < m_items.size()) {
+                RowSignature now = signatureOf(*m_items.at(row));
+                changed = now != m_signatures.at(row);
+                if (changed)
+                    m_signatures[row] = std::move(now);
+            }
+            if (changed && first < 0) {
+                first = row;
+            } else if (!changed && first >= 0) {
+                Q_EMIT dataChanged(index(first, 0), index(row - 1, lastColumn));
+                first = -1;
+            }
+        }
+        return;
+    }
+    beginResetModel();
+    m_items = items;
+    m_signatures.clear();
+    m_signatures.reserve(m_items.size());
+    for (const LsofItemPtr& item : m_items)
+        m_signatures.append(signatureOf(*item));
+    endResetModel();
+}
+
+ConnectionTableModel::RowSignature ConnectionTableModel::signatureOf(const LsofItem& item)
+{
+    return {item.status(), item.state(), item.remoteHostname()};
+}
+
+void ConnectionTableModel::setColors(const Colors& colors)
+{
+    m_colors = colors;
+    if (!m_items.isEmpty())
+        Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, columnCount() - 1),
+                           {Qt::BackgroundRole, Qt::ForegroundRole});
+}
+
+QColor ConnectionTableModel::backgroundForStatus(qint32 status) const
+{
+    switch (status) {
+    case 1:
+        return m_colors.fresh;
+    case 2:
+        return m_colors.changed;
+    case 3:
+        return m_colors.closed;
+    default:
+        return m_colors.list;
+    }
+}
+
+QColor ConnectionTableModel::legibleTextColor(const QColor& text, const QColor& background)
+{
+    constexpr double minimumContrast = 3.0;
+    if (!text.isValid() || !background.isValid() || background.alpha() < 128 ||
+        contrastRatio(text, background) >= minimumContrast)
+        return text;
+    const QColor black(Qt::black);
+    const QColor white(Qt::white);
+    return contrastRatio(black, background) >= contrastRatio(white, background) ? black : white;
+}
+
+void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOrder order)
+{
+    if (column < 0 || column >= itemColumns().size())
+        return;
+    const ItemColumn& spec = itemColumns().at(column);
+    // Keys are read once per item: reading a field takes the item's lock, and the derived
+    // names may be computed on first use.
+    struct Keyed {
+        qint64 number;
+        QString text;
+        LsofItemPtr item;
+    };
+    std::vector<Keyed> keyed;
+    keyed.reserve(items.size());
+    for (const auto& item : items) {
+        if (spec.numeric)
+            keyed.push_back({item->value(spec.sortKey).toLongLong(), {}, item});
+        else
+            keyed.push_back({0, item->text(spec.sortKey).toCaseFolded(), item});
+    }
+    const bool ascending = order == Qt::AscendingOrder;
+    std::stable_sort(keyed.begin(), keyed.end(), [&](const Keyed& a, const Keyed& b) {
+        const Keyed& l = ascending ? a : b;
+        const Keyed& r = ascending ? b : a;
+        return spec.numeric ? l.number < r.number : l.text < r.text;
+    });
+    for (qsizetype i = 0; i < items.size(); ++i)
+        items[i] = std::move(keyed[i].item);
+}
+
+int ConnectionTableModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : int(m_items.size());
+}
+
+int ConnectionTableModel::columnCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : int(itemColumns().size());
+}
+
+QVariant ConnectionTableModel::data(const QModelIndex& index, int role) const
+{
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
+        return {};
+    const LsofItem& item = *m_items.at(index.row());
+    const ItemColumn& column = itemColumns().at(index.column());
+    switch (role) {
+    case Qt::DisplayRole:
+    case Qt::ToolTipRole:
+        return item.text(column.key);
+    case RawValueRole:
+        return item.value(column.sortKey);
+    case StatusRole:
+        return item.status();
+    case ProcessPathRole:
+        return item.processPath();
+    case Qt::BackgroundRole:
+        return backgroundForStatus(item.status());
+    case Qt::ForegroundRole:
+        return legibleTextColor(m_colors.text, backgroundForStatus(item.status()));
+    case Qt::DecorationRole:
+        if (column.key == LsofItem::Key::localizedAppName)
+            return iconForItem(item);
+        return {};
+    case Qt::TextAlignmentRole:
+        if (column.numeric)
+            return QVariant::fromValue(Qt::AlignRight | Qt::AlignVCenter);
+        return {};
+    default:
+        return {};
+    }
+}
+
+QVariant ConnectionTableModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || section < 0 || section >= columnCount())
+        return {};
+    if (role == Qt::DisplayRole)
+        return columnTitle(section);
+    return {};
+}
+
+QIcon ConnectionTableModel::iconForItem(const LsofItem& item) const
+{
+    const QString name = item.processIcon();
+    auto found = m_iconCache.constFind(name);
+    if (found != m_iconCache.cend())
+        return *found;
+    // Desktop entries name a theme icon or, now and then, an image file.
+    QIcon icon = QDir::isAbsolutePath(name) ? QIcon(name) : QIcon::fromTheme(name);
+    if (icon.isNull())
+        icon = QIcon::fromTheme(u"application-x-executable"_s);
+    m_iconCache.insert(name, icon);
+    return icon;
+}

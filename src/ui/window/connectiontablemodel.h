@@ -1,0 +1,75 @@
+#pragma once
+
+#include "snapshot/lsofitem.h"
+
+#include <QAbstractTableModel>
+#include <QColor>
+#include <QHash>
+#include <QIcon>
+
+// The connection table's rows: the filtered list `items`, one column per entry of
+// itemColumns(). Sorting is not done here: the window sorts its full snapshot and hands the
+// filtered result in, so the row numbers of both lists refer to the same order.
+class ConnectionTableModel final : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    enum Role {
+        // The value sorting compares: a number for PID and the ports, text otherwise.
+        RawValueRole = Qt::UserRole + 1,
+        StatusRole,
+        ProcessPathRole,
+    };
+
+    // Colours of the settings, already turned into QColor.
+    struct Colors {
+        QColor text = Qt::black;
+        QColor list = Qt::white;
+        QColor fresh = Qt::green;
+        QColor changed = Qt::yellow;
+        QColor closed = Qt::red;
+    };
+
+    explicit ConnectionTableModel(QObject* parent = nullptr);
+    Q_DISABLE_COPY_MOVE(ConnectionTableModel)
+
+    static LsofItem::Key columnKey(int column);
+    static QString columnTitle(int column);
+    static int applicationColumn();
+
+    // Replaces the rows. When the new list holds the very same objects in the same order,
+    // only the rows whose status, state or host name changed are repainted.
+    void setItems(const LsofItemList& items);
+    const LsofItemList& items() const { return m_items; }
+
+    void setColors(const Colors& colors);
+    const Colors& colors() const { return m_colors; }
+    QColor backgroundForStatus(qint32 status) const;
+    // The configured text colour, unless it would vanish on the row's background (black on
+    // the default red, white on yellow); then black or white, whichever reads better.
+    static QColor legibleTextColor(const QColor& text, const QColor& background);
+
+    // Stable sort of a full snapshot by one column, as the header's indicator asks.
+    static void sortItems(LsofItemList& items, int column, Qt::SortOrder order);
+
+    int rowCount(const QModelIndex& parent = {}) const override;
+    int columnCount(const QModelIndex& parent = {}) const override;
+    QVariant data(const QModelIndex& index, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation,
+                        int role = Qt::DisplayRole) const override;
+
+private:
+    // The parts of a row that change while its connection stays open.
+    struct RowSignature {
+        qint32 status = 0;
+        QString state;
+        QString remoteHostname;
+        friend bool operator==(const RowSignature&, const RowSignature&) = default;
+    };
+    static RowSignature signatureOf(const LsofItem& item);
+    QIcon iconForItem(const LsofItem& item) const;
+
+    LsofItemList m_items;
+    QList<RowSignature> m_signatures;
+    Colors m_colors;
+    mutable QHash<QString, QIcon> m_iconCache;
+};

@@ -1,0 +1,76 @@
+#include "maintoolbar.h"
+
+#include "searchfield.h"
+#include "segmentedcontrol.h"
+
+#include <QComboBox>
+#include <QIcon>
+#include <QWidgetAction>
+
+using namespace Qt::StringLiterals;
+
+MainToolbar::MainToolbar(QWidget* parent) : QToolBar(tr("Filters"), parent)
+{
+    setObjectName(u"CVMainToolbar"_s);
+    setMovable(false);
+    setFloatable(false);
+    setToolButtonStyle(Qt::ToolButtonIconOnly);
+
+    m_refreshAction = addAction(QIcon::fromTheme(u"view-refresh"_s), tr("Refresh"));
+    m_refreshAction->setToolTip(tr("Refresh now (Ctrl+R)"));
+
+    m_refreshButton = new QComboBox(this);
+    for (int seconds : {0, 1, 2, 3, 5, 10})
+        m_refreshButton->addItem(seconds == 0 ? tr("Off") : tr("%n s", nullptr, seconds), seconds);
+    addItem(u"CVToolbarRefreshItem"_s, m_refreshButton, tr("How often the list refreshes"));
+    addSeparator();
+
+    // The labels are the values of the items' type and protocol fields.
+    m_typeControl = new SegmentedControl({u"IPv4"_s, u"IPv6"_s}, this);
+    m_protocolControl = new SegmentedControl({u"TCP"_s, u"UDP"_s, u"Other"_s}, this);
+    m_remoteControl = new SegmentedControl({tr("Remote only")}, this);
+    for (SegmentedControl* control : {m_typeControl, m_protocolControl}) {
+        for (int i = 0; i < control->segmentCount(); ++i)
+            control->setSelected(true, i);
+    }
+    addItem(u"CVToolbarTypeItem"_s, m_typeControl, tr("Address types shown"));
+    addItem(u"CVToolbarProtocolItem"_s, m_protocolControl, tr("Protocols shown"));
+    addItem(u"CVToolbarAddressAndPortItem"_s, m_remoteControl,
+            tr("Show only connections with a remote address"));
+    addSeparator();
+
+    m_profileButton = new QComboBox(this);
+    m_profileButton->addItem(tr("No Saved Search"));
+    m_profileButton->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    addItem(u"CVToolbarFilterProfileItem"_s, m_profileButton, tr("Filter by a saved search"));
+
+    auto* spacer = new QWidget(this);
+    spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+    addWidget(spacer);
+
+    m_searchField = new SearchField(this);
+    addItem(u"CVToolbarSearchItem"_s, m_searchField,
+            tr("Keywords, comma-separated alternatives or a regular expression; "
+               "a search expression when switched on in the menu"));
+}
+
+QAction* MainToolbar::addItem(const QString& identifier, QWidget* view, const QString& toolTip)
+{
+    auto* item = new QWidgetAction(this);
+    item->setObjectName(identifier);
+    view->setToolTip(toolTip);
+    item->setDefaultWidget(view);
+    addAction(item);
+    return item;
+}
+
+void MainToolbar::showRefreshInterval(qint64 seconds)
+{
+    const qint64 shown = std::max<qint64>(seconds, 0);
+    int index = m_refreshButton->findData(shown);
+    if (index < 0) {
+        m_refreshButton->addItem(tr("%n s", nullptr, int(shown)), shown);
+        index = m_refreshButton->count() - 1;
+    }
+    m_refreshButton->setCurrentIndex(index);
+}

@@ -1,0 +1,183 @@
+#include "ui/window/connectiontablemodel.h"
+#include "uitestsupport.h"
+
+#include "snapshot/itemcolumns.h"
+
+#include <QAbstractItemModelTester>
+#include <QSignalSpy>
+
+#include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+int columnOf(LsofItem::Key key)
+{
+    for (int i = 0; i < itemColumns().size(); ++i) {
+        if (itemColumns().at(i).key == key)
+            return i;
+    }
+    return -1;
+}
+
+QStringList column(const LsofItemList& items, LsofItem::Key key)
+{
+    QStringList values;
+    for (const auto& item : items)
+        values.append(item->text(key));
+    return values;
+}
+
+} // namespace
+
+TEST(ConnectionTableModel, PassesTheModelTesterThroughResetsAndRepaints)
+{
+    ConnectionTableModel model;
+    QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
+    const LsofItemList first{makeItem({u"Firefox"_s, u"10"_s}), makeItem({u"curl"_s, u"11"_s})};
+    model.setItems(first);
+    model.setItems(first);
+    model.setItems({first.at(1)});
+    model.setItems({});
+    EXPECT_EQ(model.rowCount(), 0);
+    EXPECT_EQ(model.columnCount(), 16);
+}
+
+TEST(ConnectionTableModel, SameObjectsRepaintOnlyTheRowsThatChanged)
+{
+    ConnectionTableModel model;
+    LsofItemList items;
+    for (int i = 0; i < 6; ++i)
+        items.append(makeItem({u"app"_s, QString::number(i + 1)}));
+    model.setItems(items);
+    QSignalSpy resets(&model, &QAbstractItemModel::modelReset);
+    QSignalSpy changes(&model, &QAbstractItemModel::dataChanged);
+
+    model.setItems(items);
+    EXPECT_EQ(changes.size(), 0) << "nothing changed, nothing to repaint";
+
+    items.at(1)->setStatus(2);
+    items.at(2)->setState(u"CLOSE_WAIT"_s);
+    items.at(5)->setStatus(3);
+    model.setItems(items);
+    EXPECT_EQ(resets.size(), 0);
+    ASSERT_EQ(changes.size(), 2);
+    EXPECT_EQ(changes.at(0).at(0).toModelIndex().row(), 1);
+    EXPECT_EQ(changes.at(0).at(1).toModelIndex().row(), 2);
+    EXPECT_EQ(changes.at(0).at(1).toModelIndex().column(), 15);
+    EXPECT_EQ(changes.at(1).at(0).toModelIndex().row(), 5);
+    EXPECT_EQ(changes.at(1).at(1).toModelIndex().row(), 5);
+    EXPECT_EQ(model.index(1, 0).data(ConnectionTableModel::StatusRole).toInt(), 2);
+
+    // Equal content in other objects is another snapshot: the rows are rebuilt.
+    LsofItemList other = items;
+    other[0] = makeItem({u"app"_s, u"1"_s});
+    model.setItems(other);
+    EXPECT_EQ(resets.size(), 1);
+    changes.clear();
+    other.at(0)->setStatus(1);
+    model.setItems(other);
+    ASSERT_EQ(changes.size(), 1);
+    EXPECT_EQ(changes.at(0).at(0).toModelIndex().row(), 0);
+}
+
+TEST(ConnectionTableModel, ColoursRowsByStatus)
+{
+    ConnectionTableModel model;
+    ConnectionTableModel::Colors colors;
+    colors.list = QColor(250, 250, 250);
+    colors.fresh = QColor(10, 200, 10);
+    colors.changed = QColor(240, 240, 20);
+    colors.closed = QColor(220, 20, 20);
+    model.setColors(colors);
+    const QList<std::pair<qint32, QColor>> cases{{0, colors.list},    {1, colors.fresh},
+                                                 {2, colors.changed}, {3, colors.closed},
+                                                 {4, colors.list},    {-1, colors.list}};
+    LsofItemList items;
+    for (const auto& [status, expected] : cases) {
+        ItemSpec spec{u"app"_s, QString::number(items.size() + 1)};
+        spec.status = status;
+        items.append(makeItem(spec));
+    }
+    model.setItems(items);
+    for (int row = 0; row < cases.size(); ++row) {
+        for (int col : {0, 5, 15}) {
+            EXPECT_EQ(model.index(row, col).data(Qt::BackgroundRole).value<QColor>(),
+                      cases.at(row).second)
+                << "status " << cases.at(row).first << " column " << col;
+        }
+    }
+}
+
+TEST(ConnectionTableModel, KeepsTextLegibleOnStrongBackgrounds)
+{
+    const QColor black(Qt::black), white(Qt::white);
+    // The defaults: black text stays on pure green, yellow and red.
+    for (const QColor& background : {QColor(Qt::green), QColor(Qt::yellow), QColor(Qt::red)})
+        EXPECT_EQ(ConnectionTableModel::legibleTextColor(black, background), black);
+    // White text chosen for a dark list would vanish on yellow: black takes over there only.
+    EXPECT_EQ(ConnectionTableModel::legibleTextColor(white, QColor(Qt::yellow)), black);
+    EXPECT_EQ(ConnectionTableModel::legibleTextColor(white, QColor(30, 30, 30)), white);
+    // A deliberate low-contrast pair that still reads is left alone.
+    const QColor grey(90, 90, 90);
+    EXPECT_EQ(ConnectionTableModel::legibleTextColor(grey, white), grey);
+}
+
+TEST(ConnectionTableModel, SortsNumbersAsNumbersAndTextIgnoringCase)
+{
+    LsofItemList items;
+    const QList<std::tuple<QString, QString, QString>> rows{{u"zsh"_s, u"100"_s, u"8080"_s},
+                                                            {u"Avahi"_s, u"9"_s, u"443"_s},
+                                                            {u"beam"_s, u"1000000"_s, u"53"_s},
+                                                            {u"avahi"_s, u"10"_s, u"*"_s}};
+    for (const auto& [app, pid, port] : rows) {
+        ItemSpec spec{app, pid};
+        spec.localPort = port;
+        items.append(makeItem(spec));
+    }
+
+    LsofItemList byPid = items;
+    ConnectionTableModel::sortItems(byPid, columnOf(LsofItem::Key::processId), Qt::AscendingOrder);
+    EXPECT_EQ(column(byPid, LsofItem::Key::processId),
+              QStringList({u"9"_s, u"10"_s, u"100"_s, u"1000000"_s}));
+
+    LsofItemList byPort = items;
+    ConnectionTableModel::sortItems(byPort, columnOf(LsofItem::Key::localPort),
+                                    Qt::DescendingOrder);
+    EXPECT_EQ(column(byPort, LsofItem::Key::localPort),
+              QStringList({u"8080"_s, u"443"_s, u"53"_s, u"*"_s}));
+
+    // Equal names keep their snapshot order, in both directions.
+    for (Qt::SortOrder order : {Qt::AscendingOrder, Qt::DescendingOrder}) {
+        LsofItemList byName = items;
+        ConnectionTableModel::sortItems(byName, columnOf(LsofItem::Key::localizedAppName), order);
+        const QStringList expected = order == Qt::AscendingOrder
+                                         ? QStringList{u"Avahi"_s, u"avahi"_s, u"beam"_s, u"zsh"_s}
+                                         : QStringList{u"zsh"_s, u"beam"_s, u"Avahi"_s, u"avahi"_s};
+        EXPECT_EQ(column(byName, LsofItem::Key::localizedAppName), expected);
+    }
+
+    // No sort column: the snapshot's own order.
+    LsofItemList unsorted = items;
+    ConnectionTableModel::sortItems(unsorted, -1, Qt::AscendingOrder);
+    EXPECT_EQ(unsorted, items);
+}
+
+TEST(ConnectionTableModel, ExposesDisplayTextAndRawSortValue)
+{
+    ConnectionTableModel model;
+    ItemSpec spec{u"sshd"_s, u"812"_s};
+    spec.remoteAddress = u"10.0.0.7"_s;
+    spec.remotePort = u"22"_s;
+    model.setItems({makeItem(spec)});
+    const QModelIndex port = model.index(0, columnOf(LsofItem::Key::remotePort));
+    EXPECT_EQ(port.data().toString(), u"22"_s);
+    EXPECT_EQ(port.data(ConnectionTableModel::RawValueRole).toLongLong(), 22);
+    const QModelIndex pid = model.index(0, columnOf(LsofItem::Key::processId));
+    EXPECT_EQ(pid.data(ConnectionTableModel::RawValueRole).toLongLong(), 812);
+    // Absent fields show empty.
+    EXPECT_EQ(model.index(0, columnOf(LsofItem::Key::state)).data().toString(), QString());
+    EXPECT_EQ(model.headerData(columnOf(LsofItem::Key::remoteHostname), Qt::Horizontal).toString(),
+              u"Remote Host"_s);
+}

@@ -1,0 +1,48 @@
+#include "uitestsupport.h"
+
+#include "persistence/sqlitepersistentobject.h"
+
+TestSettings::TestSettings()
+{
+    database = std::make_unique<SQLiteInstanceManager>(
+        QStringLiteral("corvina.sqlite3"), dir.filePath(QStringLiteral("corvina.sqlite3")));
+    SQLitePersistentObject::setManager(database.get());
+    reopen();
+}
+
+TestSettings::~TestSettings()
+{
+    SQLitePersistentObject::setManager(nullptr);
+}
+
+void TestSettings::reopen()
+{
+    prefs.reset();
+    defaults.reset();
+    defaults = std::make_unique<UserDefaults>(dir.filePath(QStringLiteral("Corvina.conf")));
+    prefs = std::make_unique<CVPrefsHelper>(*defaults);
+}
+
+LsofItemPtr makeItem(const ItemSpec& spec)
+{
+    auto item = std::make_shared<LsofItem>();
+    item->setProcessName(spec.app);
+    item->setProcessId(spec.pid);
+    item->setUser(QStringLiteral("ada"));
+    item->setProtocol(spec.protocol);
+    item->setType(spec.type);
+    item->setLocalAddress(spec.localAddress);
+    item->setLocalPort(spec.localPort);
+    item->setLocalPortNumber(LsofItem::integerValue(spec.localPort));
+    if (!spec.remoteAddress.isNull()) {
+        item->setRemoteAddress(spec.remoteAddress);
+        item->setRemotePort(spec.remotePort);
+        item->setRemotePortNumber(LsofItem::integerValue(spec.remotePort));
+    }
+    if (!spec.state.isNull())
+        item->setState(spec.state);
+    item->setFileDescriptor(QStringLiteral("12u"));
+    item->setDevice(QStringLiteral("0x1234"));
+    item->setStatus(spec.status);
+    return item;
+}
