@@ -52,14 +52,14 @@ bool isDigit(QChar c)
 // The process id: the run of digits that ends under the last character of "PID", extended
 // leftwards for as long as digits go. Linux process ids reach seven digits, wider than any
 // fixed cut. Without a digit there, the classic five-character cut from the first digit.
-std::optional<QString> cutProcessId(QStringView line, qsizetype pidTitle)
+std::optional<QStringView> cutProcessId(QStringView line, qsizetype pidTitle)
 {
     const qsizetype last = pidTitle + 2;
     if (last < line.size() && isDigit(line[last])) {
         qsizetype first = last;
         while (first > 0 && isDigit(line[first - 1]))
             --first;
-        return line.mid(first, last - first + 1).toString();
+        return line.mid(first, last - first + 1);
     }
     const qsizetype start = pidTitle - 2;
     if (start < 0 || start + 5 > line.size())
@@ -67,7 +67,7 @@ std::optional<QString> cutProcessId(QStringView line, qsizetype pidTitle)
     const QStringView cut = line.mid(start, 5);
     for (qsizetype i = 0; i < cut.size(); ++i) {
         if (isDigit(cut[i]))
-            return cut.mid(i).trimmed().toString();
+            return cut.mid(i).trimmed();
     }
     return std::nullopt;
 }
@@ -101,6 +101,190 @@ private:
     std::vector<qsizetype> m_tree;
 };
 
+enum class Side { Local, Remote };
+
+// A cut as text: an empty cut is an empty text, never a null one.
+QString cutText(QStringView view)
+{
+    return view.isEmpty() ? u""_s : view.toString();
+}
+
+struct Endpoint {
+    QStringView address;
+    QStringView port;
+    bool present = false;
+};
+
+// The cut fields of one line, still pointing into lsof's text.
+struct LineFields {
+    QStringView processName, processId, protocol, user, type, device, sizeAndOffset, fileDescriptor;
+    QStringView state;
+    bool hasState = false;
+    Endpoint local, remote;
+};
+
+// One endpoint: only the last ":" separates the port, so "[fe80::1%lo0]:5353" keeps its
+// address whole and "*:*" gives "*", "*" and 0.
+Endpoint splitEndpoint(QStringView text)
+{
+    qsizetype colon = text.size() - 1;
+    while (colon >= 0 && text[colon] != u':')
+        --colon;
+    if (colon < 0)
+        return {QStringView(), text, true};
+    return {text.left(colon), text.mid(colon + 1), true};
+}
+
+// NAME is "endpoints" or "endpoints (STATE)"; endpoints are "local" or "local->remote". A text
+// that does not split into exactly two parts at its separator is not split at all. (Plain
+// loops: this runs for every line of every refresh.)
+void splitName(QStringView name, LineFields& fields)
+{
+    qsizetype blank = -1;
+    int blanks = 0;
+    for (qsizetype i = 0; i < name.size() && blanks < 2; ++i) {
+        if (name[i] == u' ') {
+            if (blanks++ == 0)
+                blank = i;
+        }
+    }
+    QStringView endpoints = name;
+    if (blanks == 1) {
+        // Linux lsof ends UDP endpoints with a blank: a part too short to be "(STATE)" is no
+        // state, and the endpoints are still parsed.
+        const QStringView state = name.mid(blank + 1);
+        if (state.size() >= 2) {
+            fields.state = state.mid(1, state.size() - 2);
+            fields.hasState = true;
+        }
+        endpoints = name.left(blank);
+    }
+    qsizetype arrow = -1;
+    int arrows = 0;
+    for (qsizetype i = 0; i + 1 < endpoints.size() && arrows < 2; ++i) {
+        if (endpoints[i] == u'-' && endpoints[i + 1] == u'>') {
+            if (arrows++ == 0)
+                arrow = i;
+            ++i;
+        }
+    }
+    if (arrows == 1) {
+        fields.remote = splitEndpoint(endpoints.mid(arrow + 2));
+        endpoints = endpoints.left(arrow);
+    }
+    fields.local = splitEndpoint(endpoints);
+}
+
+void setEndpoint(const Endpoint& endpoint, LsofItem& item, Side side)
+{
+    const QString address = cutText(endpoint.address);
+    const QString port = cutText(endpoint.port);
+    const qint64 number = LsofItem::integerValue(endpoint.port);
+    if (side == Side::Local) {
+        item.setLocalAddress(address);
+        item.setLocalPort(port);
+        item.setLocalPortNumber(number);
+    } else {
+        item.setRemoteAddress(address);
+        item.setRemotePort(port);
+        item.setRemotePortNumber(number);
+    }
+}
+
+// Every field but the state, which the caller decides.
+void fillItem(LsofItem& item, const LineFields& fields)
+{
+    item.setProcessName(cutText(fields.processName));
+    item.setProcessId(cutText(fields.processId));
+    item.setProtocol(cutText(fields.protocol));
+    item.setUser(cutText(fields.user));
+    item.setType(cutText(fields.type));
+    item.setDevice(cutText(fields.device));
+    item.setSizeAndOffset(cutText(fields.sizeAndOffset));
+    item.setFileDescriptor(cutText(fields.fileDescriptor));
+    setEndpoint(fields.local, item, Side::Local);
+    if (fields.remote.present)
+        setEndpoint(fields.remote, item, Side::Remote);
+}
+
+// What LsofItem::identifier() gives for an item filled from these fields, built without the
+// item and with one allocation.
+QString identifierOf(const LineFields& f)
+{
+    static const QString null = u"(null)"_s;
+    const QStringView remoteAddress = f.remote.present ? f.remote.address : QStringView(null);
+    const QStringView remotePort = f.remote.present ? f.remote.port : QStringView(null);
+    const std::array<QStringView, 9> parts = {f.processId,     f.type,       f.protocol,
+                                              f.local.address, f.local.port, remoteAddress,
+                                              remotePort,      f.device,     f.fileDescriptor};
+    static constexpr std::array<char16_t, 8> separators = {u'-', u'-', u'-', u':',
+                                                           u'-', u':', u'-', u':'};
+    qsizetype length = qsizetype(separators.size());
+    for (const QStringView part : parts)
+        length += part.size();
+    QString id(length, Qt::Uninitialized);
+    QChar* out = id.data();
+    for (size_t i = 0; i < parts.size(); ++i) {
+        std::copy(parts[i].begin(), parts[i].end(), out);
+        out += parts[i].size();
+        if (i < separators.size())
+            *out++ = QChar(separators[i]);
+    }
+    return id;
+}
+
+// Where each field of a data line lies, from the header's title positions. The offsets follow
+// lsof's layout, in which these columns end under the end of their titles.
+class Cuts {
+public:
+    explicit Cuts(const Positions& p)
+        : m_p(p), m_userStart(p[PidTitle] + 4), m_userLength(p[UserTitle] - p[PidTitle]),
+          m_fdStart(p[UserTitle] + 5), m_fdLength(p[FdTitle] - p[UserTitle] - 2),
+          m_deviceStart(p[TypeTitle] + 5), m_deviceLength(p[DeviceTitle] - p[TypeTitle] + 1),
+          m_sizeStart(p[DeviceTitle] + 7), m_sizeLength(p[SizeOffTitle] - p[DeviceTitle] + 1),
+          m_protocolStart(p[SizeOffTitle] + 9), m_protocolLength(p[NodeTitle] - p[SizeOffTitle] - 5)
+    {
+    }
+
+    // The fields of one line, or nothing for a line too short or one on which a cut would fall
+    // outside the line.
+    std::optional<LineFields> cut(QStringView line) const
+    {
+        if (line.size() < m_p[NameTitle])
+            return std::nullopt;
+        if (!fits(line, 0, m_p[PidTitle]) || !fits(line, m_userStart, m_userLength) ||
+            !fits(line, m_fdStart, m_fdLength) || !fits(line, m_p[TypeTitle], 4) ||
+            !fits(line, m_deviceStart, m_deviceLength) || !fits(line, m_sizeStart, m_sizeLength) ||
+            !fits(line, m_protocolStart, m_protocolLength))
+            return std::nullopt;
+        const std::optional<QStringView> processId = cutProcessId(line, m_p[PidTitle]);
+        if (!processId)
+            return std::nullopt;
+
+        LineFields fields;
+        // Command names keep what precedes their last blank: PID digits that run into the
+        // command's cut go.
+        fields.processName = line.left(m_p[PidTitle]).trimmed();
+        const qsizetype blank = fields.processName.lastIndexOf(u' ');
+        if (blank >= 0)
+            fields.processName = fields.processName.left(blank).trimmed();
+        fields.processId = *processId;
+        fields.protocol = line.mid(m_protocolStart, m_protocolLength).trimmed();
+        fields.user = line.mid(m_userStart, m_userLength).trimmed();
+        fields.type = line.mid(m_p[TypeTitle], 4).trimmed();
+        fields.device = line.mid(m_deviceStart, m_deviceLength).trimmed();
+        fields.sizeAndOffset = line.mid(m_sizeStart, m_sizeLength).trimmed();
+        fields.fileDescriptor = line.mid(m_fdStart, m_fdLength).trimmed();
+        splitName(line.mid(m_p[NameTitle]), fields);
+        return fields;
+    }
+
+private:
+    Positions m_p;
+    qsizetype m_userStart, m_userLength, m_fdStart, m_fdLength, m_deviceStart, m_deviceLength,
+        m_sizeStart, m_sizeLength, m_protocolStart, m_protocolLength;
+};
+
 } // namespace
 
 LsofFetcher& LsofFetcher::shared()
@@ -127,7 +311,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     const std::optional<Positions> found = headerPositions(header);
     if (!found)
         return result;
-    const Positions& p = *found;
+    const Cuts cuts(*found);
 
     m_identifierMap.clear();
     const LsofItemList previous = m_previous;
@@ -140,62 +324,55 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         m_identifierMap.insert(item->identifier(), item);
     }
 
-    const qsizetype userStart = p[PidTitle] + 4, userLength = p[UserTitle] - p[PidTitle];
-    const qsizetype fdStart = p[UserTitle] + 5, fdLength = p[FdTitle] - p[UserTitle] - 2;
-    const qsizetype deviceStart = p[TypeTitle] + 5,
-                    deviceLength = p[DeviceTitle] - p[TypeTitle] + 1;
-    const qsizetype sizeStart = p[DeviceTitle] + 7,
-                    sizeLength = p[SizeOffTitle] - p[DeviceTitle] + 1;
-    const qsizetype protocolStart = p[SizeOffTitle] + 9,
-                    protocolLength = p[NodeTitle] - p[SizeOffTitle] - 5;
-
+    // The line each earlier object was last matched with in this output, for the rare output
+    // that lists one connection twice.
+    QHash<const LsofItem*, QStringView> matchedLines;
+    matchedLines.reserve(m_identifierMap.size());
     qsizetype lineStart = headerEnd < 0 ? text.size() : headerEnd + 1;
+    const QChar* const textEnd = text.constEnd();
     while (headerEnd >= 0 && lineStart <= text.size()) {
-        qsizetype lineEnd = text.indexOf(u'\n', lineStart);
-        if (lineEnd < 0)
-            lineEnd = text.size();
+        const qsizetype lineEnd =
+            std::find(text.constBegin() + lineStart, textEnd, u'\n') - text.constBegin();
         const QStringView line = QStringView(text).mid(lineStart, lineEnd - lineStart);
         lineStart = lineEnd + 1;
 
-        if (line.size() < p[NameTitle])
+        const std::optional<LineFields> fields = cuts.cut(line);
+        if (!fields)
             continue;
-        if (!fits(line, 0, p[PidTitle]) || !fits(line, userStart, userLength) ||
-            !fits(line, fdStart, fdLength) || !fits(line, p[TypeTitle], 4) ||
-            !fits(line, deviceStart, deviceLength) || !fits(line, sizeStart, sizeLength) ||
-            !fits(line, protocolStart, protocolLength))
-            continue;
-        const std::optional<QString> processId = cutProcessId(line, p[PidTitle]);
-        if (!processId)
-            continue;
-
-        auto item = std::make_shared<LsofItem>();
-        QString name = substring(line, 0, p[PidTitle]);
-        const qsizetype blank = name.lastIndexOf(u' ');
-        if (blank >= 0)
-            name = substring(name, 0, blank);
-        item->setProcessName(name);
-        item->setProcessId(*processId);
-        item->setProtocol(substring(line, protocolStart, protocolLength));
-        item->setUser(substring(line, userStart, userLength));
-        item->setType(substring(line, p[TypeTitle], 4));
-        item->setDevice(substring(line, deviceStart, deviceLength));
-        item->setSizeAndOffset(substring(line, sizeStart, sizeLength));
-        item->setFileDescriptor(substring(line, fdStart, fdLength));
-        parseConnection(line.mid(p[NameTitle]).toString(), *item);
-
-        const QString identifier = item->identifier();
-        const auto earlier = m_identifierMap.find(identifier);
-        if (earlier == m_identifierMap.end()) {
+        const QString identifier = identifierOf(*fields);
+        const auto earlier = m_identifierMap.constFind(identifier);
+        if (earlier == m_identifierMap.cend()) {
+            auto item = std::make_shared<LsofItem>();
+            fillItem(*item, *fields);
+            if (fields->hasState)
+                item->setState(cutText(fields->state));
+            item->adoptIdentifier(identifier);
             result.append(std::move(item));
             continue;
         }
-        // The earlier object lives on with the new state; the map keeps an object carrying
-        // the previous state, which change detection compares against.
-        const LsofItemPtr kept = earlier.value();
+
+        // A connection still open: its earlier object lives on with the new state and keeps
+        // the previous one as `oldState`, which change detection compares against.
+        const LsofItemPtr& kept = earlier.value();
+        const auto matched = matchedLines.find(kept.get());
+        if (matched != matchedLines.end()) {
+            // Listed again in this output: this line yields the object made for the line
+            // before it, carrying this line's state.
+            auto item = std::make_shared<LsofItem>();
+            fillItem(*item, *cuts.cut(matched.value()));
+            item->setState(fields->hasState ? cutText(fields->state) : QString());
+            item->setOldState(kept->oldState());
+            item->adoptIdentifier(identifier);
+            matched.value() = line;
+            result.append(std::move(item));
+            continue;
+        }
+        matchedLines.insert(kept.get(), line);
         const QString previousState = kept->state();
-        kept->setState(item->state());
-        item->setState(previousState);
-        earlier.value() = item;
+        if (!fields->hasState)
+            kept->setState(QString());
+        else if (previousState.isNull() || previousState != fields->state)
+            kept->setState(cutText(fields->state));
         kept->setOldState(previousState);
         result.append(kept);
     }
@@ -204,31 +381,26 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
 
 void LsofFetcher::parseConnection(const QString& text, LsofItem& item)
 {
-    QString endpoints = text;
-    const QStringList parts = text.split(u' ');
-    if (parts.size() == 2) {
-        // Linux lsof ends UDP endpoints with a blank: a part too short to be "(STATE)" is no
-        // state, and the endpoints are still parsed.
-        if (parts[1].size() >= 2)
-            item.setState(parts[1].mid(1, parts[1].size() - 2));
-        endpoints = parts[0];
-    }
-    const QStringList sides = endpoints.split(u"->"_s);
-    if (sides.size() == 2) {
-        parseAddressAndPort(sides[1], item, u"remote"_s);
-        endpoints = sides[0];
-    }
-    parseAddressAndPort(endpoints, item, u"local"_s);
+    LineFields fields;
+    splitName(text, fields);
+    if (fields.hasState)
+        item.setState(cutText(fields.state));
+    if (fields.remote.present)
+        setEndpoint(fields.remote, item, Side::Remote);
+    setEndpoint(fields.local, item, Side::Local);
 }
 
 void LsofFetcher::parseAddressAndPort(const QString& text, LsofItem& item, const QString& side)
 {
-    const qsizetype colon = text.lastIndexOf(u':');
-    const QString port = colon < 0 ? text : text.mid(colon + 1);
-    const QString address = colon < 0 ? u""_s : text.left(colon);
-    item.setValue(QString(side % u"Address"), address);
-    item.setValue(QString(side % u"Port"), port);
-    item.setValue(QString(side % u"PortNumber"), LsofItem::integerValue(port));
+    const Endpoint endpoint = splitEndpoint(text);
+    if (side == u"local" || side == u"remote") {
+        setEndpoint(endpoint, item, side == u"local" ? Side::Local : Side::Remote);
+        return;
+    }
+    // Any other side names its keys by the "%@Address", "%@Port", "%@PortNumber" rule.
+    item.setValue(QString(side % u"Address"), cutText(endpoint.address));
+    item.setValue(QString(side % u"Port"), cutText(endpoint.port));
+    item.setValue(QString(side % u"PortNumber"), LsofItem::integerValue(endpoint.port));
 }
 
 void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
@@ -243,8 +415,9 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
                 item->setStatus(1);
                 continue;
             }
+            // The parser left the previous state of a connection still open on its object.
             const QString now = item->state();
-            const QString before = entry.value()->state();
+            const QString before = item->oldState();
             item->setStatus(now.isNull() || before.isNull() || now == before ? 0 : 2);
         }
 

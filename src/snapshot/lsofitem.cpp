@@ -325,6 +325,11 @@ void LsofItem::setProcessName(const QString& name)
     }
     if (!m_processName.isNull() && name.isSharedWith(m_processName))
         return;
+    // Most names carry no escape at all; decoding them would give them back unchanged.
+    if (!name.contains(u'\\') && !name.contains(u'%')) {
+        m_processName = name;
+        return;
+    }
     QString unescaped = name;
     unescaped.replace(u"\\x"_s, u"%"_s);
     m_processName = percentDecoded(unescaped);
@@ -370,6 +375,13 @@ QString LsofItem::identifier() const
                        printable(m_fileDescriptor);
     }
     return m_identifier;
+}
+
+void LsofItem::adoptIdentifier(const QString& identifier)
+{
+    QMutexLocker locker(&m_lock);
+    if (m_identifier.isNull())
+        m_identifier = identifier;
 }
 
 QString LsofItem::description() const

@@ -114,6 +114,9 @@ public:
     // "%@-%@-%@-%@:%@-%@:%@-%@:%@" of processId, type, protocol, localAddress, localPort,
     // remoteAddress, remotePort, device, fileDescriptor; built on first call, then fixed.
     QString identifier() const;
+    // Takes the identifier its creator already built (it must be what identifier() would
+    // build); a no-op once the identifier is known.
+    void adoptIdentifier(const QString& identifier);
     // "<LsofItem: 0x…>: identifier"
     QString description() const;
 

@@ -219,11 +219,9 @@ TEST(LsofParser, ReusesTheEarlierObjectAndSwapsStates)
         EXPECT_EQ(second[i], first[i]) << "line " << i << " keeps its object";
     EXPECT_EQ(second[1]->state(), u"CLOSE_WAIT"_s);
     EXPECT_EQ(second[1]->oldState(), u"ESTABLISHED"_s);
-    // The map now holds the freshly cut object, carrying the previous state.
-    const LsofItemPtr mapped = fetcher.identifierMap().value(second[1]->identifier());
-    ASSERT_TRUE(mapped);
-    EXPECT_NE(mapped, second[1]);
-    EXPECT_EQ(mapped->state(), u"ESTABLISHED"_s);
+    // Fields other than the state keep their earlier values.
+    EXPECT_EQ(second[1]->device(), u"11791"_s);
+    EXPECT_TRUE(fetcher.identifierMap().contains(second[1]->identifier()));
 }
 
 TEST(LsofParser, DuplicateIdentifiersInOneOutput)
@@ -233,16 +231,21 @@ TEST(LsofParser, DuplicateIdentifiersInOneOutput)
                                   u"10.0.0.2:5000->10.0.0.3:80 (%1)"_s);
     LsofItemList first = fetcher.parseLsofResult(kLsofHeader + u'\n' + line.arg(u"SYN_SENT"_s));
     fetcher.processLsofItemsChanges(first);
-    const LsofItemList next =
-        fetcher.parseLsofResult(kLsofHeader + u'\n' + line.arg(u"ESTABLISHED"_s) + u'\n' +
-                                line.arg(u"FIN_WAIT1"_s) + u'\n');
-    ASSERT_EQ(next.size(), 2);
+    const LsofItemList next = fetcher.parseLsofResult(
+        kLsofHeader + u'\n' + line.arg(u"ESTABLISHED"_s) + u'\n' + line.arg(u"FIN_WAIT1"_s) +
+        u'\n' + line.arg(u"FIN_WAIT2"_s) + u'\n');
+    ASSERT_EQ(next.size(), 3);
     EXPECT_EQ(next[0], first[0]);
     EXPECT_EQ(next[0]->state(), u"ESTABLISHED"_s);
     // The second line yields the object made for the first line, now with the second state.
     EXPECT_NE(next[1], first[0]);
     EXPECT_EQ(next[1]->state(), u"FIN_WAIT1"_s);
     EXPECT_EQ(next[1]->oldState(), u"SYN_SENT"_s);
+    EXPECT_EQ(next[1]->device(), u"100"_s);
+    // A third line goes on the same way: the object made for the second line.
+    EXPECT_NE(next[2], next[1]);
+    EXPECT_EQ(next[2]->state(), u"FIN_WAIT2"_s);
+    EXPECT_EQ(next[2]->oldState(), u"SYN_SENT"_s);
 }
 
 TEST(LsofParser, SubstringTrimsAndNeverGivesNull)

@@ -1,0 +1,95 @@
+#include "lsofgenerator.h"
+
+#include "changes/changereporter.h"
+#include "changes/connectionlog.h"
+#include "prefs/cvprefshelper.h"
+#include "prefs/prefkeys.h"
+#include "prefs/userdefaults.h"
+#include "snapshot/lsoffetcher.h"
+
+#include <QTemporaryDir>
+
+#include <benchmark/benchmark.h>
+
+namespace {
+
+void perLine(benchmark::State& state, int lines)
+{
+    state.counters["lines"] = lines;
+    state.counters["per_line"] = benchmark::Counter(
+        double(lines), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+}
+
+// Two consecutive snapshots of a busy machine, 5 % of lines apart.
+struct Snapshots {
+    explicit Snapshots(int lines) : generator(lines)
+    {
+        first = generator.text();
+        generator.next();
+        second = generator.text();
+    }
+    LsofGenerator generator;
+    QString first, second;
+};
+
+// Parsing alone: a fresh service each time, so every line makes a new item.
+void BM_Parse(benchmark::State& state)
+{
+    const Snapshots snapshots(int(state.range(0)));
+    for (auto _ : state) {
+        LsofFetcher fetcher;
+        benchmark::DoNotOptimize(fetcher.parseLsofResult(snapshots.first));
+    }
+    perLine(state, int(state.range(0)));
+}
+
+// The refresh's steady state: parse and detect changes, alternating two snapshots.
+void BM_ParseAndDetect(benchmark::State& state)
+{
+    const Snapshots snapshots(int(state.range(0)));
+    LsofFetcher fetcher;
+    LsofItemList items = fetcher.parseLsofResult(snapshots.first);
+    fetcher.processLsofItemsChanges(items);
+    bool second = true;
+    for (auto _ : state) {
+        items = fetcher.parseLsofResult(second ? snapshots.second : snapshots.first);
+        fetcher.processLsofItemsChanges(items);
+        second = !second;
+    }
+    perLine(state, int(state.range(0)));
+}
+
+// The same with the reporters on: console messages built, CSV rows written and flushed.
+void BM_ParseDetectAndReport(benchmark::State& state)
+{
+    const Snapshots snapshots(int(state.range(0)));
+    QTemporaryDir dir;
+    UserDefaults store(dir.filePath(QStringLiteral("Corvina.conf")));
+    CVPrefsHelper prefs(store);
+    prefs.setLogFolder(dir.filePath(QStringLiteral("Logs")));
+    store.setBool(PrefKeys::LogConnectionStateChangeToCSVFiles, true);
+    store.setBool(PrefKeys::LogNewConnectionToSystemConsole, false);
+    ConnectionLog log(prefs);
+    ChangeReporter reporter(prefs, log);
+    LsofFetcher fetcher;
+    fetcher.setReporter(&reporter);
+    LsofItemList items = fetcher.parseLsofResult(snapshots.first);
+    fetcher.processLsofItemsChanges(items);
+    bool second = true;
+    for (auto _ : state) {
+        items = fetcher.parseLsofResult(second ? snapshots.second : snapshots.first);
+        fetcher.processLsofItemsChanges(items);
+        second = !second;
+    }
+    perLine(state, int(state.range(0)));
+}
+
+} // namespace
+
+BENCHMARK(BM_Parse)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ParseAndDetect)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ParseDetectAndReport)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond);
