@@ -11,6 +11,7 @@
 #include "prefs/cvprefshelper.h"
 #include "prefs/userdefaults.h"
 #include "ui/app/cvshowhelpwindowcontroller.h"
+#include "ui/window/desktopactions.h"
 
 #include <QCheckBox>
 #include <QColorDialog>
@@ -113,7 +114,7 @@ CVPreferencesController::Services CVPreferencesController::defaultServices()
         return color;
     };
     services.revealFile = [](const QString& path) {
-        return QDesktopServices::openUrl(QUrl::fromLocalFile(QFileInfo(path).absolutePath()));
+        return DesktopActions::showInFileManager(path);
     };
     services.openFolder = [](const QString& folder) {
         return QDesktopServices::openUrl(QUrl::fromLocalFile(folder));
