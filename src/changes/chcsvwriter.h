@@ -47,6 +47,8 @@ public:
     // False after a failed open or write, until a later write succeeds.
     bool ok() const { return m_lastWriteError.isNull(); }
     QString lastWriteError() const { return m_lastWriteError; }
+    // Whether a file is open for writing (never in string mode).
+    bool isOpen() const { return m_outputHandle >= 0; }
 
     void writeField(const QVariant& field);
     // Writes the fields up to the first invalid QVariant, which ends the list.

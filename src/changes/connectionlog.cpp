@@ -53,9 +53,11 @@ void ConnectionLog::writePass(const QString& action, const LsofItemList& items)
         m_writer->writeLineWithFields(item->csvLineFields());
     }
     m_writer->flush();
-    // The writer has said why once; a fresh writer next pass retries the folder and the file,
-    // so logging resumes as soon as writing is possible again. Rows on disk are never touched.
-    if (!m_writer->ok())
+    // A writer whose file could not be made is replaced next pass, which retries the folder
+    // and the file. One whose writes failed (a full disk) is kept: it retries at every row,
+    // has said why once for the whole run of failures, and ends a cut row before the next.
+    // Rows on disk are never touched.
+    if (!m_writer->ok() && !m_writer->isOpen())
         m_writer.reset();
 }
 

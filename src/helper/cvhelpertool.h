@@ -3,6 +3,9 @@
 #include "privileged/helperinstallation.h"
 #include "privileged/ovprivilegetoolbase.h"
 
+#include <condition_variable>
+#include <memory>
+#include <mutex>
 #include <string>
 
 // Corvina's privileged daemon: runs lsof as root for the application.
@@ -28,6 +31,21 @@ protected:
     void perform(HelperProtocol::Operation operation, const ReplyHandler& reply) override;
 
 private:
+    // One lsof run and the requests that share its answer.
+    struct LsofBatch {
+        std::optional<std::string> text;
+        bool done = false;
+    };
+
+    std::optional<std::string> runLsof() const;
+
     std::string m_lsofPath;
     std::chrono::milliseconds m_lsofTimeout;
+
+    // At most one lsof runs at a time, however many clients ask: a request joins the batch
+    // whose run starts next, so every answer comes from a run begun after the request came.
+    mutable std::mutex m_batchLock;
+    mutable std::condition_variable m_batchDone;
+    mutable std::shared_ptr<LsofBatch> m_runningBatch;
+    mutable std::shared_ptr<LsofBatch> m_nextBatch;
 };

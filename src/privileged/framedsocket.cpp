@@ -2,6 +2,7 @@
 
 #include "helperprotocol.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <poll.h>
@@ -110,11 +111,21 @@ FramedSocket::Result FramedSocket::readFrame(std::vector<std::uint8_t>& payload,
     // Checked before allocating: a frame that claims gigabytes must not cost gigabytes.
     if (length > maxSize)
         return Result::TooLarge;
-    payload.resize(length);
-    result = readExactly(payload.data(), length, deadline, false);
-    if (result != Result::Ok)
-        payload.clear();
-    return result;
+    // Memory follows the bytes that arrive, not the length claimed: a peer that announces the
+    // largest frame and then sends nothing costs a chunk, not the whole limit.
+    constexpr std::size_t kChunk = 64 * 1024;
+    std::size_t done = 0;
+    while (done < length) {
+        const std::size_t chunk = std::min<std::size_t>(kChunk, length - done);
+        payload.resize(done + chunk);
+        result = readExactly(payload.data() + done, chunk, deadline, false);
+        if (result != Result::Ok) {
+            payload.clear();
+            return result;
+        }
+        done += chunk;
+    }
+    return Result::Ok;
 }
 
 FramedSocket::Result FramedSocket::writeRaw(const std::uint8_t* data, std::size_t size,

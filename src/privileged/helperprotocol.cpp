@@ -46,15 +46,26 @@ std::optional<Request> decodeRequest(const std::vector<std::uint8_t>& payload, D
 
 std::vector<std::uint8_t> encodeReply(const Reply& reply)
 {
-    std::vector<std::uint8_t> payload;
     const bool hasText = reply.status != Status::Null;
+    const ReplyFrameHead head =
+        encodeReplyFrameHead(reply.operation, reply.status, hasText ? reply.text.size() : 0);
+    std::vector<std::uint8_t> payload;
     payload.reserve(kReplyHeaderSize + (hasText ? reply.text.size() : 0));
-    payload.push_back(kProtocolVersion);
-    payload.push_back(static_cast<std::uint8_t>(reply.operation));
-    payload.push_back(static_cast<std::uint8_t>(reply.status));
+    for (std::size_t i = kFrameHeaderSize; i < head.size(); ++i)
+        payload.push_back(head[i]);
     if (hasText)
         payload.insert(payload.end(), reply.text.begin(), reply.text.end());
     return payload;
+}
+
+ReplyFrameHead encodeReplyFrameHead(Operation operation, Status status, std::size_t textSize)
+{
+    ReplyFrameHead head{};
+    putLength(head.data(), static_cast<std::uint32_t>(kReplyHeaderSize + textSize));
+    head[kFrameHeaderSize] = kProtocolVersion;
+    head[kFrameHeaderSize + 1] = static_cast<std::uint8_t>(operation);
+    head[kFrameHeaderSize + 2] = static_cast<std::uint8_t>(status);
+    return head;
 }
 
 std::optional<Reply> decodeReply(const std::vector<std::uint8_t>& payload, DecodeError* error)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -70,6 +71,10 @@ std::vector<std::uint8_t> encodeRequest(const Request& request);
 std::optional<Request> decodeRequest(const std::vector<std::uint8_t>& payload, DecodeError* error);
 
 std::vector<std::uint8_t> encodeReply(const Reply& reply);
+// The length prefix and the reply header of a reply frame whose text has `textSize` bytes
+// (none for a null reply): the text can then be written from where it lies, uncopied.
+using ReplyFrameHead = std::array<std::uint8_t, kFrameHeaderSize + kReplyHeaderSize>;
+ReplyFrameHead encodeReplyFrameHead(Operation operation, Status status, std::size_t textSize);
 std::optional<Reply> decodeReply(const std::vector<std::uint8_t>& payload, DecodeError* error);
 
 bool isKnownOperation(std::uint8_t code);

@@ -16,6 +16,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -269,15 +270,21 @@ void OVPrivilegeToolBase::acceptOne()
         return;
     std::lock_guard lock(m_lock);
     m_connections.insert(fd);
-    std::thread([this, fd] {
-        serveConnection(fd);
-        // Notified under the lock: once it is released this thread touches the tool no more, so
-        // run() may return and the tool go away.
-        std::lock_guard innerLock(m_lock);
+    try {
+        std::thread([this, fd] {
+            serveConnection(fd);
+            // Notified under the lock: once it is released this thread touches the tool no
+            // more, so run() may return and the tool go away.
+            std::lock_guard innerLock(m_lock);
+            m_connections.erase(fd);
+            ::close(fd);
+            m_changed.notify_all();
+        }).detach();
+    } catch (const std::system_error&) {
+        // Out of threads: this client is dropped, the daemon goes on serving the others.
         m_connections.erase(fd);
         ::close(fd);
-        m_changed.notify_all();
-    }).detach();
+    }
 }
 
 void OVPrivilegeToolBase::serveConnection(int fd)
@@ -287,10 +294,17 @@ void OVPrivilegeToolBase::serveConnection(int fd)
     FramedSocket socket(fd);
     const auto releaseSocket = [&socket] { [[maybe_unused]] int fd = socket.release(); };
 
+    // The text goes out from where it lies: lsof's output may be megabytes, and up to the
+    // connection cap of replies are written at once.
     const auto send = [&](Operation operation, Status status, const std::string& text) {
-        const auto payload = HelperProtocol::encodeReply({operation, status, text});
-        return socket.writeFrame(payload, Clock::now() + m_options.requestTimeout) ==
-               FramedSocket::Result::Ok;
+        const std::size_t textSize = status == Status::Null ? 0 : text.size();
+        if (HelperProtocol::kReplyHeaderSize + textSize > HelperProtocol::kMaxReplyFrame)
+            return false;
+        const auto head = HelperProtocol::encodeReplyFrameHead(operation, status, textSize);
+        const auto deadline = Clock::now() + m_options.requestTimeout;
+        return socket.writeRaw(head.data(), head.size(), deadline) == FramedSocket::Result::Ok &&
+               socket.writeRaw(reinterpret_cast<const std::uint8_t*>(text.data()), textSize,
+                               deadline) == FramedSocket::Result::Ok;
     };
 
     PeerCredentials peer;

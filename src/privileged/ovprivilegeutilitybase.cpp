@@ -47,7 +47,17 @@ OVPrivilegeUtilityBase::OVPrivilegeUtilityBase(Environment environment, QObject*
                                   Qt::QueuedConnection);
 }
 
-OVPrivilegeUtilityBase::~OVPrivilegeUtilityBase() = default;
+OVPrivilegeUtilityBase::~OVPrivilegeUtilityBase()
+{
+    // The connection's thread may be inside a reply that still writes helperVersion; ending
+    // the connection first waits for it while every member is alive.
+    std::shared_ptr<HelperConnection> connection;
+    {
+        std::lock_guard lock(m_lock);
+        connection = std::move(m_connection);
+    }
+    connection.reset();
+}
 
 QString OVPrivilegeUtilityBase::helperToolServiceName() const
 {

@@ -324,10 +324,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         m_identifierMap.insert(item->identifier(), item);
     }
 
-    // The line each earlier object was last matched with in this output, for the rare output
-    // that lists one connection twice.
-    QHash<const LsofItem*, QStringView> matchedLines;
-    matchedLines.reserve(m_identifierMap.size());
+    const quint64 mark = ++m_parseMark;
     qsizetype lineStart = headerEnd < 0 ? text.size() : headerEnd + 1;
     const QChar* const textEnd = text.constEnd();
     while (headerEnd >= 0 && lineStart <= text.size()) {
@@ -347,6 +344,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             if (fields->hasState)
                 item->setState(cutText(fields->state));
             item->adoptIdentifier(identifier);
+            markListed(*item, result.size(), false, line);
             result.append(std::move(item));
             continue;
         }
@@ -354,28 +352,29 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         // A connection still open: its earlier object lives on with the new state and keeps
         // the previous one as `oldState`, which change detection compares against.
         const LsofItemPtr& kept = earlier.value();
-        const auto matched = matchedLines.find(kept.get());
-        if (matched != matchedLines.end()) {
+        if (kept->m_passMark == mark) {
             // Listed again in this output: this line yields the object made for the line
             // before it, carrying this line's state.
             auto item = std::make_shared<LsofItem>();
-            fillItem(*item, *cuts.cut(matched.value()));
+            fillItem(*item, *cuts.cut(kept->m_passLine));
             item->setState(fields->hasState ? cutText(fields->state) : QString());
             item->setOldState(kept->oldState());
             item->adoptIdentifier(identifier);
-            matched.value() = line;
+            kept->m_passLine = line;
+            markListed(*item, result.size(), true, line);
             result.append(std::move(item));
             continue;
         }
-        matchedLines.insert(kept.get(), line);
         const QString previousState = kept->state();
         if (!fields->hasState)
             kept->setState(QString());
         else if (previousState.isNull() || previousState != fields->state)
             kept->setState(cutText(fields->state));
         kept->setOldState(previousState);
+        markListed(*kept, result.size(), true, line);
         result.append(kept);
     }
+    m_parseResultSize = result.size();
     return result;
 }
 
@@ -403,15 +402,36 @@ void LsofFetcher::parseAddressAndPort(const QString& text, LsofItem& item, const
     item.setValue(QString(side % u"PortNumber"), LsofItem::integerValue(endpoint.port));
 }
 
+void LsofFetcher::markListed(LsofItem& item, qsizetype index, bool reused, QStringView line) const
+{
+    item.m_passMark = m_parseMark;
+    item.m_passIndex = index;
+    item.m_passReused = reused;
+    item.m_passLine = line;
+}
+
+bool LsofFetcher::isLastParseResult(const LsofItemList& items) const
+{
+    if (items.size() != m_parseResultSize)
+        return false;
+    for (qsizetype i = 0; i < items.size(); ++i) {
+        if (items[i]->m_passMark != m_parseMark || items[i]->m_passIndex != i)
+            return false;
+    }
+    return true;
+}
+
 void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
 {
     if (items.isEmpty())
         return;
 
     if (!m_previous.isEmpty()) {
+        const bool fromParse = isLastParseResult(items);
         for (const LsofItemPtr& item : std::as_const(items)) {
-            const auto entry = m_identifierMap.constFind(item->identifier());
-            if (entry == m_identifierMap.cend()) {
+            const bool known =
+                fromParse ? item->m_passReused : m_identifierMap.contains(item->identifier());
+            if (!known) {
                 item->setStatus(1);
                 continue;
             }
@@ -426,13 +446,21 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         // the table shows when no sort is chosen. Positions are tracked per gap instead of
         // inserting into the list, which keeps a pass linear in the list's length.
         const qsizetype originals = items.size();
+        // Where a previous item stands in the new list (its first place), or -1.
         QHash<const LsofItem*, qsizetype> originalIndex;
-        originalIndex.reserve(originals);
-        for (qsizetype i = originals - 1; i >= 0; --i)
-            originalIndex.insert(items[i].get(), i);
+        if (!fromParse) {
+            originalIndex.reserve(originals);
+            for (qsizetype i = originals - 1; i >= 0; --i)
+                originalIndex.insert(items[i].get(), i);
+        }
+        const auto positionOf = [&](const LsofItem* item) -> qsizetype {
+            if (fromParse)
+                return item->m_passMark == m_parseMark ? item->m_passIndex : -1;
+            return originalIndex.value(item, -1);
+        };
 
         GapCounter inserted(originals + 1);
-        std::vector<LsofItemList> gaps(originals + 1);
+        std::vector<LsofItemList> gaps;
         qsizetype length = originals;
         qint32 closedCount = 0;
         qsizetype lastFound = 0;
@@ -440,11 +468,13 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         const auto gapStart = [&](qsizetype g) { return g + (g > 0 ? inserted.prefix(g - 1) : 0); };
 
         for (const LsofItemPtr& before : std::as_const(m_previous)) {
-            const auto found = originalIndex.constFind(before.get());
-            if (found != originalIndex.cend()) {
-                lastFound = found.value() + inserted.prefix(found.value());
+            const qsizetype found = positionOf(before.get());
+            if (found >= 0) {
+                lastFound = found + inserted.prefix(found);
                 continue;
             }
+            if (gaps.empty())
+                gaps.resize(size_t(originals + 1));
             ++closedCount;
             before->setStatus(3);
             before->setState(u"Closed"_s);

@@ -100,6 +100,13 @@ public:
     const QHash<QString, LsofItemPtr>& identifierMap() const { return m_identifierMap; }
 
 private:
+    void markListed(LsofItem& item, qsizetype index, bool reused, QStringView line) const;
+    // Whether `items` is exactly what the last parse returned, so that the marks it left on
+    // the items can stand in for look-ups.
+    bool isLastParseResult(const LsofItemList& items) const;
+
+    quint64 m_parseMark = 0;
+    qsizetype m_parseResultSize = 0;
     AcquisitionRoads m_roads = AcquisitionRoads::system();
     std::once_flag m_helperChecked;
     bool m_helperInstalled = false;

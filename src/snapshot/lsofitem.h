@@ -168,6 +168,15 @@ private:
     QString m_fileDescriptor;
     mutable QString m_identifier;
     mutable std::shared_ptr<const RunningApplication> m_app;
+
+    // Bookkeeping of the parse that last listed this item, read by the change detection that
+    // follows it on the same thread: which parse, where in its result, whether the item stood
+    // for a connection already known, and (during the parse only) the line it came from.
+    friend class LsofFetcher;
+    quint64 m_passMark = 0;
+    qsizetype m_passIndex = -1;
+    bool m_passReused = false;
+    QStringView m_passLine;
 };
 
 using LsofItemPtr = std::shared_ptr<LsofItem>;

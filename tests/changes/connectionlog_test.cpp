@@ -8,9 +8,12 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <sys/resource.h>
 
 using namespace Qt::StringLiterals;
 
@@ -141,5 +144,88 @@ TEST_F(ConnectionLogTest, AnUnwritableFolderSaysWhyOnceAndLoggingResumes)
     pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s, u"*:24 (LISTEN)"_s, u"*:25 (LISTEN)"_s});
     const QStringList lines = rows(u"CorvinaLog-20261122.csv"_s);
     ASSERT_EQ(lines.size(), 3) << "the folder came back with the next writer";
+    EXPECT_TRUE(lines[1].contains(u",25,"_s));
+}
+
+namespace {
+
+// Lowers this process's file-size limit while it lives. Writes past it fail with EFBIG (the CSV
+// writer ignores SIGXFSZ), as they would on a full file system.
+class FileSizeLimit final {
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        getrlimit(RLIMIT_FSIZE, &m_original);
+        rlimit lowered = m_original;
+        lowered.rlim_cur = bytes;
+        m_set = setrlimit(RLIMIT_FSIZE, &lowered) == 0;
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &m_original); }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+    bool isSet() const { return m_set; }
+
+private:
+    rlimit m_original{};
+    bool m_set = false;
+};
+
+} // namespace
+
+// The disk fills up in the middle of a row: the rows before stay as they were, the user is
+// told once however many passes fail, and when space comes back the next row starts on a line
+// of its own instead of running on from the cut one.
+TEST_F(ConnectionLogTest, AFullDiskSaysSoOnceKeepsEarlierRowsAndLoggingResumes)
+{
+    pass({u"*:22 (LISTEN)"_s});
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s});
+    const QString file = folder() + u"/CorvinaLog-20261122.csv"_s;
+    QFile before(file);
+    ASSERT_TRUE(before.open(QIODevice::ReadOnly));
+    const QByteArray written = before.readAll();
+    before.close();
+    ASSERT_TRUE(written.contains(",23,"));
+    {
+        FileSizeLimit limit(rlim_t(written.size() + 12));
+        ASSERT_TRUE(limit.isSet());
+        pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s, u"*:24 (LISTEN)"_s});
+        pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s, u"*:24 (LISTEN)"_s, u"*:25 (LISTEN)"_s});
+        pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s, u"*:24 (LISTEN)"_s, u"*:25 (LISTEN)"_s,
+              u"*:26 (LISTEN)"_s});
+    }
+    EXPECT_EQ(m_logged.size(), 1) << m_logged.join(u'|').toStdString();
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s, u"*:24 (LISTEN)"_s, u"*:25 (LISTEN)"_s,
+          u"*:26 (LISTEN)"_s, u"*:27 (LISTEN)"_s});
+
+    QFile after(file);
+    ASSERT_TRUE(after.open(QIODevice::ReadOnly));
+    const QByteArray now = after.readAll();
+    EXPECT_TRUE(now.startsWith(written));
+    const QList<QByteArray> lines = now.mid(written.size()).split('\n');
+    ASSERT_EQ(lines.size(), 3) << now.mid(written.size()).toStdString();
+    EXPECT_EQ(lines[0].size(), 12) << "the cut row keeps what fitted";
+    EXPECT_TRUE(lines[1].contains(",27,") && lines[1].endsWith(",LISTEN,app"))
+        << lines[1].toStdString();
+    EXPECT_TRUE(lines[1].startsWith('"')) << "the new row stands on its own line";
+    EXPECT_EQ(lines[2], QByteArray());
+}
+
+// A log folder deleted while its file is open is made again only when the next file is begun
+// (here at midnight), not at every pass; from then on rows are written again, under a new
+// title row.
+TEST_F(ConnectionLogTest, ADeletedFolderComesBackWithTheNextFile)
+{
+    pass({u"*:22 (LISTEN)"_s});
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s});
+    ASSERT_TRUE(QDir(folder()).removeRecursively());
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s, u"*:24 (LISTEN)"_s});
+    EXPECT_FALSE(QFileInfo::exists(folder()));
+    EXPECT_TRUE(m_logged.isEmpty()) << m_logged.join(u'|').toStdString();
+
+    m_now = m_now.addSecs(60);
+    pass({u"*:22 (LISTEN)"_s, u"*:23 (LISTEN)"_s, u"*:24 (LISTEN)"_s, u"*:25 (LISTEN)"_s});
+    const QStringList lines = rows(u"CorvinaLog-20261123.csv"_s);
+    ASSERT_EQ(lines.size(), 3) << lines.join(u'|').toStdString();
+    EXPECT_EQ(lines[0], kTitles);
     EXPECT_TRUE(lines[1].contains(u",25,"_s));
 }

@@ -16,6 +16,7 @@
 #include <fstream>
 #include <future>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -129,6 +130,25 @@ TEST_F(HelperClientTest, GetsVersionAndLsofTextOffTheGuiThread)
     EXPECT_EQ(lsof.replies.at(0), u"COMMAND PID\n-i -n -P +c 0\n"_s);
     EXPECT_NE(lsof.threads.at(0), QThread::currentThreadId());
     EXPECT_TRUE(log().isEmpty()) << log().join(u'\n').toStdString();
+}
+
+// The caller may drop the utility as soon as its callback has run, while the reply is still
+// storing the version on the connection's thread: destruction waits for that store. (Without
+// the wait the store lands in a destroyed member, which the sanitized suite reports as a leak.)
+TEST_F(HelperClientTest, DestroyingTheUtilityRightAfterAReplyWaitsForTheReplyToEnd)
+{
+    startDaemon();
+    auto utility = std::make_unique<CVHelperUtility>(environment());
+    std::promise<std::optional<QString>> answer;
+    utility->getVersion([&answer](std::optional<QString> version) {
+        answer.set_value(version);
+        // Holds the connection's thread inside the reply while the test destroys the utility.
+        std::this_thread::sleep_for(100ms);
+    });
+    auto future = answer.get_future();
+    ASSERT_EQ(future.wait_for(5s), std::future_status::ready);
+    EXPECT_EQ(future.get(), u"1.0"_s);
+    utility.reset();
 }
 
 TEST_F(HelperClientTest, MissingDaemonAnswersNullOnceAndLogsConnectError)

@@ -296,6 +296,41 @@ TEST_F(HelperDaemonTest, ServesAHundredClientsAtOnce)
     EXPECT_EQ(answered.load(), kClients);
 }
 
+// However many clients ask at once, one lsof runs at a time and its text answers every request
+// that arrived before it started: twenty clients cost a handful of runs, not twenty parallel
+// root processes.
+TEST_F(HelperDaemonTest, ConcurrentLsofRequestsShareRunsThatNeverOverlap)
+{
+    const std::string lsof = script(
+        "counting", "dir=$(dirname \"$0\")\n"
+                    "mkdir \"$dir/running\" 2>/dev/null || echo overlap >> \"$dir/overlaps\"\n"
+                    "echo run >> \"$dir/runs\"\n"
+                    "sleep 0.2\n"
+                    "rmdir \"$dir/running\"\n"
+                    "echo 'COMMAND PID USER'");
+    startDaemon({"--lsof", lsof});
+    constexpr int kClients = 20;
+    std::atomic<int> answered{0};
+    std::vector<std::thread> clients;
+    for (int i = 0; i < kClients; ++i) {
+        clients.emplace_back([&] {
+            const auto reply = rawRequest(m_socket, requestBytes(kRunLsof), 10s);
+            if (reply && reply->status == kStatusText && reply->text == "COMMAND PID USER\n")
+                ++answered;
+        });
+    }
+    for (std::thread& client : clients)
+        client.join();
+    EXPECT_EQ(answered.load(), kClients);
+    EXPECT_FALSE(fs::exists(m_dir + "/overlaps")) << "two lsof runs overlapped";
+    std::ifstream runs(m_dir + "/runs");
+    int count = 0;
+    for (std::string line; std::getline(runs, line);)
+        ++count;
+    EXPECT_GE(count, 1);
+    EXPECT_LT(count, kClients / 2) << "requests that waited together share one run";
+}
+
 TEST_F(HelperDaemonTest, IdleClientsBeyondTheCapDoNotLockOthersOut)
 {
     startDaemon();

@@ -6,6 +6,8 @@
 #include <QProcessEnvironment>
 #include <QTemporaryDir>
 
+#include <sqlite3.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -102,6 +104,60 @@ TEST_F(ProfilesCommandTest, UnusableDatabaseGivesStatusOne)
                 .arg(path));
     }
     EXPECT_EQ(QFile(path).size(), 8192) << "the unusable file is left as it was";
+}
+
+// Another program holds the database's exclusive lock: every verb fails at once with one line
+// and status 1, and when the lock goes the profiles are all still there.
+TEST_F(ProfilesCommandTest, ALockedDatabaseFailsAtOnceAndLosesNothing)
+{
+    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"x"_s}).status, 0);
+    const QString path = databaseFile();
+    sqlite3* other = nullptr;
+    ASSERT_EQ(sqlite3_open(path.toUtf8().constData(), &other), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+    for (const QStringList& arguments :
+         {QStringList{u"list"_s}, QStringList{u"add"_s, u"Home"_s, u"y"_s},
+          QStringList{u"delete"_s, u"1"_s}}) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 1) << arguments.join(u' ').toStdString();
+        EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();
+        EXPECT_TRUE(result.err.contains(u"locked"_s)) << result.err.toStdString();
+    }
+    sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr);
+    sqlite3_close(other);
+    EXPECT_EQ(run({u"list"_s}).out, u"1\tWork\tx\n"_s);
+    EXPECT_EQ(run({u"add"_s, u"Home"_s, u"y"_s}).out, u"2\n"_s);
+}
+
+// A file whose header is intact but whose pages are damaged is found out by the first query
+// that reads them: one line, status 1, and the file is left as it was for the user to rescue.
+TEST_F(ProfilesCommandTest, DamagedPagesAreReportedAndTheFileIsLeftAlone)
+{
+    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"x"_s}).status, 0);
+    const QString path = databaseFile();
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadWrite));
+    const qint64 size = file.size();
+    ASSERT_GT(size, 1024);
+    file.seek(100);
+    file.write(QByteArray(int(size - 100), '\xa5'));
+    file.close();
+    const QByteArray damaged = [&] {
+        QFile copy(path);
+        copy.open(QIODevice::ReadOnly);
+        return copy.readAll();
+    }();
+
+    for (const QStringList& arguments :
+         {QStringList{u"list"_s}, QStringList{u"add"_s, u"Home"_s, u"y"_s}}) {
+        const Result result = run(arguments);
+        EXPECT_EQ(result.status, 1) << arguments.join(u' ').toStdString();
+        EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();
+        EXPECT_TRUE(result.out.isEmpty()) << result.out.toStdString();
+    }
+    QFile after(path);
+    ASSERT_TRUE(after.open(QIODevice::ReadOnly));
+    EXPECT_EQ(after.readAll(), damaged);
 }
 
 } // namespace

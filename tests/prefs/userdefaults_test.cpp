@@ -130,6 +130,35 @@ TEST_F(UserDefaultsTest, GarbageGivesTheDefaultAndOneLogLinePerValue)
     EXPECT_EQ(store.integerForKey(kLoose), 0);
 }
 
+// Files that are no settings file at all: reading answers the registered defaults, and a
+// value written afterwards is kept, in this run and in the file (which is then a valid one).
+TEST_F(UserDefaultsTest, AFileThatIsNoSettingsFileStillTakesNewValues)
+{
+    const QList<std::pair<const char*, QByteArray>> files = {
+        {"binary", QByteArray("\x00\x01\x02\xff\x00[General]\x00T%3AFlag=\x00", 20)},
+        {"unclosed section", "[General\nT%3AFlag=false\n"},
+        {"not UTF-8", "[General]\nT%3AText=\xff\xfe\xc0\x80\n"},
+        {"no keys", "=\n==\n[]\n[\n]\n\\\n"},
+        {"one huge line", QByteArray(2 * 1024 * 1024, 'x')},
+    };
+    for (const auto& [what, bytes] : files) {
+        SCOPED_TRACE(what);
+        writeWholeFile(path(), bytes);
+        LogCapture log;
+        {
+            UserDefaults store(path());
+            store.registerDefaults(testDefaults());
+            EXPECT_EQ(store.integerForKey(kCount), 7);
+            store.setInteger(kCount, 9);
+            EXPECT_EQ(store.integerForKey(kCount), 9);
+        }
+        UserDefaults reopened(path());
+        reopened.registerDefaults(testDefaults());
+        EXPECT_EQ(reopened.integerForKey(kCount), 9) << log.lines().join(u'\n').toStdString();
+        EXPECT_TRUE(log.lines().isEmpty()) << log.lines().join(u'\n').toStdString();
+    }
+}
+
 TEST_F(UserDefaultsTest, EveryWriteAndRemovalSignalsAChange)
 {
     UserDefaults store(path());

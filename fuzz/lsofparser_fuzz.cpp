@@ -1,0 +1,71 @@
+// Feeds a sequence of lsof outputs (separated by 0x01 bytes) through parsing and change
+// detection, checking each pass against a plain restatement of how closed items are placed.
+
+#include "fuzzinput.h"
+#include "snapshot/lsoffetcher.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+void require(bool condition, const char* what)
+{
+    if (condition)
+        return;
+    std::fprintf(stderr, "invariant broken: %s\n", what);
+    std::abort();
+}
+
+// Closed items of `previous` inserted one by one, each at (closed count so far + position of
+// the last previous item still present), or at the end when that is past it.
+LsofItemList expectedOrder(const LsofItemList& items, const LsofItemList& previous)
+{
+    LsofItemList placed = items;
+    qsizetype closed = 0;
+    qsizetype lastFound = 0;
+    for (const LsofItemPtr& before : previous) {
+        if (items.contains(before)) {
+            lastFound = placed.indexOf(before);
+            continue;
+        }
+        ++closed;
+        const qsizetype index = closed + lastFound;
+        if (index < placed.size())
+            placed.insert(index, before);
+        else
+            placed.append(before);
+    }
+    return placed;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    LsofFetcher fetcher;
+    for (const QString& text : FuzzInput::splitTexts(data, size, 0x01)) {
+        LsofItemList items = fetcher.parseLsofResult(text);
+        for (const LsofItemPtr& item : items)
+            require(item != nullptr, "parsed item is null");
+        if (items.isEmpty())
+            continue;
+        const LsofItemList previous = fetcher.previousSnapshot();
+        const LsofItemList expected = expectedOrder(items, previous);
+        const LsofItemList parsedItems = items;
+        fetcher.processLsofItemsChanges(items);
+        require(items == expected, "closed items placed out of order");
+        qsizetype closed = 0;
+        for (const LsofItemPtr& item : items) {
+            const int status = item->status();
+            require(status >= 0 && status <= 3, "status out of range");
+            // Only the previous snapshot's items that are gone are closed.
+            const bool isParsed = parsedItems.contains(item);
+            require((status == 3) == !isParsed, "closed status on the wrong items");
+            closed += isParsed ? 0 : 1;
+        }
+        require(items.size() == parsedItems.size() + closed, "closed items counted wrong");
+        require(fetcher.previousSnapshot() == items, "snapshot not kept");
+    }
+    return 0;
+}
