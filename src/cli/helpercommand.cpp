@@ -26,8 +26,18 @@ QString latin(const char* text)
     return QString::fromLatin1(text);
 }
 
-// The commands that undo `corvina-helper --install`, in the order to run them.
-QStringList removeCommands()
+std::optional<QString> askVersion(CVHelperUtility& utility)
+{
+    auto answer = std::make_shared<std::promise<std::optional<QString>>>();
+    std::future<std::optional<QString>> future = answer->get_future();
+    utility.getVersion([answer](std::optional<QString> version) { answer->set_value(version); });
+    // The client bounds the wait itself; this only returns what it answered.
+    return future.get();
+}
+
+} // namespace
+
+QStringList helperRemoveCommands()
 {
     using namespace HelperInstallation;
     const QString units = latin(kUnitDirectory);
@@ -40,17 +50,6 @@ QStringList removeCommands()
         u"sudo groupdel %1"_s.arg(latin(kGroup)),
     };
 }
-
-std::optional<QString> askVersion(CVHelperUtility& utility)
-{
-    auto answer = std::make_shared<std::promise<std::optional<QString>>>();
-    std::future<std::optional<QString>> future = answer->get_future();
-    utility.getVersion([answer](std::optional<QString> version) { answer->set_value(version); });
-    // The client bounds the wait itself; this only returns what it answered.
-    return future.get();
-}
-
-} // namespace
 
 int runHelperCommand(const QStringList& args, QTextStream& out, QTextStream& err)
 {
@@ -75,7 +74,7 @@ int runHelperCommand(const QStringList& args, QTextStream& out, QTextStream& err
 
     if (action == u"remove-instructions") {
         out << "To remove the Corvina helper, run:\n";
-        for (const QString& command : removeCommands())
+        for (const QString& command : helperRemoveCommands())
             out << "  " << command << '\n';
         out.flush();
         return kExitOk;

@@ -1,6 +1,8 @@
 #include "cvprefshelper.h"
 
+#include "persistence/sqliteerror.h"
 #include "platform/systemlog.h"
+#include "prefs/cvfilterprofileinfo.h"
 #include "prefs/userdefaults.h"
 
 #include <QDir>
@@ -169,4 +171,26 @@ void CVPrefsHelper::setClock(std::function<QDateTime()> clock)
 {
     QMutexLocker locker(&m_logLock);
     m_clock = std::move(clock);
+}
+
+void CVPrefsHelper::setFilterProfiles(const QList<std::shared_ptr<CVFilterProfileInfo>>& profiles)
+{
+    m_filterProfiles = profiles;
+    emit filterProfilesChanged();
+}
+
+void CVPrefsHelper::reloadFilterProfiles()
+{
+    QList<std::shared_ptr<CVFilterProfileInfo>> profiles;
+    try {
+        profiles = CVFilterProfileInfo::allObjects();
+    } catch (const SQLiteError& error) {
+        // Reloads come with every activation of the main window: one line is enough.
+        if (!m_profileLoadFailureLogged)
+            SystemLog::write(u"cannot load saved searches: %1"_s.arg(error.message()));
+        m_profileLoadFailureLogged = true;
+        return;
+    }
+    m_profileLoadFailureLogged = false;
+    setFilterProfiles(profiles);
 }

@@ -12,8 +12,10 @@
 
 #include <atomic>
 #include <functional>
+#include <memory>
 #include <optional>
 
+class CVFilterProfileInfo;
 class UserDefaults;
 
 // The one accessor of the user's settings: registers their defaults, keeps live copies of the
@@ -74,8 +76,14 @@ public:
     QString logFileName() const;
     void setClock(std::function<QDateTime()> clock);
 
-    // The saved-search list (filterProfiles, setFilterProfiles, reloadFilterProfiles and the
-    // signal filterProfilesChanged) joins this class beside CVFilterProfileInfo.
+    // The saved searches as last loaded; empty until the first reload. Main thread only.
+    QList<std::shared_ptr<CVFilterProfileInfo>> filterProfiles() const { return m_filterProfiles; }
+    // Replaces the list and tells the observers, even when nothing changed.
+    void setFilterProfiles(const QList<std::shared_ptr<CVFilterProfileInfo>>& profiles);
+    // Loads every stored profile, in the database's order; loaded records come back as the same
+    // objects. When the database cannot be read the list stays as it was and the failure is
+    // logged once until a reload succeeds again.
+    void reloadFilterProfiles();
 
 public slots:
     void userDefaultsChanged();
@@ -83,6 +91,8 @@ public slots:
 signals:
     // After every change of the settings, once the live copies and the colour cache follow it.
     void defaultsChanged();
+    // After every assignment of the saved-search list.
+    void filterProfilesChanged();
 
 private:
     void readLiveCopies();
@@ -101,4 +111,7 @@ private:
     QString m_logFolder;
     std::function<QDateTime()> m_clock;
     mutable QString m_rememberedDay;
+
+    QList<std::shared_ptr<CVFilterProfileInfo>> m_filterProfiles;
+    bool m_profileLoadFailureLogged = false;
 };

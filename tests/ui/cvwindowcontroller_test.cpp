@@ -3,7 +3,6 @@
 
 #include "persistence/sqlitepersistentobject.h"
 #include "prefs/cvfilterprofileinfo.h"
-#include "prefs/savedsearchlist.h"
 #include "prefs/userdefaults.h"
 
 #include "ui/window/connectiontablemodel.h"
@@ -348,7 +347,7 @@ TEST_F(WindowTest, SavingASearchNeedsTextAndAName)
     EXPECT_EQ(sheet->nameField()->selectedText(), sheet->nameField()->text());
     EXPECT_EQ(sheet->expressionField()->text(), u"remotePort == \"443\""_s);
 
-    QSignalSpy reloads(&SavedSearchList::shared(), &SavedSearchList::filterProfilesChanged);
+    QSignalSpy reloads(settings.prefs.get(), &CVPrefsHelper::filterProfilesChanged);
     sheet->nameField()->clear();
     window->confirmSaveSearchClicked();
     EXPECT_TRUE(sheet->isVisible());
@@ -381,20 +380,20 @@ TEST_F(WindowTest, RebuiltSavedSearchPopUpKeepsTheChoiceOnlyForTheSameObject)
     };
     auto web = make(u"Web"_s);
     auto mail = make(u"Mail"_s);
-    SavedSearchList::shared().reloadFilterProfiles();
+    settings.prefs->reloadFilterProfiles();
     QComboBox* popup = window->filterProfileButton();
     ASSERT_EQ(popup->count(), 3);
     popup->setCurrentIndex(2);
     EXPECT_EQ(window->chosenFilterProfile(), mail);
 
-    SavedSearchList::shared().reloadFilterProfiles();
+    settings.prefs->reloadFilterProfiles();
     EXPECT_EQ(popup->currentIndex(), 2);
     EXPECT_EQ(window->chosenFilterProfile(), mail);
 
     // Deleted elsewhere and saved again under the same name: another object, not the choice.
     mail->deleteObject();
     auto copy = make(u"Mail"_s);
-    SavedSearchList::shared().reloadFilterProfiles();
+    settings.prefs->reloadFilterProfiles();
     EXPECT_EQ(popup->count(), 3);
     EXPECT_EQ(popup->currentIndex(), 0);
     EXPECT_EQ(window->chosenFilterProfile(), nullptr);
@@ -405,7 +404,7 @@ TEST_F(WindowTest, BecomingActiveReloadsSavedSearchesAndRunsTheScriptCheck)
     auto window = makeWindow();
     int checks = 0;
     window->setBecameMainHandler([&] { ++checks; });
-    QSignalSpy reloads(&SavedSearchList::shared(), &SavedSearchList::filterProfilesChanged);
+    QSignalSpy reloads(settings.prefs.get(), &CVPrefsHelper::filterProfilesChanged);
     QEvent activate(QEvent::WindowActivate);
     QCoreApplication::sendEvent(window.get(), &activate);
     EXPECT_EQ(checks, 1);
@@ -532,7 +531,7 @@ TEST_F(WindowTest, FeedsTheFilterFromTheProfileTheFieldAndTheSegments)
     profile->setProfileName(u"Web"_s);
     profile->setSearchExpression(u"remotePort == \"443\""_s);
     profile->save();
-    SavedSearchList::shared().reloadFilterProfiles();
+    settings.prefs->reloadFilterProfiles();
     window->filterProfileButton()->setCurrentIndex(1);
     Q_EMIT window->filterProfileButton()->activated(1);
     source.deliver({web, dns});

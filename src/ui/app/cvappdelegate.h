@@ -5,11 +5,14 @@
 #include <functional>
 #include <memory>
 
+class CVPreferencesController;
 class CVPrefsHelper;
 class CVWindowController;
 class DesktopNotifier;
+class QAction;
 class QMenu;
 class QSystemTrayIcon;
+class SUUpdater;
 class SnapshotSource;
 
 // The desktop application: the main window, the tray icon that takes it when it is closed,
@@ -29,11 +32,27 @@ public:
 
     void showMainWindow();
 
+    // Once the event loop is about to run: the maker's Help menu entries, then the main window
+    // in front.
+    void applicationDidFinishLaunching();
+    // One preferences window for the run, made on first use.
+    void showPreferences();
+    void showHelp();
+    CVPreferencesController* preferencesController() const { return m_preferencesController; }
+    QMenu* helpMenu() const { return m_helpMenu; }
+    QAction* checkForUpdatesMenuItem() const { return m_checkForUpdatesMenuItem; }
+
 private:
     void closeMainWindow();
+    void buildShellMenus();
 
     std::unique_ptr<CVWindowController> m_window;
     QSystemTrayIcon* m_tray = nullptr;
     QMenu* m_trayMenu = nullptr;
     DesktopNotifier* m_notifier = nullptr;
+    CVPrefsHelper& m_prefs;
+    CVPreferencesController* m_preferencesController = nullptr;
+    SUUpdater* m_updater = nullptr;
+    QMenu* m_helpMenu = nullptr;
+    QAction* m_checkForUpdatesMenuItem = nullptr;
 };

@@ -67,6 +67,7 @@ int main(int argc, char* argv[])
     QGuiApplication::setDesktopFileName(u"com.brindle.Corvina"_s);
     if (QIcon::themeName().isEmpty() || QIcon::themeName() == u"hicolor"_s)
         QIcon::setThemeName(u"Adwaita"_s);
+    QApplication::setWindowIcon(QIcon(u":/corvina/icons/corvina.svg"_s));
 
     // The saved-search database lies here; its manager does not create the folder.
     QDir().mkpath(QStandardPaths::writableLocation(QStandardPaths::AppDataLocation));
@@ -87,7 +88,7 @@ int main(int argc, char* argv[])
             },
             Qt::QueuedConnection);
     });
-    delegate.showMainWindow();
+    delegate.applicationDidFinishLaunching();
     const int status = app.exec();
     fetcher.setReporter(nullptr);
     return status;

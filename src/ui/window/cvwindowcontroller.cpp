@@ -7,8 +7,8 @@
 #include "imageandtextcell.h"
 #include "maintoolbar.h"
 #include "persistence/sqliteerror.h"
+#include "prefs/cvfilterprofileinfo.h"
 #include "prefs/cvprefshelper.h"
-#include "prefs/savedsearchlist.h"
 #include "prefs/userdefaults.h"
 #include "savesearchdialog.h"
 #include "searchfield.h"
@@ -53,7 +53,7 @@ CVWindowController::CVWindowController(SnapshotSource& source, CVPrefsHelper& pr
 {
     setWindowTitle(tr("Corvina"));
     setWindowIcon(QIcon::fromTheme(u"network-workgroup"_s, QIcon::fromTheme(u"network-wired"_s)));
-    connect(&SavedSearchList::shared(), &SavedSearchList::filterProfilesChanged, this,
+    connect(&m_prefs, &CVPrefsHelper::filterProfilesChanged, this,
             &CVWindowController::filterProfilesChanged);
     connect(&m_source, &SnapshotSource::snapshotReady, this, &CVWindowController::applySnapshot);
     m_confirmTerminate = [this](const QString& appName) {
@@ -419,7 +419,7 @@ void CVWindowController::filterProfilesChanged()
         m_profileButton->removeItem(m_profileButton->count() - 1);
     m_popupProfiles.clear();
     m_profileButton->setCurrentIndex(0);
-    const auto profiles = SavedSearchList::shared().filterProfiles();
+    const auto profiles = m_prefs.filterProfiles();
     for (const auto& profile : profiles) {
         m_popupProfiles.append(profile);
         m_profileButton->addItem(profile->profileName());
@@ -499,7 +499,7 @@ void CVWindowController::confirmSaveSearchClicked()
         profile->setProfileName(name->text());
         profile->setSearchExpression(m_saveSearchWindow->expressionField()->text());
         profile->save();
-        SavedSearchList::shared().reloadFilterProfiles();
+        m_prefs.reloadFilterProfiles();
     } catch (const SQLiteError& error) {
         // The sheet stays open with what the user typed.
         m_showError(tr("The search could not be saved: %1").arg(error.message()));
@@ -683,7 +683,7 @@ bool CVWindowController::event(QEvent* event)
 {
     if (event->type() == QEvent::WindowActivate) {
         try {
-            SavedSearchList::shared().reloadFilterProfiles();
+            m_prefs.reloadFilterProfiles();
         } catch (const SQLiteError& error) {
             statusBar()->showMessage(
                 tr("Saved searches could not be read: %1").arg(error.message()), 10000);
