@@ -40,6 +40,31 @@ constexpr int kResolveWaitMs = 2000;
 const QStringList kVerbs = {u"replay"_s,   u"list"_s,     u"watch"_s,
                             u"settings"_s, u"profiles"_s, u"helper"_s};
 
+const QStringList kHelpWords = {u"help"_s, u"--help"_s, u"-h"_s};
+
+const char* const kUsage =
+    "Usage: corvina [VERB [OPTIONS]]\n"
+    "\n"
+    "Without a verb, the desktop application starts (with no display, 'watch' runs).\n"
+    "\n"
+    "  watch [--interval S] [--helper-socket PATH] [--no-resolve]\n"
+    "                         the refresh cycle in a terminal, printing each pass's changes\n"
+    "  list [OPTIONS]         one snapshot, filtered, printed\n"
+    "  replay [OPTIONS] FILE...\n"
+    "                         saved lsof outputs through parsing, change detection, reporting\n"
+    "  profiles list | add NAME EXPRESSION | delete PK\n"
+    "  settings list | get KEY | set KEY VALUE | reset KEY\n"
+    "  helper status | install | remove-instructions\n"
+    "\n"
+    "Options of list and replay:\n"
+    "  --format table|csv|json   --input FILE (list; - for standard input)\n"
+    "  --keyword TEXT   --filter EXPRESSION   --profile NAME\n"
+    "  --hide-type IPv4|IPv6   --hide-protocol TCP|UDP|Other   --remote-only\n"
+    "  --no-resolve   --no-log (replay)   --helper-socket PATH (list)\n"
+    "\n"
+    "Exit status: 0 success, 1 an input could not be read, 2 bad usage.\n"
+    "See man corvina and docs/predicates.md for the expression language.\n";
+
 std::atomic<bool> stopRequested{false};
 
 void requestStop(int)
@@ -94,7 +119,9 @@ LsofItemList acquire(LsofFetcher& fetcher)
 
 bool CommandLine::isCommand(const QStringList& arguments)
 {
-    return !arguments.isEmpty() && kVerbs.contains(arguments.first());
+    return !arguments.isEmpty() &&
+           (kVerbs.contains(arguments.first()) || kHelpWords.contains(arguments.first()) ||
+            arguments.first() == u"--version");
 }
 
 int CommandLine::usageError(const QString& message)
@@ -117,6 +144,16 @@ int CommandLine::run(const QStringList& arguments)
         return usageError(u"missing command; one of: "_s + kVerbs.join(u", "_s));
     const QString verb = arguments.first();
     const QStringList rest = arguments.mid(1);
+    if (kHelpWords.contains(verb)) {
+        m_out << kUsage;
+        m_out.flush();
+        return kExitOk;
+    }
+    if (verb == u"--version") {
+        m_out << "corvina " << CORVINA_VERSION << '\n';
+        m_out.flush();
+        return kExitOk;
+    }
     if (verb == u"replay")
         return replay(rest);
     if (verb == u"list")

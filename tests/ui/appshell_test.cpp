@@ -63,8 +63,9 @@ TEST(HelpMenu, TheMakersEntriesGoAboveTheMenusOwnWithRatingOnlyForAStoreProduct)
                 item->trigger();
         }
         ASSERT_EQ(opened.size(), c.productId.isEmpty() ? 3 : 4);
-        if (!c.productId.isEmpty())
+        if (!c.productId.isEmpty()) {
             EXPECT_EQ(opened.front().toString(), u"https://apps.apple.com/app/id123456789"_s);
+        }
         EXPECT_EQ(opened.last().toString(), OVModule::kTwitterPage);
         EXPECT_EQ(opened.at(opened.size() - 2).toString(), OVModule::kHomePage);
     }

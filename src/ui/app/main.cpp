@@ -53,7 +53,9 @@ int runCommandLine(int argc, char* argv[], const QStringList& arguments)
 int main(int argc, char* argv[])
 {
     const QStringList arguments = argumentsOf(argc, argv);
-    if (CommandLine::isCommand(arguments))
+    // A word that is no option of Qt's goes to the command line, which knows its verbs.
+    if (CommandLine::isCommand(arguments) ||
+        (!arguments.isEmpty() && !arguments.first().startsWith(u'-')))
         return runCommandLine(argc, argv, arguments);
     if (!hasDisplay()) {
         std::fputs("corvina: no graphical display (DISPLAY and WAYLAND_DISPLAY are unset); "
@@ -77,6 +79,12 @@ int main(int argc, char* argv[])
     ConnectionLog log(prefs);
     ChangeReporter reporter(prefs, log);
     fetcher.setReporter(&reporter);
+    // The installed helper when there is one; the first run of each helper version offers to
+    // install it.
+    AcquisitionRoads::HelperChoice helper;
+    helper.mode = AcquisitionRoads::HelperChoice::Mode::Auto;
+    helper.offerInstall = true;
+    fetcher.setRoads(AcquisitionRoads::system(helper));
     LsofSnapshotWorker source(fetcher);
     CVAppDelegate delegate(source, prefs);
     // Announcements are assembled on the acquisition thread; notifications go from this one.
@@ -92,5 +100,4 @@ int main(int argc, char* argv[])
     const int status = app.exec();
     fetcher.setReporter(nullptr);
     return status;
-    return app.exec();
 }
