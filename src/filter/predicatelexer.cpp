@@ -1,4 +1,5 @@
 #include "predicatelexer.h"
+#include "platform/hexdigit.h"
 
 #include <QHash>
 
@@ -47,18 +48,6 @@ bool isWordPart(QChar c)
 bool isDigit(QStringView text, qsizetype i)
 {
     return i < text.size() && text[i] >= u'0' && text[i] <= u'9';
-}
-
-int hexValue(QChar c)
-{
-    const char16_t u = c.unicode();
-    if (u >= u'0' && u <= u'9')
-        return u - u'0';
-    if (u >= u'a' && u <= u'f')
-        return u - u'a' + 10;
-    if (u >= u'A' && u <= u'F')
-        return u - u'A' + 10;
-    return -1;
 }
 
 class Scanner {
@@ -240,7 +229,7 @@ private:
             case u'u': {
                 int code = 0;
                 for (int i = 0; i < 4; ++i) {
-                    const int digit = m_pos < m_text.size() ? hexValue(m_text[m_pos]) : -1;
+                    const int digit = m_pos < m_text.size() ? hexDigitValue(m_text[m_pos]) : -1;
                     if (digit < 0)
                         return PredicateError(u"“\\u” needs four hexadecimal digits"_s,
                                               m_pos - 2 - i);

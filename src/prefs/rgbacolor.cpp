@@ -1,20 +1,9 @@
 #include "rgbacolor.h"
+#include "platform/hexdigit.h"
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-int hexDigit(QChar c)
-{
-    const char16_t u = c.unicode();
-    if (u >= u'0' && u <= u'9')
-        return u - u'0';
-    if (u >= u'a' && u <= u'f')
-        return u - u'a' + 10;
-    if (u >= u'A' && u <= u'F')
-        return u - u'A' + 10;
-    return -1;
-}
 
 } // namespace
 
@@ -26,8 +15,8 @@ std::optional<RgbaColor> RgbaColor::fromText(const QString& text)
     const bool hasAlpha = text.size() == 9;
     const int count = hasAlpha ? 4 : 3;
     for (int i = 0; i < count; ++i) {
-        const int high = hexDigit(text[1 + 2 * i]);
-        const int low = hexDigit(text[2 + 2 * i]);
+        const int high = hexDigitValue(text[1 + 2 * i]);
+        const int low = hexDigitValue(text[2 + 2 * i]);
         if (high < 0 || low < 0)
             return std::nullopt;
         bytes[hasAlpha ? i : i + 1] = quint8(high * 16 + low);

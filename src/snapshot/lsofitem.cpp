@@ -1,4 +1,5 @@
 #include "lsofitem.h"
+#include "platform/hexdigit.h"
 
 #include <QHash>
 #include <QStringDecoder>
@@ -65,18 +66,6 @@ QVariant numberValue(std::optional<qint64> number)
     return number ? QVariant(*number) : QVariant();
 }
 
-int hexDigit(QChar c)
-{
-    const char16_t u = c.unicode();
-    if (u >= u'0' && u <= u'9')
-        return u - u'0';
-    if (u >= u'a' && u <= u'f')
-        return u - u'a' + 10;
-    if (u >= u'A' && u <= u'F')
-        return u - u'A' + 10;
-    return -1;
-}
-
 // Strict percent-decoding: a "%" must be followed by two hex digits and the bytes must form
 // valid UTF-8; anything else gives null.
 QString percentDecoded(const QString& text)
@@ -94,8 +83,8 @@ QString percentDecoded(const QString& text)
         }
         if (i + 2 >= text.size())
             return {};
-        const int high = hexDigit(text[i + 1]);
-        const int low = hexDigit(text[i + 2]);
+        const int high = hexDigitValue(text[i + 1]);
+        const int low = hexDigitValue(text[i + 2]);
         if (high < 0 || low < 0)
             return {};
         bytes += char(high * 16 + low);
