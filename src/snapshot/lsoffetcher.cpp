@@ -207,9 +207,9 @@ void fillItem(LsofItem& item, const LineFields& fields)
         setEndpoint(fields.remote, item, Side::Remote);
 }
 
-// What LsofItem::identifier() gives for an item filled from these fields, built without the
-// item and with one allocation.
-QString identifierOf(const LineFields& f)
+// Writes what LsofItem::identifier() gives for an item filled from these fields into `out`,
+// whose storage is reused from line to line: a connection seen before costs no allocation.
+void writeIdentifier(const LineFields& f, QString& out)
 {
     static const QString null = u"(null)"_s;
     const QStringView remoteAddress = f.remote.present ? f.remote.address : QStringView(null);
@@ -222,15 +222,20 @@ QString identifierOf(const LineFields& f)
     qsizetype length = qsizetype(separators.size());
     for (const QStringView part : parts)
         length += part.size();
-    QString id(length, Qt::Uninitialized);
-    QChar* out = id.data();
+    out.resize(length);
+    QChar* cursor = out.data();
     for (size_t i = 0; i < parts.size(); ++i) {
-        std::copy(parts[i].begin(), parts[i].end(), out);
-        out += parts[i].size();
+        cursor = std::copy(parts[i].begin(), parts[i].end(), cursor);
         if (i < separators.size())
-            *out++ = QChar(separators[i]);
+            *cursor++ = QChar(separators[i]);
     }
-    return id;
+}
+
+// The status change detection gives a connection seen before: changed (2) only when both
+// states are known and differ.
+qint8 reusedStatus(QStringView now, bool nowKnown, const QString& before)
+{
+    return !nowKnown || before.isNull() || now == before ? 0 : 2;
 }
 
 // Where each field of a data line lies, from the header's title positions. The offsets follow
@@ -313,20 +318,29 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         return result;
     const Cuts cuts(*found);
 
-    m_identifierMap.clear();
-    const LsofItemList previous = m_previous;
-    m_previous.clear();
-    m_identifierMap.reserve(previous.size());
-    for (const LsofItemPtr& item : previous) {
-        if (item->status() == 3)
-            continue;
-        m_previous.append(item);
-        m_identifierMap.insert(item->identifier(), item);
+    // Closed items have had their one extra pass: what remains is the list the last
+    // detection started from. The map and the items' places in that list are kept up to date
+    // by change detection; they are built again only after a detection that could not follow.
+    if (m_closedInPrevious > 0)
+        m_previous = m_openPrevious;
+    m_closedInPrevious = 0;
+    if (m_mapStale) {
+        m_previous.removeIf([](const LsofItemPtr& item) { return item->status() == 3; });
+        m_identifierMap.clear();
+        m_identifierMap.reserve(m_previous.size());
+        for (qsizetype i = 0; i < m_previous.size(); ++i) {
+            m_identifierMap.insert(m_previous[i]->identifier(), m_previous[i]);
+            m_previous[i]->m_previousIndex = i;
+        }
+        m_mapStale = false;
     }
+    m_foundAt.assign(size_t(m_previous.size()), -1);
+    m_freshItems.clear();
 
     const quint64 mark = ++m_parseMark;
     qsizetype lineStart = headerEnd < 0 ? text.size() : headerEnd + 1;
     const QChar* const textEnd = text.constEnd();
+    result.reserve(std::count(text.constBegin() + lineStart, textEnd, u'\n') + 1);
     while (headerEnd >= 0 && lineStart <= text.size()) {
         const qsizetype lineEnd =
             std::find(text.constBegin() + lineStart, textEnd, u'\n') - text.constBegin();
@@ -336,32 +350,38 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         const std::optional<LineFields> fields = cuts.cut(line);
         if (!fields)
             continue;
-        const QString identifier = identifierOf(*fields);
-        const auto earlier = m_identifierMap.constFind(identifier);
-        if (earlier == m_identifierMap.cend()) {
+        writeIdentifier(*fields, m_identifierBuffer);
+        const LsofItemPtr* earlier = m_identifierMap.find(m_identifierBuffer);
+        if (!earlier) {
             auto item = std::make_shared<LsofItem>();
             fillItem(*item, *fields);
             if (fields->hasState)
                 item->setState(cutText(fields->state));
-            item->adoptIdentifier(identifier);
-            markListed(*item, result.size(), false, line);
+            // A copy of its own: the buffer is written again by the next line.
+            item->adoptIdentifier(
+                QString(m_identifierBuffer.constData(), m_identifierBuffer.size()));
+            markListed(*item, result.size(), false, true, 1, line);
+            m_freshItems.append(item);
             result.append(std::move(item));
             continue;
         }
 
         // A connection still open: its earlier object lives on with the new state and keeps
         // the previous one as `oldState`, which change detection compares against.
-        const LsofItemPtr& kept = earlier.value();
+        const LsofItemPtr& kept = *earlier;
         if (kept->m_passMark == mark) {
             // Listed again in this output: this line yields the object made for the line
             // before it, carrying this line's state.
             auto item = std::make_shared<LsofItem>();
             fillItem(*item, *cuts.cut(kept->m_passLine));
             item->setState(fields->hasState ? cutText(fields->state) : QString());
-            item->setOldState(kept->oldState());
-            item->adoptIdentifier(identifier);
+            const QString before = kept->oldState();
+            item->setOldState(before);
+            item->adoptIdentifier(kept->m_identifier);
             kept->m_passLine = line;
-            markListed(*item, result.size(), true, line);
+            markListed(*item, result.size(), true, true,
+                       reusedStatus(fields->state, fields->hasState, before), line);
+            m_freshItems.append(item);
             result.append(std::move(item));
             continue;
         }
@@ -371,7 +391,10 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         else if (previousState.isNull() || previousState != fields->state)
             kept->setState(cutText(fields->state));
         kept->setOldState(previousState);
-        markListed(*kept, result.size(), true, line);
+        markListed(*kept, result.size(), true, false,
+                   reusedStatus(fields->state, fields->hasState, previousState), line);
+        if (kept->m_previousIndex >= 0 && kept->m_previousIndex < qsizetype(m_foundAt.size()))
+            m_foundAt[size_t(kept->m_previousIndex)] = result.size();
         result.append(kept);
     }
     m_parseResultSize = result.size();
@@ -402,23 +425,15 @@ void LsofFetcher::parseAddressAndPort(const QString& text, LsofItem& item, const
     item.setValue(QString(side % u"PortNumber"), LsofItem::integerValue(endpoint.port));
 }
 
-void LsofFetcher::markListed(LsofItem& item, qsizetype index, bool reused, QStringView line) const
+void LsofFetcher::markListed(LsofItem& item, qsizetype index, bool reused, bool fresh, qint8 status,
+                             QStringView line) const
 {
     item.m_passMark = m_parseMark;
     item.m_passIndex = index;
     item.m_passReused = reused;
+    item.m_passFresh = fresh;
+    item.m_passStatus = status;
     item.m_passLine = line;
-}
-
-bool LsofFetcher::isLastParseResult(const LsofItemList& items) const
-{
-    if (items.size() != m_parseResultSize)
-        return false;
-    for (qsizetype i = 0; i < items.size(); ++i) {
-        if (items[i]->m_passMark != m_parseMark || items[i]->m_passIndex != i)
-            return false;
-    }
-    return true;
 }
 
 void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
@@ -426,19 +441,33 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
     if (items.isEmpty())
         return;
 
+    // A list the last parse returned, untouched, is matched through the marks the parse left:
+    // one pass over the items instead of a look-up for each. The marks serve one detection.
+    bool fromParse = items.size() == m_parseResultSize;
+    m_parseResultSize = -1;
+    for (qsizetype i = 0; fromParse && i < items.size(); ++i) {
+        LsofItem& item = *items[i];
+        if (item.m_passMark != m_parseMark || item.m_passIndex != i) {
+            fromParse = false;
+            break;
+        }
+        // The parser compared the states while it had them at hand.
+        if (!m_previous.isEmpty())
+            item.setStatus(item.m_passReused ? item.m_passStatus : 1);
+        item.m_previousIndex = i;
+    }
+    m_openPrevious = items;
+    LsofItemList closed;
     if (!m_previous.isEmpty()) {
-        const bool fromParse = isLastParseResult(items);
-        for (const LsofItemPtr& item : std::as_const(items)) {
-            const bool known =
-                fromParse ? item->m_passReused : m_identifierMap.contains(item->identifier());
-            if (!known) {
-                item->setStatus(1);
+        for (qsizetype i = 0; !fromParse && i < items.size(); ++i) {
+            LsofItem& item = *items[i];
+            if (!m_identifierMap.contains(item.identifier())) {
+                item.setStatus(1);
                 continue;
             }
             // The parser left the previous state of a connection still open on its object.
-            const QString now = item->state();
-            const QString before = item->oldState();
-            item->setStatus(now.isNull() || before.isNull() || now == before ? 0 : 2);
+            const QString now = item.state();
+            item.setStatus(reusedStatus(now, !now.isNull(), item.oldState()));
         }
 
         // Closed items go back into the list. Each lands at (closed count so far + position
@@ -453,10 +482,10 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
             for (qsizetype i = originals - 1; i >= 0; --i)
                 originalIndex.insert(items[i].get(), i);
         }
-        const auto positionOf = [&](const LsofItem* item) -> qsizetype {
+        const auto positionOf = [&](qsizetype previous) -> qsizetype {
             if (fromParse)
-                return item->m_passMark == m_parseMark ? item->m_passIndex : -1;
-            return originalIndex.value(item, -1);
+                return m_foundAt[size_t(previous)];
+            return originalIndex.value(m_previous[previous].get(), -1);
         };
 
         GapCounter inserted(originals + 1);
@@ -467,17 +496,19 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         // Current position of the first item of gap g (gap g precedes original item g).
         const auto gapStart = [&](qsizetype g) { return g + (g > 0 ? inserted.prefix(g - 1) : 0); };
 
-        for (const LsofItemPtr& before : std::as_const(m_previous)) {
-            const qsizetype found = positionOf(before.get());
+        for (qsizetype p = 0; p < m_previous.size(); ++p) {
+            const qsizetype found = positionOf(p);
             if (found >= 0) {
                 lastFound = found + inserted.prefix(found);
                 continue;
             }
+            const LsofItemPtr& before = m_previous[p];
             if (gaps.empty())
                 gaps.resize(size_t(originals + 1));
             ++closedCount;
             before->setStatus(3);
             before->setState(u"Closed"_s);
+            closed.append(before);
             const qsizetype index = qsizetype(closedCount) + lastFound;
             qsizetype gap = originals;
             if (index < length) {
@@ -511,6 +542,13 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         }
     }
 
+    if (fromParse)
+        updateIdentifierMap(closed);
+    else
+        m_mapStale = true;
+    m_foundAt.clear();
+    m_freshItems.clear();
+
     if (m_reporter) {
         if (m_reporter->needsNotifyOrLogNewConnections())
             m_reporter->notifyNewItems(items);
@@ -518,6 +556,19 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
             m_reporter->notifyChangedItems(items);
     }
     m_previous = items;
+    m_closedInPrevious = fromParse ? closed.size() : 0;
+}
+
+void LsofFetcher::updateIdentifierMap(const LsofItemList& closed)
+{
+    // What building the map from the new snapshot would give: every open connection under its
+    // identifier, a later item of the same identifier replacing an earlier one. Objects kept
+    // from the previous snapshot are in the map already and always precede the objects made
+    // for the same identifier in this parse.
+    for (const LsofItemPtr& item : closed)
+        m_identifierMap.removeItem(item);
+    for (const LsofItemPtr& item : std::as_const(m_freshItems))
+        m_identifierMap.insert(item->m_identifier, item);
 }
 
 namespace {

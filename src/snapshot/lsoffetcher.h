@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gacommandrunner.h"
+#include "identifiermap.h"
 #include "lsofitem.h"
 #include "snapshotsource.h"
 
@@ -97,13 +98,14 @@ public:
     ChangeReporting* reporter() const { return m_reporter; }
 
     const LsofItemList& previousSnapshot() const { return m_previous; }
-    const QHash<QString, LsofItemPtr>& identifierMap() const { return m_identifierMap; }
+    const IdentifierMap& identifierMap() const { return m_identifierMap; }
 
 private:
-    void markListed(LsofItem& item, qsizetype index, bool reused, QStringView line) const;
-    // Whether `items` is exactly what the last parse returned, so that the marks it left on
-    // the items can stand in for look-ups.
-    bool isLastParseResult(const LsofItemList& items) const;
+    void markListed(LsofItem& item, qsizetype index, bool reused, bool fresh, qint8 status,
+                    QStringView line) const;
+    // Brings the identifier map from the previous snapshot to `items`, the new one, after a
+    // detection that followed the parse of `items`.
+    void updateIdentifierMap(const LsofItemList& closed);
 
     quint64 m_parseMark = 0;
     qsizetype m_parseResultSize = 0;
@@ -113,6 +115,17 @@ private:
     SnapshotSource::Road m_lastRoad = SnapshotSource::Road::None;
     QString m_lastProblem;
     LsofItemList m_previous;
-    QHash<QString, LsofItemPtr> m_identifierMap;
+    IdentifierMap m_identifierMap;
+    // The map no longer follows the previous snapshot (after a detection on a list the last
+    // parse did not return); the next parse builds it again.
+    bool m_mapStale = false;
+    // The previous snapshot without its closed items, which the next parse starts from.
+    LsofItemList m_openPrevious;
+    qsizetype m_closedInPrevious = 0;
+    // Per item of the previous snapshot, where the parse listed it (-1: not listed); and the
+    // objects the parse made, in order. Read by the detection that follows.
+    std::vector<qsizetype> m_foundAt;
+    LsofItemList m_freshItems;
+    QString m_identifierBuffer;
     ChangeReporting* m_reporter = nullptr;
 };

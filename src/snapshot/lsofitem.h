@@ -148,8 +148,30 @@ public:
     static QString descriptionForPort(const QString& port, const QString& protocol);
 
 private:
+    // What every refresh touches comes first, so that a pass over ten thousand items reads
+    // one or two cache lines of each rather than the whole object.
     mutable QMutex m_lock;
     qint32 m_status = 0;
+
+    // Bookkeeping of the parse that last listed this item, read by the change detection that
+    // follows it on the same thread: which parse, where in its result, whether the item stood
+    // for a connection already known, whether it was made by that parse, the status the parse
+    // found for it, and (during the parse only) the line it came from.
+    friend class LsofFetcher;
+    qint8 m_passStatus = 0;
+    bool m_passReused = false;
+    bool m_passFresh = false;
+    quint64 m_passMark = 0;
+    qsizetype m_passIndex = -1;
+    QStringView m_passLine;
+    // Where the item stands in the previous snapshot (without its closed items), which
+    // change detection keeps for the next parse.
+    qsizetype m_previousIndex = -1;
+
+    QString m_state;
+    QString m_oldState;
+    mutable QString m_identifier;
+
     QString m_processName;
     QString m_processId;
     QString m_protocol;
@@ -159,24 +181,12 @@ private:
     QString m_remotePort;
     std::optional<qint64> m_remotePortNumber;
     QString m_remoteAddress;
-    QString m_state;
     QString m_user;
     QString m_type;
     QString m_sizeAndOffset;
     QString m_device;
-    QString m_oldState;
     QString m_fileDescriptor;
-    mutable QString m_identifier;
     mutable std::shared_ptr<const RunningApplication> m_app;
-
-    // Bookkeeping of the parse that last listed this item, read by the change detection that
-    // follows it on the same thread: which parse, where in its result, whether the item stood
-    // for a connection already known, and (during the parse only) the line it came from.
-    friend class LsofFetcher;
-    quint64 m_passMark = 0;
-    qsizetype m_passIndex = -1;
-    bool m_passReused = false;
-    QStringView m_passLine;
 };
 
 using LsofItemPtr = std::shared_ptr<LsofItem>;

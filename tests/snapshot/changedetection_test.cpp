@@ -211,3 +211,81 @@ TEST(ChangeDetection, ReportersSeeTheWholeListOnlyWhenAsked)
     EXPECT_EQ(reporter.changedCalls.last(), items);
     EXPECT_EQ(statuses(items), (QList<int>{1, 3}));
 }
+
+// Many passes over a small pool of connections that open, change state, close, reopen and are
+// sometimes listed twice; now and then detection is handed a list the parser did not make.
+// Every pass is checked against the rules applied the plain way: the identifier map built
+// afresh from the previous snapshot, statuses from that map and the two states, and closed
+// items placed by searching the growing list.
+TEST(ChangeDetection, LongRunsAgreeWithThePlainRules)
+{
+    std::mt19937 random(4242);
+    const QStringList states = {u"ESTABLISHED"_s, u"CLOSE_WAIT"_s, u"FIN_WAIT1"_s};
+    LsofFetcher fetcher;
+    for (int round = 0; round < 400; ++round) {
+        LsofItemList open;
+        for (const LsofItemPtr& item : fetcher.previousSnapshot()) {
+            if (item->status() != 3)
+                open << item;
+        }
+        QHash<QString, LsofItemPtr> plainMap;
+        for (const LsofItemPtr& item : open)
+            plainMap.insert(item->identifier(), item);
+
+        QList<std::pair<int, QString>> sockets;
+        for (int fd = 1; fd <= 12; ++fd) {
+            if (random() % 5 < 3)
+                sockets << std::pair{fd, states[random() % states.size()]};
+            if (random() % 10 == 0)
+                sockets << std::pair{fd, states[random() % states.size()]};
+        }
+        std::shuffle(sockets.begin(), sockets.end(), random);
+
+        LsofItemList items = fetcher.parseLsofResult(output(sockets));
+        ASSERT_EQ(fetcher.identifierMap().size(), plainMap.size()) << "round " << round;
+        for (auto it = plainMap.cbegin(); it != plainMap.cend(); ++it)
+            ASSERT_EQ(fetcher.identifierMap().value(it.key()), it.value()) << "round " << round;
+        if (items.isEmpty())
+            continue;
+
+        QList<int> expectedStatuses;
+        for (const LsofItemPtr& item : items) {
+            const QString now = item->state(), before = item->oldState();
+            const bool changed = !now.isNull() && !before.isNull() && now != before;
+            expectedStatuses << (!plainMap.contains(item->identifier()) ? 1 : changed ? 2 : 0);
+        }
+        if (round % 5 == 0) {
+            std::reverse(items.begin(), items.end());
+            std::reverse(expectedStatuses.begin(), expectedStatuses.end());
+        }
+        QList<const LsofItem*> expectedOrder;
+        for (const LsofItemPtr& item : items)
+            expectedOrder << item.get();
+        int closedCount = 0;
+        qsizetype lastFound = 0;
+        for (const LsofItemPtr& before : open) {
+            const qsizetype at = expectedOrder.indexOf(before.get());
+            if (at >= 0) {
+                lastFound = at;
+                continue;
+            }
+            const qsizetype index = ++closedCount + lastFound;
+            expectedOrder.insert(std::min(index, expectedOrder.size()), before.get());
+        }
+
+        const LsofItemList parsed = items;
+        fetcher.processLsofItemsChanges(items);
+        QList<const LsofItem*> order;
+        for (const LsofItemPtr& item : items)
+            order << item.get();
+        ASSERT_EQ(order, expectedOrder) << "round " << round;
+        if (open.isEmpty())
+            continue;
+        ASSERT_EQ(statuses(parsed), expectedStatuses) << "round " << round;
+        for (const LsofItemPtr& item : items) {
+            if (!parsed.contains(item)) {
+                ASSERT_TRUE(item->status() == 3 && item->state() == u"Closed"_s);
+            }
+        }
+    }
+}
