@@ -91,6 +91,14 @@ std::optional<QString> HostnameResolver::systemLookup(const QString& address)
     return QString::fromUtf8(name);
 }
 
+QString HostnameResolver::cachedHostnameForAddress(const QString& address) const
+{
+    if (address.size() < kMinimumAddressLength)
+        return {};
+    const QVariant cached = m_cache.objectForKey(address);
+    return cached.isValid() ? cached.toString() : QString();
+}
+
 QString HostnameResolver::hostnameForAddress(const QString& address)
 {
     if (address.size() < kMinimumAddressLength)

@@ -48,6 +48,10 @@ public:
     // The cached name ("" for an address without one), or null when not known yet; a miss
     // queues a look-up unless the address is too short or already queued.
     QString hostnameForAddress(const QString& address);
+    // The cached name, "" or null like hostnameForAddress, but a miss queues nothing: for
+    // readers that go over every row (filtering, change tracking) and must not ask DNS about
+    // rows nobody looks at.
+    QString cachedHostnameForAddress(const QString& address) const;
     // Looks the address up on the calling thread and caches the answer.
     void resolveHostname(const QString& address);
     // Blocks until no look-up is queued or running, or `timeoutMs` passed; true when idle.

@@ -133,6 +133,8 @@ public:
     // The cached reverse name of remoteAddress ("" when it has none), or null while unknown:
     // a miss queues a background look-up. Addresses under 8 characters are never looked up.
     QString remoteHostname() const;
+    // The same from the cache alone: a miss starts no look-up.
+    QString cachedRemoteHostname() const;
     // Bundle path, else executable path, else processName; kept per processId (100 entries).
     QString processPath() const;
     // The application's localized name, else processName; computed on every call.

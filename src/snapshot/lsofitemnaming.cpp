@@ -42,6 +42,11 @@ QString LsofItem::remoteHostname() const
     return ItemNaming::sharedNaming().hostnames().hostnameForAddress(m_remoteAddress);
 }
 
+QString LsofItem::cachedRemoteHostname() const
+{
+    return ItemNaming::sharedNaming().hostnames().cachedHostnameForAddress(m_remoteAddress);
+}
+
 void LsofItem::resolveHostname(const QString& address) const
 {
     ItemNaming::sharedNaming().hostnames().resolveHostname(address);

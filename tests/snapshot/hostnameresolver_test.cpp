@@ -99,15 +99,20 @@ TEST(HostnameResolver, CachesNamesAndEmptyTextForAddressesWithoutOne)
     FakeDns dns;
     HostnameResolver resolver(dns.backend());
 
+    // Reading the cache alone never starts a look-up.
+    EXPECT_TRUE(resolver.cachedHostnameForAddress(u"192.168.1.77"_s).isNull());
     EXPECT_TRUE(resolver.hostnameForAddress(u"192.168.1.10"_s).isNull());
     EXPECT_TRUE(resolver.hostnameForAddress(u"10.20.30.40"_s).isNull());
     ASSERT_TRUE(resolver.waitForIdle(5000));
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(resolver.hostnameForAddress(u"192.168.1.10"_s), u"host-10"_s);
+        EXPECT_EQ(resolver.cachedHostnameForAddress(u"192.168.1.10"_s), u"host-10"_s);
         const QString none = resolver.hostnameForAddress(u"10.20.30.40"_s);
         EXPECT_TRUE(none.isEmpty());
         EXPECT_FALSE(none.isNull());
+        EXPECT_FALSE(resolver.cachedHostnameForAddress(u"10.20.30.40"_s).isNull());
     }
+    EXPECT_TRUE(resolver.cachedHostnameForAddress(u"192.168.1.77"_s).isNull());
     ASSERT_TRUE(resolver.waitForIdle(5000));
     EXPECT_EQ(dns.asked().size(), 2);
 }
