@@ -2,11 +2,26 @@
 
 #include "itemfields.h"
 
-#include <QVarLengthArray>
-
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// A number of its own for every text asked about, stable for the whole run: what a search
+// cache on an item records to say which key list and which pattern it was made for.
+quint64 stampFor(const QString& text)
+{
+    static QMutex lock;
+    static QHash<QString, quint64> stamps;
+    QMutexLocker locker(&lock);
+    const auto it = stamps.constFind(text);
+    if (it != stamps.cend())
+        return *it;
+    return *stamps.insert(text, quint64(stamps.size()) + 1);
+}
+
+} // namespace
 
 ItemMatcher::ItemMatcher(const ItemFilter& filter) : m_filter(filter)
 {
@@ -30,6 +45,19 @@ ItemMatcher::ItemMatcher(const ItemFilter& filter) : m_filter(filter)
             m_keywordError = regex.errorString();
     }
     m_hideOtherProtocols = filter.hiddenProtocols.contains(u"Other"_s);
+
+    const QList<LsofItem::Key>& keys = filter.keywordKeys;
+    // A text holding the status or the previous state would have to be checked field by field.
+    m_cacheable = !keys.contains(LsofItem::Key::status) && !keys.contains(LsofItem::Key::oldState);
+    m_usesHostname = keys.contains(LsofItem::Key::remoteHostname);
+    QString keyList;
+    for (const LsofItem::Key key : keys)
+        keyList += QString::number(int(key)) + u',';
+    m_textStamp = stampFor(u"keys:"_s + keyList);
+    m_patternStamp = stampFor(u"pattern:"_s + keyword);
+    // The names filtered with are those known when the pass began; the host names therefore
+    // come from the cache alone, so that filtering every row sends no row's address to DNS.
+    m_hostnameGeneration = LsofItem::hostnameGeneration();
 }
 
 std::variant<bool, PredicateError> ItemMatcher::evaluate(const LsofItem& item,
@@ -56,26 +84,97 @@ bool ItemMatcher::passesKeyword(const LsofItem& item, MatchBudget* budget) const
 {
     if (!m_keyword)
         return true;
-    if (budget && !budget->allows())
-        return false;
-    // NUL between the fields keeps a plain word from matching across two of them. The text
-    // is assembled in one go into a buffer reused from item to item: appending field by field
-    // into a fresh string took half of a keyword pass.
-    QVarLengthArray<QString, 24> fields;
-    qsizetype length = m_filter.keywordKeys.isEmpty() ? 0 : m_filter.keywordKeys.size() - 1;
+    if (!m_cacheable) {
+        if (budget && !budget->allows())
+            return false;
+        return search(joinedText(item, item.cachedRemoteHostname()));
+    }
+
+    // Most rows are the same from one refresh to the next: their text is assembled again only
+    // when the state or the host name moved, and searched again only for a new pattern.
+    LsofItem::SearchCache cache = item.searchCache();
+    bool changed = false;
+    const QString state = item.state();
+    bool textCurrent = cache.textStamp == m_textStamp && state == cache.state;
+    if (textCurrent && m_usesHostname && cache.hostnameGeneration != m_hostnameGeneration) {
+        textCurrent = item.cachedRemoteHostname() == cache.hostname;
+        cache.hostnameGeneration = m_hostnameGeneration;
+        changed = true;
+    }
+    if (!textCurrent) {
+        cache.hostname = m_usesHostname ? item.cachedRemoteHostname() : QString();
+        cache.text = joinedText(item, cache.hostname);
+        cache.state = state;
+        cache.textStamp = m_textStamp;
+        cache.hostnameGeneration = m_hostnameGeneration;
+        cache.patternStamp = 0;
+        changed = true;
+    }
+    if (cache.patternStamp != m_patternStamp) {
+        if (budget && !budget->allows())
+            return false;
+        cache.matched = search(cache.text);
+        cache.patternStamp = m_patternStamp;
+        changed = true;
+    }
+    if (changed)
+        item.setSearchCache(cache);
+    return cache.matched;
+}
+
+bool ItemMatcher::search(const QString& text) const
+{
+    // joinedText() hands out well-formed UTF-16 only, so the matcher's own check of every
+    // subject (a third of the search) is skipped.
+    return m_keyword
+        ->match(text, 0, QRegularExpression::NormalMatch,
+                QRegularExpression::DontCheckSubjectStringMatchOption)
+        .hasMatch();
+}
+
+QString ItemMatcher::joinedText(const LsofItem& item, const QString& hostname) const
+{
+    // NUL between the fields keeps a plain word from matching across two of them.
+    QString joined;
+    joined.reserve(m_joinedCapacity);
+    bool first = true;
     for (const LsofItem::Key key : m_filter.keywordKeys) {
-        fields.append(ItemFields::text(item, key));
-        length += fields.back().size();
+        if (!first)
+            joined.append(QChar(u'\0'));
+        first = false;
+        joined.append(key == LsofItem::Key::remoteHostname ? hostname : keywordText(item, key));
     }
-    thread_local QString joined;
-    joined.resize(length);
-    QChar* out = joined.data();
-    for (qsizetype i = 0; i < fields.size(); ++i) {
-        if (i > 0)
-            *out++ = QChar(u'\0');
-        out = std::copy(fields[i].cbegin(), fields[i].cend(), out);
+    m_joinedCapacity = std::max(m_joinedCapacity, joined.size());
+    // A field cut through a surrogate pair would leave half a character; searching such a
+    // text unchecked is undefined, so the half becomes U+FFFD.
+    if (!QStringView(joined).isValidUtf16()) {
+        for (qsizetype i = 0; i < joined.size(); ++i) {
+            const QChar c = joined.at(i);
+            if (c.isHighSurrogate() && i + 1 < joined.size() && joined.at(i + 1).isLowSurrogate())
+                ++i;
+            else if (c.isSurrogate())
+                joined[i] = QChar::ReplacementCharacter;
+        }
     }
-    return m_keyword->match(joined).hasMatch();
+    return joined;
+}
+
+QString ItemMatcher::keywordText(const LsofItem& item, LsofItem::Key key) const
+{
+    switch (key) {
+    case LsofItem::Key::processPath:
+    case LsofItem::Key::localizedAppName: {
+        // Asked once per process and pass: a process has many sockets, and a process that has
+        // gone would otherwise be searched for in /proc for each of them.
+        auto names = m_processNames.constFind(item.processId());
+        if (names == m_processNames.cend())
+            names = m_processNames.insert(item.processId(),
+                                          {item.processPath(), item.localizedAppName()});
+        return key == LsofItem::Key::processPath ? names->path : names->appName;
+    }
+    default:
+        return ItemFields::text(item, key);
+    }
 }
 
 bool ItemMatcher::passesSegments(const LsofItem& item) const

@@ -3,6 +3,7 @@
 #include "itemfilter.h"
 #include "predicate.h"
 
+#include <QHash>
 #include <QRegularExpression>
 
 #include <optional>
@@ -31,6 +32,14 @@ public:
 private:
     bool passesKeyword(const LsofItem& item, MatchBudget* budget) const;
     bool passesSegments(const LsofItem& item) const;
+    QString keywordText(const LsofItem& item, LsofItem::Key key) const;
+    QString joinedText(const LsofItem& item, const QString& hostname) const;
+    bool search(const QString& text) const;
+
+    struct ProcessNames {
+        QString path;
+        QString appName;
+    };
 
     ItemFilter m_filter;
     bool m_expressionMode = false;
@@ -39,4 +48,12 @@ private:
     std::optional<QRegularExpression> m_keyword;
     QString m_keywordError;
     bool m_hideOtherProtocols = false;
+    bool m_cacheable = false;
+    bool m_usesHostname = false;
+    quint64 m_textStamp = 0;
+    quint64 m_patternStamp = 0;
+    quint64 m_hostnameGeneration = 0;
+    // Per pass, by process id; and the longest text assembled so far.
+    mutable QHash<QString, ProcessNames> m_processNames;
+    mutable qsizetype m_joinedCapacity = 0;
 };

@@ -134,6 +134,7 @@ void HostnameResolver::resolveHostname(const QString& address)
 {
     const auto name = m_backend ? m_backend(address) : std::nullopt;
     m_cache.cacheObject(name && !name->isEmpty() ? *name : QString(u""_s), address);
+    m_generation.fetch_add(1, std::memory_order_release);
 }
 
 bool HostnameResolver::waitForIdle(int timeoutMs)

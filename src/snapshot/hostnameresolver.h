@@ -5,6 +5,7 @@
 #include <QSet>
 #include <QString>
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
 #include <functional>
@@ -58,6 +59,8 @@ public:
     bool waitForIdle(int timeoutMs);
 
     const ZBMemoryCache& cache() const { return m_cache; }
+    // Grows with every name stored: while it stands still, no cached name has changed.
+    quint64 generation() const { return m_generation.load(std::memory_order_acquire); }
 
 private:
     void work();
@@ -65,6 +68,7 @@ private:
     Backend m_backend;
     const Limits m_limits;
     ZBMemoryCache m_cache;
+    std::atomic<quint64> m_generation{1};
 
     std::mutex m_mutex;
     std::condition_variable m_wake;

@@ -135,6 +135,24 @@ public:
     QString remoteHostname() const;
     // The same from the cache alone: a miss starts no look-up.
     QString cachedRemoteHostname() const;
+    // Grows whenever a host name is stored; while it stands still, cachedRemoteHostname()
+    // answers as before.
+    static quint64 hostnameGeneration();
+
+    // What the keyword search last made of this item, kept because most rows do not change
+    // between two refreshes: the joined text, what it depended on, and the verdict of the last
+    // pattern searched in it. The stamps are the search's own; zero means none.
+    struct SearchCache {
+        QString text;
+        QString state;
+        QString hostname;
+        quint64 textStamp = 0;
+        quint64 hostnameGeneration = 0;
+        quint64 patternStamp = 0;
+        bool matched = false;
+    };
+    SearchCache searchCache() const;
+    void setSearchCache(const SearchCache& cache) const;
     // Bundle path, else executable path, else processName; kept per processId (100 entries).
     QString processPath() const;
     // The application's localized name, else processName; computed on every call.
@@ -189,6 +207,7 @@ private:
     QString m_device;
     QString m_fileDescriptor;
     mutable std::shared_ptr<const RunningApplication> m_app;
+    mutable SearchCache m_searchCache;
 };
 
 using LsofItemPtr = std::shared_ptr<LsofItem>;

@@ -47,6 +47,11 @@ QString LsofItem::cachedRemoteHostname() const
     return ItemNaming::sharedNaming().hostnames().cachedHostnameForAddress(m_remoteAddress);
 }
 
+quint64 LsofItem::hostnameGeneration()
+{
+    return ItemNaming::sharedNaming().hostnames().generation();
+}
+
 void LsofItem::resolveHostname(const QString& address) const
 {
     ItemNaming::sharedNaming().hostnames().resolveHostname(address);

@@ -2,6 +2,7 @@
 #include "filter/itemfilter.h"
 #include "filter/itemmatcher.h"
 #include "filtertestitems.h"
+#include "snapshot/hostnameresolver.h"
 
 #include <gtest/gtest.h>
 
@@ -256,4 +257,51 @@ TEST(ItemFields, ReadEveryKeyAsTheItemsOwnKeyValueAccessDoes)
                 << name.toStdString();
         }
     }
+}
+
+// Rows keep the text and verdict of the pass before; what changes between two refreshes (a
+// state, a host name that arrived, the pattern) must still be seen by the next pass.
+TEST(ItemFilter, RepeatedPassesFollowWhatChangedOnTheRows)
+{
+    HostnameResolver::setEnabled(false);
+    const LsofItemList items = fixtureItems();
+    items[0]->setRemoteAddress(u"127.0.0.1"_s);
+    const bool nameKnownBefore = !items[0]->cachedRemoteHostname().isNull();
+
+    for (int pass = 0; pass < 2; ++pass) {
+        EXPECT_EQ(idsOf(keyword(u"established"_s).filterItems(items)),
+                  std::set<QString>{u"1234"_s});
+        EXPECT_EQ(idsOf(keyword(u"sshd,listen"_s).filterItems(items)), std::set<QString>{u"1"_s});
+    }
+    items[0]->setState(u"CLOSE_WAIT"_s);
+    EXPECT_TRUE(keyword(u"established"_s).filterItems(items).isEmpty());
+    EXPECT_EQ(idsOf(keyword(u"close_wait"_s).filterItems(items)), std::set<QString>{u"1234"_s});
+
+    // A host name that arrives between two passes is searched in the next one.
+    items[0]->resolveHostname(u"127.0.0.1"_s);
+    const QString name = items[0]->cachedRemoteHostname();
+    if (!nameKnownBefore && !name.isEmpty()) {
+        EXPECT_EQ(idsOf(keyword(QRegularExpression::escape(name)).filterItems(items)),
+                  std::set<QString>{u"1234"_s});
+    }
+
+    // Each pass gives what a pass over rows never filtered before gives.
+    const QStringList patterns = {u"anna"_s, u"tcp"_s, u"^x"_s, u"ANNA"_s, u"udp,sshd"_s};
+    for (const QString& pattern : patterns)
+        EXPECT_EQ(keyword(pattern).filterItems(items).size(),
+                  keyword(pattern).filterItems(fixtureItems()).size())
+            << pattern.toStdString();
+    HostnameResolver::setEnabled(true);
+}
+
+// Half a surrogate pair (a field cut through a character) is searched as U+FFFD: the row
+// still matches on its other fields, and nothing reads past the text.
+TEST(ItemFilter, HalfACharacterInAFieldIsSearchedSafely)
+{
+    const LsofItemList items = fixtureItems();
+    items[0]->setProcessName(u"fire"_s + QChar(0xD83D) + u"fox"_s);
+    items[1]->setProcessName(QString(QChar(0xDE00)) + u"sshd"_s);
+    EXPECT_EQ(idsOf(keyword(u"fox"_s).filterItems(items)), std::set<QString>{u"1234"_s});
+    EXPECT_EQ(idsOf(keyword(u"fire\\x{FFFD}fox,\\x{FFFD}sshd"_s).filterItems(items)),
+              (std::set<QString>{u"1234"_s, u"1"_s}));
 }
