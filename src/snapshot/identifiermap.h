@@ -2,61 +2,56 @@
 
 #include "lsofitem.h"
 
-#include <QHash>
-#include <QHashSeed>
+#include <vector>
 
 // Connection items by identifier text: what the parser matches every line of lsof's output
-// against. Each key keeps its text's hash beside it, so a probe that lands on another
-// connection is turned away without reading that connection's text: on a snapshot of ten
-// thousand lines those texts are cold in the cache, and comparing them was a third of a pass.
+// against. An open-addressed table of (hash, item) slots: a probe reads one slot, and only a
+// slot whose hash agrees makes it read that item's identifier text. On a snapshot of a
+// hundred thousand lines the texts and the nodes of a general-purpose hash are cold in the
+// cache, and reading them was a third of a pass.
 class IdentifierMap final {
 public:
-    qsizetype size() const { return m_items.size(); }
-    bool isEmpty() const { return m_items.isEmpty(); }
-    void clear() { m_items.clear(); }
-    void reserve(qsizetype size) { m_items.reserve(size); }
+    qsizetype size() const { return m_size; }
+    bool isEmpty() const { return m_size == 0; }
+    void clear();
+    void reserve(qsizetype size);
 
+    static size_t hashOf(QStringView identifier);
     // The item listed under `identifier`, or null. The text is only read during the call.
     const LsofItemPtr* find(QStringView identifier) const
     {
-        const Key probe{hashOf(identifier),
-                        QString::fromRawData(identifier.data(), identifier.size())};
-        const auto it = m_items.constFind(probe);
-        return it == m_items.cend() ? nullptr : &it.value();
+        return find(identifier, hashOf(identifier));
     }
+    // The same with the identifier's hashOf() at hand.
+    const LsofItemPtr* find(QStringView identifier, size_t hash) const;
+    // Ask memory ahead for what a find() of this hash will read, each step once the one
+    // before has arrived: its first slot, the item that slot names, that item's identifier.
+    void prefetchSlot(size_t hash) const;
+    void prefetchItem(size_t hash) const;
+    void prefetchIdentifier(size_t hash) const;
     bool contains(QStringView identifier) const { return find(identifier) != nullptr; }
-    LsofItemPtr value(QStringView identifier) const
-    {
-        const LsofItemPtr* item = find(identifier);
-        return item ? *item : LsofItemPtr();
-    }
+    LsofItemPtr value(QStringView identifier) const;
 
-    // Replaces what was listed under the same identifier.
-    void insert(const QString& identifier, const LsofItemPtr& item)
-    {
-        m_items.insert(Key{hashOf(identifier), identifier}, item);
-    }
+    // Lists `item` under its identifier, replacing what was listed there.
+    void insert(const LsofItemPtr& item);
     // Removes the entry of `item`'s identifier when it is that very object.
-    void removeItem(const LsofItemPtr& item)
-    {
-        const QString identifier = item->identifier();
-        const auto it = m_items.find(Key{hashOf(identifier), identifier});
-        if (it != m_items.end() && it.value() == item)
-            m_items.erase(it);
-    }
+    void removeItem(const LsofItemPtr& item);
 
 private:
-    struct Key {
-        size_t hash;
-        QString text;
-        friend bool operator==(const Key& a, const Key& b)
-        {
-            return a.hash == b.hash && a.text == b.text;
-        }
-        friend size_t qHash(const Key& key, size_t) { return key.hash; }
+    // Hashes 0 and 1 mark empty and emptied slots; an identifier's hash is kept above them.
+    static constexpr size_t kEmpty = 0;
+    static constexpr size_t kRemoved = 1;
+    struct Slot {
+        size_t hash = kEmpty;
+        LsofItemPtr item;
     };
 
-    static size_t hashOf(QStringView text) { return qHash(text, QHashSeed::globalSeed()); }
+    static QStringView identifierOf(const LsofItem& item);
+    // The slot holding `identifier`, or the empty slot where it would go.
+    size_t slotFor(QStringView identifier, size_t hash) const;
+    void grow(qsizetype needed);
 
-    QHash<Key, LsofItemPtr> m_items;
+    std::vector<Slot> m_slots;
+    qsizetype m_size = 0;
+    qsizetype m_removed = 0;
 };

@@ -175,36 +175,43 @@ void splitName(QStringView name, LineFields& fields)
     fields.local = splitEndpoint(endpoints);
 }
 
-void setEndpoint(const Endpoint& endpoint, LsofItem& item, Side side)
+void setEndpoint(const Endpoint& endpoint, LsofItem& item, Side side, TextPool* pool)
 {
-    const QString address = cutText(endpoint.address);
-    const QString port = cutText(endpoint.port);
+    const QString address = pool ? pool->text(endpoint.address) : cutText(endpoint.address);
     const qint64 number = LsofItem::integerValue(endpoint.port);
     if (side == Side::Local) {
         item.setLocalAddress(address);
-        item.setLocalPort(port);
+        item.setLocalPort(cutText(endpoint.port));
         item.setLocalPortNumber(number);
     } else {
         item.setRemoteAddress(address);
-        item.setRemotePort(port);
+        item.setRemotePort(pool ? pool->text(endpoint.port) : cutText(endpoint.port));
         item.setRemotePortNumber(number);
     }
 }
 
-// Every field but the state, which the caller decides.
-void fillItem(LsofItem& item, const LineFields& fields)
+// Every field but the state, which the caller decides. Texts that repeat from line to line
+// come from the pool; the device and the local port are nearly unique and are not pooled.
+void fillItem(LsofItem& item, const LineFields& fields, TextPool& pool)
 {
-    item.setProcessName(cutText(fields.processName));
-    item.setProcessId(cutText(fields.processId));
-    item.setProtocol(cutText(fields.protocol));
-    item.setUser(cutText(fields.user));
-    item.setType(cutText(fields.type));
+    item.setProcessName(pool.text(fields.processName));
+    item.setProcessId(pool.text(fields.processId));
+    item.setProtocol(pool.text(fields.protocol));
+    item.setUser(pool.text(fields.user));
+    item.setType(pool.text(fields.type));
     item.setDevice(cutText(fields.device));
-    item.setSizeAndOffset(cutText(fields.sizeAndOffset));
-    item.setFileDescriptor(cutText(fields.fileDescriptor));
-    setEndpoint(fields.local, item, Side::Local);
+    item.setSizeAndOffset(pool.text(fields.sizeAndOffset));
+    item.setFileDescriptor(pool.text(fields.fileDescriptor));
+    setEndpoint(fields.local, item, Side::Local, &pool);
     if (fields.remote.present)
-        setEndpoint(fields.remote, item, Side::Remote);
+        setEndpoint(fields.remote, item, Side::Remote, &pool);
+}
+
+// The line that starts at `start`.
+QStringView lineAt(const QString& text, qsizetype start)
+{
+    const qsizetype end = text.indexOf(u'\n', start);
+    return QStringView(text).mid(start, (end < 0 ? text.size() : end) - start);
 }
 
 // Writes what LsofItem::identifier() gives for an item filled from these fields into `out`,
@@ -329,8 +336,9 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         m_identifierMap.clear();
         m_identifierMap.reserve(m_previous.size());
         for (qsizetype i = 0; i < m_previous.size(); ++i) {
-            m_identifierMap.insert(m_previous[i]->identifier(), m_previous[i]);
-            m_previous[i]->m_previousIndex = i;
+            m_previous[i]->identifier(); // made now if it was not yet
+            m_identifierMap.insert(m_previous[i]);
+            m_previous[i]->m_previousIndex = qint32(i);
         }
         m_mapStale = false;
     }
@@ -341,29 +349,20 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     qsizetype lineStart = headerEnd < 0 ? text.size() : headerEnd + 1;
     const QChar* const textEnd = text.constEnd();
     result.reserve(std::count(text.constBegin() + lineStart, textEnd, u'\n') + 1);
-    while (headerEnd >= 0 && lineStart <= text.size()) {
-        const qsizetype lineEnd =
-            std::find(text.constBegin() + lineStart, textEnd, u'\n') - text.constBegin();
-        const QStringView line = QStringView(text).mid(lineStart, lineEnd - lineStart);
-        lineStart = lineEnd + 1;
-
-        const std::optional<LineFields> fields = cuts.cut(line);
-        if (!fields)
-            continue;
-        writeIdentifier(*fields, m_identifierBuffer);
-        const LsofItemPtr* earlier = m_identifierMap.find(m_identifierBuffer);
+    const auto take = [&](const LineFields& fields, QStringView line, const QString& identifier,
+                          size_t hash) {
+        const LsofItemPtr* earlier = m_identifierMap.find(identifier, hash);
         if (!earlier) {
             auto item = std::make_shared<LsofItem>();
-            fillItem(*item, *fields);
-            if (fields->hasState)
-                item->setState(cutText(fields->state));
-            // A copy of its own: the buffer is written again by the next line.
-            item->adoptIdentifier(
-                QString(m_identifierBuffer.constData(), m_identifierBuffer.size()));
-            markListed(*item, result.size(), false, true, 1, line);
+            fillItem(*item, fields, m_texts);
+            if (fields.hasState)
+                item->setState(m_texts.text(fields.state));
+            // A copy of its own: the buffer is written again by a later line.
+            item->adoptIdentifier(QString(identifier.constData(), identifier.size()));
+            markListed(*item, result.size(), false, true, 1, line, text);
             m_freshItems.append(item);
             result.append(std::move(item));
-            continue;
+            return;
         }
 
         // A connection still open: its earlier object lives on with the new state and keeps
@@ -373,29 +372,68 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             // Listed again in this output: this line yields the object made for the line
             // before it, carrying this line's state.
             auto item = std::make_shared<LsofItem>();
-            fillItem(*item, *cuts.cut(kept->m_passLine));
-            item->setState(fields->hasState ? cutText(fields->state) : QString());
+            fillItem(*item, *cuts.cut(lineAt(text, kept->m_passLineStart)), m_texts);
+            item->setState(fields.hasState ? m_texts.text(fields.state) : QString());
             const QString before = kept->oldState();
             item->setOldState(before);
             item->adoptIdentifier(kept->m_identifier);
-            kept->m_passLine = line;
+            kept->m_passLineStart = line.data() - text.constData();
             markListed(*item, result.size(), true, true,
-                       reusedStatus(fields->state, fields->hasState, before), line);
+                       reusedStatus(fields.state, fields.hasState, before), line, text);
             m_freshItems.append(item);
             result.append(std::move(item));
-            continue;
+            return;
         }
         const QString previousState = kept->state();
-        if (!fields->hasState)
+        if (!fields.hasState)
             kept->setState(QString());
-        else if (previousState.isNull() || previousState != fields->state)
-            kept->setState(cutText(fields->state));
+        else if (previousState.isNull() || previousState != fields.state)
+            kept->setState(m_texts.text(fields.state));
         kept->setOldState(previousState);
         markListed(*kept, result.size(), true, false,
-                   reusedStatus(fields->state, fields->hasState, previousState), line);
+                   reusedStatus(fields.state, fields.hasState, previousState), line, text);
         if (kept->m_previousIndex >= 0 && kept->m_previousIndex < qsizetype(m_foundAt.size()))
             m_foundAt[size_t(kept->m_previousIndex)] = result.size();
         result.append(kept);
+    };
+
+    // Lines go in batches: the look-ups of a whole batch are started (their slots, the items
+    // those slots name and their identifiers asked of memory ahead) before the first line is
+    // taken, so that on a big snapshot the cache misses of many lines overlap instead of
+    // queueing one behind the other.
+    struct Pending {
+        LineFields fields;
+        QStringView line;
+        size_t hash = 0;
+    };
+    constexpr int kBatch = 16;
+    std::array<Pending, kBatch> batch;
+    if (m_identifierBuffers.size() < kBatch)
+        m_identifierBuffers.resize(kBatch);
+    while (headerEnd >= 0 && lineStart <= text.size()) {
+        int count = 0;
+        while (count < kBatch && lineStart <= text.size()) {
+            const qsizetype lineEnd =
+                std::find(text.constBegin() + lineStart, textEnd, u'\n') - text.constBegin();
+            const QStringView line = QStringView(text).mid(lineStart, lineEnd - lineStart);
+            lineStart = lineEnd + 1;
+            std::optional<LineFields> fields = cuts.cut(line);
+            if (!fields)
+                continue;
+            Pending& pending = batch[count];
+            pending.fields = *fields;
+            pending.line = line;
+            writeIdentifier(pending.fields, m_identifierBuffers[count]);
+            pending.hash = IdentifierMap::hashOf(m_identifierBuffers[count]);
+            m_identifierMap.prefetchSlot(pending.hash);
+            ++count;
+        }
+        for (int i = 0; i < count; ++i)
+            m_identifierMap.prefetchItem(batch[i].hash);
+        for (int i = 0; i < count; ++i)
+            m_identifierMap.prefetchIdentifier(batch[i].hash);
+        for (int i = 0; i < count; ++i)
+            take(batch[i].fields, batch[i].line, m_identifierBuffers[i], batch[i].hash);
     }
     m_parseResultSize = result.size();
     return result;
@@ -408,15 +446,15 @@ void LsofFetcher::parseConnection(const QString& text, LsofItem& item)
     if (fields.hasState)
         item.setState(cutText(fields.state));
     if (fields.remote.present)
-        setEndpoint(fields.remote, item, Side::Remote);
-    setEndpoint(fields.local, item, Side::Local);
+        setEndpoint(fields.remote, item, Side::Remote, nullptr);
+    setEndpoint(fields.local, item, Side::Local, nullptr);
 }
 
 void LsofFetcher::parseAddressAndPort(const QString& text, LsofItem& item, const QString& side)
 {
     const Endpoint endpoint = splitEndpoint(text);
     if (side == u"local" || side == u"remote") {
-        setEndpoint(endpoint, item, side == u"local" ? Side::Local : Side::Remote);
+        setEndpoint(endpoint, item, side == u"local" ? Side::Local : Side::Remote, nullptr);
         return;
     }
     // Any other side names its keys by the "%@Address", "%@Port", "%@PortNumber" rule.
@@ -426,14 +464,14 @@ void LsofFetcher::parseAddressAndPort(const QString& text, LsofItem& item, const
 }
 
 void LsofFetcher::markListed(LsofItem& item, qsizetype index, bool reused, bool fresh, qint8 status,
-                             QStringView line) const
+                             QStringView line, const QString& text) const
 {
     item.m_passMark = m_parseMark;
-    item.m_passIndex = index;
+    item.m_passIndex = qint32(index);
     item.m_passReused = reused;
     item.m_passFresh = fresh;
     item.m_passStatus = status;
-    item.m_passLine = line;
+    item.m_passLineStart = line.data() - text.constData();
 }
 
 void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
@@ -454,7 +492,7 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         // The parser compared the states while it had them at hand.
         if (!m_previous.isEmpty())
             item.setStatus(item.m_passReused ? item.m_passStatus : 1);
-        item.m_previousIndex = i;
+        item.m_previousIndex = qint32(i);
     }
     m_openPrevious = items;
     LsofItemList closed;
@@ -568,7 +606,7 @@ void LsofFetcher::updateIdentifierMap(const LsofItemList& closed)
     for (const LsofItemPtr& item : closed)
         m_identifierMap.removeItem(item);
     for (const LsofItemPtr& item : std::as_const(m_freshItems))
-        m_identifierMap.insert(item->m_identifier, item);
+        m_identifierMap.insert(item);
 }
 
 namespace {

@@ -4,6 +4,7 @@
 #include "identifiermap.h"
 #include "lsofitem.h"
 #include "snapshotsource.h"
+#include "textpool.h"
 
 #include <QHash>
 #include <QString>
@@ -102,7 +103,7 @@ public:
 
 private:
     void markListed(LsofItem& item, qsizetype index, bool reused, bool fresh, qint8 status,
-                    QStringView line) const;
+                    QStringView line, const QString& text) const;
     // Brings the identifier map from the previous snapshot to `items`, the new one, after a
     // detection that followed the parse of `items`.
     void updateIdentifierMap(const LsofItemList& closed);
@@ -126,6 +127,7 @@ private:
     // objects the parse made, in order. Read by the detection that follows.
     std::vector<qsizetype> m_foundAt;
     LsofItemList m_freshItems;
-    QString m_identifierBuffer;
+    QList<QString> m_identifierBuffers;
+    TextPool m_texts;
     ChangeReporting* m_reporter = nullptr;
 };

@@ -174,19 +174,19 @@ private:
     qint32 m_status = 0;
 
     // Bookkeeping of the parse that last listed this item, read by the change detection that
-    // follows it on the same thread: which parse, where in its result, whether the item stood
-    // for a connection already known, whether it was made by that parse, the status the parse
-    // found for it, and (during the parse only) the line it came from.
+    // follows it on the same thread: the status the parse found for it, whether it stood for
+    // a connection already known, whether the parse made it, which parse, where in its result,
+    // where the item stands in the previous snapshot (kept by change detection for the next
+    // parse), and (during the parse only) where its line starts in lsof's text.
     friend class LsofFetcher;
+    friend class IdentifierMap;
     qint8 m_passStatus = 0;
     bool m_passReused = false;
     bool m_passFresh = false;
     quint64 m_passMark = 0;
-    qsizetype m_passIndex = -1;
-    QStringView m_passLine;
-    // Where the item stands in the previous snapshot (without its closed items), which
-    // change detection keeps for the next parse.
-    qsizetype m_previousIndex = -1;
+    qint32 m_passIndex = -1;
+    qint32 m_previousIndex = -1;
+    qsizetype m_passLineStart = -1;
 
     QString m_state;
     QString m_oldState;

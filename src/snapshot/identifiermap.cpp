@@ -1,0 +1,139 @@
+#include "identifiermap.h"
+
+#include <QHashFunctions>
+#include <QHashSeed>
+
+#include <bit>
+#include <optional>
+
+void IdentifierMap::clear()
+{
+    m_slots.clear();
+    m_size = 0;
+    m_removed = 0;
+}
+
+void IdentifierMap::reserve(qsizetype size)
+{
+    if (size * 2 > qsizetype(m_slots.size()))
+        grow(size);
+}
+
+size_t IdentifierMap::hashOf(QStringView identifier)
+{
+    const size_t hash = qHash(identifier, QHashSeed::globalSeed());
+    return hash <= kRemoved ? hash + 2 : hash;
+}
+
+QStringView IdentifierMap::identifierOf(const LsofItem& item)
+{
+    // Set before an item is listed here and never changed after: no lock needed to read it.
+    return item.m_identifier;
+}
+
+size_t IdentifierMap::slotFor(QStringView identifier, size_t hash) const
+{
+    const size_t mask = m_slots.size() - 1;
+    size_t index = hash & mask;
+    std::optional<size_t> firstRemoved;
+    for (;; index = (index + 1) & mask) {
+        const Slot& slot = m_slots[index];
+        if (slot.hash == kEmpty)
+            return firstRemoved.value_or(index);
+        if (slot.hash == kRemoved) {
+            if (!firstRemoved)
+                firstRemoved = index;
+        } else if (slot.hash == hash && identifierOf(*slot.item) == identifier) {
+            return index;
+        }
+    }
+}
+
+void IdentifierMap::prefetchSlot(size_t hash) const
+{
+    if (!m_slots.empty())
+        __builtin_prefetch(&m_slots[hash & (m_slots.size() - 1)]);
+}
+
+void IdentifierMap::prefetchItem(size_t hash) const
+{
+    if (m_slots.empty())
+        return;
+    const Slot& slot = m_slots[hash & (m_slots.size() - 1)];
+    if (slot.hash != hash)
+        return;
+    // The object's first lines: its state and where its identifier's characters are.
+    __builtin_prefetch(slot.item.get());
+    __builtin_prefetch(reinterpret_cast<const char*>(slot.item.get()) + 64);
+}
+
+void IdentifierMap::prefetchIdentifier(size_t hash) const
+{
+    if (m_slots.empty())
+        return;
+    const Slot& slot = m_slots[hash & (m_slots.size() - 1)];
+    if (slot.hash == hash)
+        __builtin_prefetch(slot.item->m_identifier.constData());
+}
+
+const LsofItemPtr* IdentifierMap::find(QStringView identifier, size_t hash) const
+{
+    if (m_size == 0)
+        return nullptr;
+    const Slot& slot = m_slots[slotFor(identifier, hash)];
+    return slot.hash == hash ? &slot.item : nullptr;
+}
+
+LsofItemPtr IdentifierMap::value(QStringView identifier) const
+{
+    const LsofItemPtr* item = find(identifier);
+    return item ? *item : LsofItemPtr();
+}
+
+void IdentifierMap::insert(const LsofItemPtr& item)
+{
+    // At most half the slots in use (emptied ones counting): probes stay short.
+    if ((m_size + m_removed + 1) * 2 > qsizetype(m_slots.size()))
+        grow(m_size + 1);
+    const QStringView identifier = identifierOf(*item);
+    const size_t hash = hashOf(identifier);
+    Slot& slot = m_slots[slotFor(identifier, hash)];
+    if (slot.hash != hash) {
+        if (slot.hash == kRemoved)
+            --m_removed;
+        ++m_size;
+        slot.hash = hash;
+    }
+    slot.item = item;
+}
+
+void IdentifierMap::removeItem(const LsofItemPtr& item)
+{
+    if (m_size == 0)
+        return;
+    const QStringView identifier = identifierOf(*item);
+    const size_t hash = hashOf(identifier);
+    Slot& slot = m_slots[slotFor(identifier, hash)];
+    if (slot.hash != hash || slot.item != item)
+        return;
+    slot.hash = kRemoved;
+    slot.item.reset();
+    --m_size;
+    ++m_removed;
+}
+
+void IdentifierMap::grow(qsizetype needed)
+{
+    const size_t capacity = std::bit_ceil(size_t(std::max<qsizetype>(needed, 8)) * 2);
+    std::vector<Slot> old = std::exchange(m_slots, std::vector<Slot>(capacity));
+    m_removed = 0;
+    const size_t mask = capacity - 1;
+    for (Slot& slot : old) {
+        if (slot.hash <= kRemoved)
+            continue;
+        size_t index = slot.hash & mask;
+        while (m_slots[index].hash != kEmpty)
+            index = (index + 1) & mask;
+        m_slots[index] = std::move(slot);
+    }
+}
