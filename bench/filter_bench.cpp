@@ -44,6 +44,15 @@ LsofItemList generatedItems(qsizetype count)
     return items;
 }
 
+// Items per second and, like the parser's benchmarks, time per row.
+void perRow(benchmark::State& state)
+{
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+    state.counters["per_row"] =
+        benchmark::Counter(double(state.range(0)), benchmark::Counter::kIsIterationInvariantRate |
+                                                       benchmark::Counter::kInvert);
+}
+
 void runFilter(benchmark::State& state, const ItemFilter& filter)
 {
     const LsofItemList items = generatedItems(state.range(0));
@@ -54,7 +63,7 @@ void runFilter(benchmark::State& state, const ItemFilter& filter)
         benchmark::DoNotOptimize(result.constData());
     }
     state.counters["kept"] = double(kept);
-    state.SetItemsProcessed(state.iterations() * state.range(0));
+    perRow(state);
 }
 
 // A refresh with the same search: rows keep the text and verdict of the pass before.
@@ -78,7 +87,7 @@ void keywordFilterNewPattern(benchmark::State& state)
         filter.searchText = patterns[pass++ % patterns.size()];
         benchmark::DoNotOptimize(filter.filterItems(items).constData());
     }
-    state.SetItemsProcessed(state.iterations() * state.range(0));
+    perRow(state);
 }
 
 // Rows never seen: every pass assembles every row's text (the columns are swapped between
@@ -97,7 +106,7 @@ void keywordFilterCold(benchmark::State& state)
         filter.keywordKeys = layouts[pass++ % layouts.size()];
         benchmark::DoNotOptimize(filter.filterItems(items).constData());
     }
-    state.SetItemsProcessed(state.iterations() * state.range(0));
+    perRow(state);
 }
 
 void expressionFilter(benchmark::State& state)
