@@ -101,14 +101,13 @@ std::optional<quint32> PortServiceMap::rowKey(QStringView port, QStringView prot
     return std::nullopt;
 }
 
-std::optional<PortServiceMap::Service> PortServiceMap::lookup(QStringView port,
-                                                              QStringView protocol) const
+const PortServiceMap::Service* PortServiceMap::lookup(QStringView port, QStringView protocol) const
 {
     const auto key = rowKey(port, protocol);
     if (!key)
-        return std::nullopt;
+        return nullptr;
     if (const auto it = m_table.constFind(*key); it != m_table.cend())
-        return *it;
+        return &*it;
     std::call_once(m_fallbackLoaded, [this] {
         if (!m_fallback)
             return;
@@ -119,8 +118,8 @@ std::optional<PortServiceMap::Service> PortServiceMap::lookup(QStringView port,
         }
     });
     if (const auto it = m_fallbackRows.constFind(*key); it != m_fallbackRows.cend())
-        return *it;
-    return std::nullopt;
+        return &*it;
+    return nullptr;
 }
 
 QString PortServiceMap::nameForPort(QStringView port, QStringView protocol) const

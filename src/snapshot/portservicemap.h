@@ -46,7 +46,8 @@ private:
     // Rows are keyed by port and the protocol's index in m_protocols, so a look-up (tens of
     // thousands per refresh, more when the table sorts by service) allocates nothing.
     std::optional<quint32> rowKey(QStringView port, QStringView protocol) const;
-    std::optional<Service> lookup(QStringView port, QStringView protocol) const;
+    // Null when the port has no row. Rows never move once loaded.
+    const Service* lookup(QStringView port, QStringView protocol) const;
 
     QStringList m_protocols; // lower case; fixed after construction
     QHash<quint32, Service> m_table;
