@@ -154,6 +154,12 @@ void BM_SortByState(benchmark::State& state)
     sortPasses(state, LsofItem::Key::state);
 }
 
+// Text that is nearly unique per row.
+void BM_SortByRemoteAddress(benchmark::State& state)
+{
+    sortPasses(state, LsofItem::Key::remoteAddress);
+}
+
 } // namespace
 
 BENCHMARK(BM_ModelReset)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
@@ -162,6 +168,11 @@ BENCHMARK(BM_StatusOnlyRefresh)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchm
 BENCHMARK(BM_SortByApplication)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SortByPid)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_SortByState)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SortByRemoteAddress)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond);
 
 int main(int argc, char** argv)
 {

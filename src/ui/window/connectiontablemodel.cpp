@@ -5,6 +5,7 @@
 #include <QDir>
 
 #include <algorithm>
+#include <numeric>
 
 using namespace Qt::StringLiterals;
 
@@ -92,7 +93,9 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
 
 ConnectionTableModel::RowSignature ConnectionTableModel::signatureOf(const LsofItem& item)
 {
-    return {item.status(), item.state(), item.remoteHostname()};
+    // The cache alone: asking for every row would queue a look-up per address of the whole
+    // snapshot. Painted rows ask for theirs, and a name that has landed since shows here.
+    return {item.status(), item.state(), item.cachedRemoteHostname()};
 }
 
 void ConnectionTableModel::setColors(const Colors& colors)
@@ -130,32 +133,62 @@ QColor ConnectionTableModel::legibleTextColor(const QColor& text, const QColor& 
 
 void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOrder order)
 {
-    if (column < 0 || column >= itemColumns().size())
+    if (column < 0 || column >= itemColumns().size() || items.size() < 2)
         return;
     const ItemColumn& spec = itemColumns().at(column);
     // Keys are read once per item: reading a field takes the item's lock, and the derived
-    // names may be computed on first use.
+    // names are computed on each read. Texts become ranks, so the sort itself moves small
+    // plain pairs and compares integers.
     struct Keyed {
-        qint64 number;
-        QString text;
-        LsofItemPtr item;
+        qint64 key;
+        qint32 index;
     };
-    std::vector<Keyed> keyed;
-    keyed.reserve(items.size());
-    for (const auto& item : items) {
-        if (spec.numeric)
-            keyed.push_back({item->value(spec.sortKey).toLongLong(), {}, item});
-        else
-            keyed.push_back({0, item->text(spec.sortKey).toCaseFolded(), item});
+    std::vector<Keyed> keyed(size_t(items.size()));
+    if (spec.numeric) {
+        for (qsizetype i = 0; i < items.size(); ++i)
+            keyed[size_t(i)] = {items.at(i)->value(spec.sortKey).toLongLong(), qint32(i)};
+    } else {
+        // Most text columns hold few distinct values (names, states, protocols): each is
+        // compared with the others once, not once per row.
+        QHash<QString, qint32> ids;
+        std::vector<QString> distinct;
+        for (qsizetype i = 0; i < items.size(); ++i) {
+            // Host names from the cache only: asking for every row would queue a look-up for
+            // each address in the snapshot.
+            const LsofItem& item = *items.at(i);
+            QString text =
+                (spec.sortKey == LsofItem::Key::remoteHostname ? item.cachedRemoteHostname()
+                                                               : item.text(spec.sortKey))
+                    .toCaseFolded();
+            auto found = ids.constFind(text);
+            if (found == ids.cend()) {
+                found = ids.insert(text, qint32(distinct.size()));
+                distinct.push_back(std::move(text));
+            }
+            keyed[size_t(i)] = {*found, qint32(i)};
+        }
+        std::vector<qint32> byText(distinct.size());
+        std::iota(byText.begin(), byText.end(), 0);
+        std::sort(byText.begin(), byText.end(),
+                  [&](qint32 a, qint32 b) { return distinct[size_t(a)] < distinct[size_t(b)]; });
+        std::vector<qint64> rank(distinct.size());
+        for (size_t r = 0; r < byText.size(); ++r)
+            rank[size_t(byText[r])] = qint64(r);
+        for (Keyed& entry : keyed)
+            entry.key = rank[size_t(entry.key)];
     }
-    const bool ascending = order == Qt::AscendingOrder;
-    std::stable_sort(keyed.begin(), keyed.end(), [&](const Keyed& a, const Keyed& b) {
-        const Keyed& l = ascending ? a : b;
-        const Keyed& r = ascending ? b : a;
-        return spec.numeric ? l.number < r.number : l.text < r.text;
-    });
-    for (qsizetype i = 0; i < items.size(); ++i)
-        items[i] = std::move(keyed[i].item);
+    if (order == Qt::AscendingOrder) {
+        std::stable_sort(keyed.begin(), keyed.end(),
+                         [](const Keyed& a, const Keyed& b) { return a.key < b.key; });
+    } else {
+        std::stable_sort(keyed.begin(), keyed.end(),
+                         [](const Keyed& a, const Keyed& b) { return b.key < a.key; });
+    }
+    LsofItemList sorted;
+    sorted.reserve(items.size());
+    for (const Keyed& entry : keyed)
+        sorted.append(items.at(entry.index));
+    items = std::move(sorted);
 }
 
 int ConnectionTableModel::rowCount(const QModelIndex& parent) const
