@@ -148,22 +148,23 @@ void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOr
         for (qsizetype i = 0; i < items.size(); ++i)
             keyed[size_t(i)] = {items.at(i)->value(spec.sortKey).toLongLong(), qint32(i)};
     } else {
+        // Host names from the cache only: asking for every row would queue a look-up for
+        // each address in the snapshot.
+        const auto textOf = [&](qsizetype i) {
+            const LsofItem& item = *items.at(i);
+            return spec.sortKey == LsofItem::Key::remoteHostname ? item.cachedRemoteHostname()
+                                                                 : item.text(spec.sortKey);
+        };
         // Most text columns hold few distinct values (names, states, protocols): each is
-        // compared with the others once, not once per row.
+        // case-folded and compared with the others once, not once per row.
         QHash<QString, qint32> ids;
         std::vector<QString> distinct;
         for (qsizetype i = 0; i < items.size(); ++i) {
-            // Host names from the cache only: asking for every row would queue a look-up for
-            // each address in the snapshot.
-            const LsofItem& item = *items.at(i);
-            QString text =
-                (spec.sortKey == LsofItem::Key::remoteHostname ? item.cachedRemoteHostname()
-                                                               : item.text(spec.sortKey))
-                    .toCaseFolded();
+            const QString text = textOf(i);
             auto found = ids.constFind(text);
             if (found == ids.cend()) {
                 found = ids.insert(text, qint32(distinct.size()));
-                distinct.push_back(std::move(text));
+                distinct.push_back(text.toCaseFolded());
             }
             keyed[size_t(i)] = {*found, qint32(i)};
         }
@@ -171,9 +172,14 @@ void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOr
         std::iota(byText.begin(), byText.end(), 0);
         std::sort(byText.begin(), byText.end(),
                   [&](qint32 a, qint32 b) { return distinct[size_t(a)] < distinct[size_t(b)]; });
+        // Texts equal but for case share a rank, so they keep their snapshot order.
         std::vector<qint64> rank(distinct.size());
-        for (size_t r = 0; r < byText.size(); ++r)
-            rank[size_t(byText[r])] = qint64(r);
+        qint64 next = -1;
+        for (size_t r = 0; r < byText.size(); ++r) {
+            if (r == 0 || distinct[size_t(byText[r - 1])] != distinct[size_t(byText[r])])
+                ++next;
+            rank[size_t(byText[r])] = next;
+        }
         for (Keyed& entry : keyed)
             entry.key = rank[size_t(entry.key)];
     }
