@@ -107,6 +107,9 @@ void CVWindowController::buildTable()
     m_table = new ConnectionTableView(this);
     m_table->setModel(m_model);
     m_table->setItemDelegate(new TextCell(m_table));
+    // After a reset the view lays itself out on a zero timer, after the first repaint, and
+    // then paints everything again: once, at once, is enough.
+    connect(m_model, &QAbstractItemModel::modelReset, m_table, &QAbstractItemView::doItemsLayout);
     m_table->setItemDelegateForColumn(ConnectionTableModel::applicationColumn(),
                                       new ImageAndTextCell(m_table));
     setCentralWidget(m_table);
