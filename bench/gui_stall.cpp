@@ -255,12 +255,11 @@ int main(int argc, char* argv[])
             cpu.push_back(timed.cpuMs);
         }
 
-        // Same objects again, one row in twenty with a new status and state.
+        // Same objects again, one row in twenty with a new status.
         LsofItemList shown = window.originalItems();
         for (qsizetype i = 0; i < shown.size(); i += 20) {
             const LsofItemPtr& item = shown.at(i);
             item->setStatus(item->status() == 2 ? 0 : 2);
-            item->setState(item->state() == u"CLOSE_WAIT"_s ? u"ESTABLISHED"_s : u"CLOSE_WAIT"_s);
         }
         window.reloadTableViewData();
         int resets = 0;
