@@ -233,6 +233,39 @@ TEST(ConnectionTableModel, RefreshingAndSortingStartNoHostNameLookUps)
     EXPECT_FALSE(resolver.cache().objectForKey(address).isValid());
 }
 
+TEST(ConnectionTableModel, RepaintsAShownRowWhenItsHostNameLands)
+{
+    // The one address whose name the hosts file answers without DNS on most machines.
+    const QString address = u"127.0.0.1"_s;
+    HostnameResolver::setEnabled(true);
+    HostnameResolver& resolver = HostnameResolver::sharedResolver();
+    if (resolver.cache().objectForKey(address).isValid())
+        GTEST_SKIP() << "the name is known already";
+    ItemSpec spec{u"curl"_s, u"7"_s};
+    spec.remoteAddress = address;
+    spec.remotePort = u"8080"_s;
+    spec.state = u"ESTABLISHED"_s;
+    const LsofItemList items{makeItem({u"sshd"_s, u"1"_s}), makeItem(spec), makeItem(spec)};
+    ConnectionTableModel model;
+    model.setItems(items);
+    const int host = columnOf(LsofItem::Key::remoteHostname);
+    EXPECT_EQ(model.index(1, host).data().toString(), QString()) << "asked, not known yet";
+    ASSERT_TRUE(resolver.waitForIdle(10000));
+    const QString name = resolver.cache().objectForKey(address).toString();
+    if (name.isEmpty())
+        GTEST_SKIP() << "no name for " << address.toStdString() << " on this machine";
+
+    // Row 1 showed the empty name; row 2 was never shown and is painted fresh when it is.
+    QSignalSpy changes(&model, &QAbstractItemModel::dataChanged);
+    model.setItems(items);
+    ASSERT_EQ(changes.size(), 1);
+    EXPECT_EQ(changes.at(0).at(0).toModelIndex().row(), 1);
+    EXPECT_EQ(changes.at(0).at(1).toModelIndex().row(), 1);
+    EXPECT_EQ(model.index(1, host).data().toString(), name);
+    model.setItems(items);
+    EXPECT_EQ(changes.size(), 1) << "the new name is shown now";
+}
+
 TEST(ConnectionTableModel, ExposesDisplayTextAndRawSortValue)
 {
     ConnectionTableModel model;

@@ -63,27 +63,37 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
     if (sameRows) {
         // Only what can change on a kept connection is compared: repainting every visible
         // row on each quiet refresh costs more than the rest of the refresh together.
+        std::vector<bool> changed(size_t(m_items.size()));
+        for (int row = 0; row < int(m_items.size()); ++row) {
+            RowSignature now = signatureOf(*m_items.at(row));
+            if (now != m_signatures.at(row)) {
+                m_signatures[row] = std::move(now);
+                changed[size_t(row)] = true;
+            }
+        }
+        for (auto shown = m_shownHostnames.begin(); shown != m_shownHostnames.end(); ++shown) {
+            QString name = m_items.at(shown.key())->cachedRemoteHostname();
+            if (name != shown.value()) {
+                shown.value() = std::move(name);
+                changed[size_t(shown.key())] = true;
+            }
+        }
         const int lastColumn = columnCount() - 1;
-        int first = -1;
-        for (int row = 0; row <= int(m_items.size()); ++row) {
-            bool changed = false;
-            if (row < m_items.size()) {
-                RowSignature now = signatureOf(*m_items.at(row));
-                changed = now != m_signatures.at(row);
-                if (changed)
-                    m_signatures[row] = std::move(now);
+        for (int row = 0; row < int(changed.size());) {
+            if (!changed[size_t(row)]) {
+                ++row;
+                continue;
             }
-            if (changed && first < 0) {
-                first = row;
-            } else if (!changed && first >= 0) {
-                Q_EMIT dataChanged(index(first, 0), index(row - 1, lastColumn));
-                first = -1;
-            }
+            const int first = row;
+            while (row < int(changed.size()) && changed[size_t(row)])
+                ++row;
+            Q_EMIT dataChanged(index(first, 0), index(row - 1, lastColumn));
         }
         return;
     }
     beginResetModel();
     m_items = items;
+    m_shownHostnames.clear();
     m_signatures.clear();
     m_signatures.reserve(m_items.size());
     for (const LsofItemPtr& item : m_items)
@@ -93,9 +103,7 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
 
 ConnectionTableModel::RowSignature ConnectionTableModel::signatureOf(const LsofItem& item)
 {
-    // The cache alone: asking for every row would queue a look-up per address of the whole
-    // snapshot. Painted rows ask for theirs, and a name that has landed since shows here.
-    return {item.status(), item.state(), item.cachedRemoteHostname()};
+    return {item.status(), item.state()};
 }
 
 void ConnectionTableModel::setColors(const Colors& colors)
@@ -215,6 +223,13 @@ QVariant ConnectionTableModel::data(const QModelIndex& index, int role) const
     const ItemColumn& column = itemColumns().at(index.column());
     switch (role) {
     case Qt::DisplayRole:
+        if (column.key == LsofItem::Key::remoteHostname) {
+            // Asking may start a look-up; the answer is looked for at the next refresh.
+            QString name = item.text(column.key);
+            m_shownHostnames.insert(index.row(), name);
+            return name;
+        }
+        return item.text(column.key);
     case Qt::ToolTipRole:
         return item.text(column.key);
     case RawValueRole:
