@@ -15,6 +15,7 @@
 #include "prefs/prefkeys.h"
 #include "prefs/userdefaults.h"
 #include "snapshot/hostnameresolver.h"
+#include "snapshot/itemcolumns.h"
 #include "snapshot/lsoffetcher.h"
 #include "ui/window/connectiontablemodel.h"
 #include "ui/window/connectiontableview.h"
@@ -163,7 +164,7 @@ std::optional<Options> parseOptions(const QStringList& arguments)
             options.rows = value;
         else if (name == u"--passes"_s && value > 0)
             options.passes = value;
-        else if (name == u"--sort"_s && value >= -1)
+        else if (name == u"--sort"_s && value >= -1 && value < itemColumns().size())
             options.sortColumn = value;
         else
             return std::nullopt;
