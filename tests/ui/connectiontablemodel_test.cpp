@@ -1,6 +1,7 @@
 #include "ui/window/connectiontablemodel.h"
 #include "uitestsupport.h"
 
+#include "snapshot/hostnameresolver.h"
 #include "snapshot/itemcolumns.h"
 
 #include <QAbstractItemModelTester>
@@ -162,6 +163,107 @@ TEST(ConnectionTableModel, SortsNumbersAsNumbersAndTextIgnoringCase)
     LsofItemList unsorted = items;
     ConnectionTableModel::sortItems(unsorted, -1, Qt::AscendingOrder);
     EXPECT_EQ(unsorted, items);
+}
+
+TEST(ConnectionTableModel, SortAgreesWithComparingRawValuesOnEveryColumn)
+{
+    // Many equal values per column, so ties and their order count.
+    static const QStringList apps{u"Zeta"_s, u"alpha"_s, u"Alpha"_s, u"beta"_s, u"\u00e9clair"_s};
+    static const QStringList states{u"ESTABLISHED"_s, u"LISTEN"_s, u"CLOSE_WAIT"_s, QString()};
+    LsofItemList items;
+    for (int i = 0; i < 60; ++i) {
+        ItemSpec spec{apps.at(i % apps.size()), QString::number(1000 - (i * 37) % 23)};
+        spec.localPort = i % 7 == 0 ? u"*"_s : QString::number((i * 7919) % 600);
+        if (i % 3 != 0) {
+            spec.remoteAddress = u"10.0.%1.%2"_s.arg(i % 4).arg(i % 9);
+            spec.remotePort = QString::number(i % 5 == 0 ? 80 : 443);
+        }
+        spec.state = states.at(i % states.size());
+        items.append(makeItem(spec));
+    }
+    for (int col = 0; col < itemColumns().size(); ++col) {
+        const ItemColumn& spec = itemColumns().at(col);
+        if (spec.sortKey == LsofItem::Key::remoteHostname)
+            continue; // host names depend on DNS
+        for (Qt::SortOrder order : {Qt::AscendingOrder, Qt::DescendingOrder}) {
+            LsofItemList expected = items;
+            std::stable_sort(expected.begin(), expected.end(), [&](const auto& a, const auto& b) {
+                const auto& l = order == Qt::AscendingOrder ? a : b;
+                const auto& r = order == Qt::AscendingOrder ? b : a;
+                if (spec.numeric)
+                    return l->value(spec.sortKey).toLongLong() <
+                           r->value(spec.sortKey).toLongLong();
+                return l->text(spec.sortKey).toCaseFolded() < r->text(spec.sortKey).toCaseFolded();
+            });
+            LsofItemList sorted = items;
+            ConnectionTableModel::sortItems(sorted, col, order);
+            EXPECT_EQ(sorted, expected)
+                << "column " << spec.title.toStdString() << " order " << int(order);
+        }
+    }
+    // The caller's other copies of the list are left as they were.
+    const LsofItemList before = items;
+    LsofItemList shared = items;
+    ConnectionTableModel::sortItems(shared, 0, Qt::AscendingOrder);
+    EXPECT_EQ(items, before);
+}
+
+TEST(ConnectionTableModel, RefreshingAndSortingStartNoHostNameLookUps)
+{
+    // An address no other test uses. Only a painted cell may ask DNS for its name; resets,
+    // quiet refreshes and sorting read the cache. Any look-up, answered or failed, would
+    // leave an entry in the cache.
+    const QString address = u"198.51.100.213"_s;
+    HostnameResolver::setEnabled(true);
+    ItemSpec spec{u"curl"_s, u"4242"_s};
+    spec.remoteAddress = address;
+    spec.remotePort = u"443"_s;
+    spec.state = u"ESTABLISHED"_s;
+    LsofItemList items{makeItem(spec), makeItem({u"sshd"_s, u"1"_s})};
+
+    ConnectionTableModel model;
+    model.setItems(items);
+    items.at(0)->setStatus(2);
+    model.setItems(items);
+    ConnectionTableModel::sortItems(items, columnOf(LsofItem::Key::remoteHostname),
+                                    Qt::AscendingOrder);
+
+    HostnameResolver& resolver = HostnameResolver::sharedResolver();
+    ASSERT_TRUE(resolver.waitForIdle(30000)) << "look-ups still running";
+    EXPECT_FALSE(resolver.cache().objectForKey(address).isValid());
+}
+
+TEST(ConnectionTableModel, RepaintsAShownRowWhenItsHostNameLands)
+{
+    // The one address whose name the hosts file answers without DNS on most machines.
+    const QString address = u"127.0.0.1"_s;
+    HostnameResolver::setEnabled(true);
+    HostnameResolver& resolver = HostnameResolver::sharedResolver();
+    if (resolver.cache().objectForKey(address).isValid())
+        GTEST_SKIP() << "the name is known already";
+    ItemSpec spec{u"curl"_s, u"7"_s};
+    spec.remoteAddress = address;
+    spec.remotePort = u"8080"_s;
+    spec.state = u"ESTABLISHED"_s;
+    const LsofItemList items{makeItem({u"sshd"_s, u"1"_s}), makeItem(spec), makeItem(spec)};
+    ConnectionTableModel model;
+    model.setItems(items);
+    const int host = columnOf(LsofItem::Key::remoteHostname);
+    EXPECT_EQ(model.index(1, host).data().toString(), QString()) << "asked, not known yet";
+    ASSERT_TRUE(resolver.waitForIdle(10000));
+    const QString name = resolver.cache().objectForKey(address).toString();
+    if (name.isEmpty())
+        GTEST_SKIP() << "no name for " << address.toStdString() << " on this machine";
+
+    // Row 1 showed the empty name; row 2 was never shown and is painted fresh when it is.
+    QSignalSpy changes(&model, &QAbstractItemModel::dataChanged);
+    model.setItems(items);
+    ASSERT_EQ(changes.size(), 1);
+    EXPECT_EQ(changes.at(0).at(0).toModelIndex().row(), 1);
+    EXPECT_EQ(changes.at(0).at(1).toModelIndex().row(), 1);
+    EXPECT_EQ(model.index(1, host).data().toString(), name);
+    model.setItems(items);
+    EXPECT_EQ(changes.size(), 1) << "the new name is shown now";
 }
 
 TEST(ConnectionTableModel, ExposesDisplayTextAndRawSortValue)

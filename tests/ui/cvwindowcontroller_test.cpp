@@ -18,6 +18,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -146,11 +147,33 @@ TEST_F(WindowTest, KeepsTheSelectedConnectionsAcrossSnapshots)
     source.deliver({a, c, d});
     EXPECT_TRUE(window->selectedItems().isEmpty());
 
+    // Several at once, handed over in any order.
+    window->selectItems({d, a});
+    window->reloadTableViewData();
+    source.deliver({c, d, a});
+    EXPECT_EQ(window->tableView()->selectedRowNumbers(), (QList<int>{1, 2}));
+
     // An equal connection in a new object is another connection.
     window->selectItems({a});
     window->reloadTableViewData();
     source.deliver({tcp(u"a"_s, u"1"_s), c, d});
     EXPECT_TRUE(window->selectedItems().isEmpty());
+}
+
+TEST_F(WindowTest, ANewSnapshotIsLaidOutBeforeTheFirstRepaint)
+{
+    auto window = makeWindow();
+    window->resize(800, 400);
+    window->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+    LsofItemList items;
+    for (int i = 0; i < 300; ++i)
+        items.append(tcp(u"app"_s, QString::number(i + 1)));
+    window->reloadTableViewData();
+    source.deliver(items);
+    // No event processed yet: the scroll range already covers the rows, so the repaint that
+    // follows is the only one.
+    EXPECT_GT(window->tableView()->verticalScrollBar()->maximum(), 0);
 }
 
 TEST_F(WindowTest, SelectionUnderAFilterMapsThroughTheFullSnapshot)

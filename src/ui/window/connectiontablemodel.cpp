@@ -5,6 +5,7 @@
 #include <QDir>
 
 #include <algorithm>
+#include <numeric>
 
 using namespace Qt::StringLiterals;
 
@@ -62,27 +63,37 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
     if (sameRows) {
         // Only what can change on a kept connection is compared: repainting every visible
         // row on each quiet refresh costs more than the rest of the refresh together.
+        std::vector<bool> changed(size_t(m_items.size()));
+        for (int row = 0; row < int(m_items.size()); ++row) {
+            RowSignature now = signatureOf(*m_items.at(row));
+            if (now != m_signatures.at(row)) {
+                m_signatures[row] = std::move(now);
+                changed[size_t(row)] = true;
+            }
+        }
+        for (auto shown = m_shownHostnames.begin(); shown != m_shownHostnames.end(); ++shown) {
+            QString name = m_items.at(shown.key())->cachedRemoteHostname();
+            if (name != shown.value()) {
+                shown.value() = std::move(name);
+                changed[size_t(shown.key())] = true;
+            }
+        }
         const int lastColumn = columnCount() - 1;
-        int first = -1;
-        for (int row = 0; row <= int(m_items.size()); ++row) {
-            bool changed = false;
-            if (row < m_items.size()) {
-                RowSignature now = signatureOf(*m_items.at(row));
-                changed = now != m_signatures.at(row);
-                if (changed)
-                    m_signatures[row] = std::move(now);
+        for (int row = 0; row < int(changed.size());) {
+            if (!changed[size_t(row)]) {
+                ++row;
+                continue;
             }
-            if (changed && first < 0) {
-                first = row;
-            } else if (!changed && first >= 0) {
-                Q_EMIT dataChanged(index(first, 0), index(row - 1, lastColumn));
-                first = -1;
-            }
+            const int first = row;
+            while (row < int(changed.size()) && changed[size_t(row)])
+                ++row;
+            Q_EMIT dataChanged(index(first, 0), index(row - 1, lastColumn));
         }
         return;
     }
     beginResetModel();
     m_items = items;
+    m_shownHostnames.clear();
     m_signatures.clear();
     m_signatures.reserve(m_items.size());
     for (const LsofItemPtr& item : m_items)
@@ -92,7 +103,7 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
 
 ConnectionTableModel::RowSignature ConnectionTableModel::signatureOf(const LsofItem& item)
 {
-    return {item.status(), item.state(), item.remoteHostname()};
+    return {item.status(), item.state()};
 }
 
 void ConnectionTableModel::setColors(const Colors& colors)
@@ -130,32 +141,68 @@ QColor ConnectionTableModel::legibleTextColor(const QColor& text, const QColor& 
 
 void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOrder order)
 {
-    if (column < 0 || column >= itemColumns().size())
+    if (column < 0 || column >= itemColumns().size() || items.size() < 2)
         return;
     const ItemColumn& spec = itemColumns().at(column);
     // Keys are read once per item: reading a field takes the item's lock, and the derived
-    // names may be computed on first use.
+    // names are computed on each read. Texts become ranks, so the sort itself moves small
+    // plain pairs and compares integers.
     struct Keyed {
-        qint64 number;
-        QString text;
-        LsofItemPtr item;
+        qint64 key;
+        qint32 index;
     };
-    std::vector<Keyed> keyed;
-    keyed.reserve(items.size());
-    for (const auto& item : items) {
-        if (spec.numeric)
-            keyed.push_back({item->value(spec.sortKey).toLongLong(), {}, item});
-        else
-            keyed.push_back({0, item->text(spec.sortKey).toCaseFolded(), item});
+    std::vector<Keyed> keyed(size_t(items.size()));
+    if (spec.numeric) {
+        for (qsizetype i = 0; i < items.size(); ++i)
+            keyed[size_t(i)] = {items.at(i)->value(spec.sortKey).toLongLong(), qint32(i)};
+    } else {
+        // Host names from the cache only: asking for every row would queue a look-up for
+        // each address in the snapshot.
+        const auto textOf = [&](qsizetype i) {
+            const LsofItem& item = *items.at(i);
+            return spec.sortKey == LsofItem::Key::remoteHostname ? item.cachedRemoteHostname()
+                                                                 : item.text(spec.sortKey);
+        };
+        // Most text columns hold few distinct values (names, states, protocols): each is
+        // case-folded and compared with the others once, not once per row.
+        QHash<QString, qint32> ids;
+        std::vector<QString> distinct;
+        for (qsizetype i = 0; i < items.size(); ++i) {
+            const QString text = textOf(i);
+            auto found = ids.constFind(text);
+            if (found == ids.cend()) {
+                found = ids.insert(text, qint32(distinct.size()));
+                distinct.push_back(text.toCaseFolded());
+            }
+            keyed[size_t(i)] = {*found, qint32(i)};
+        }
+        std::vector<qint32> byText(distinct.size());
+        std::iota(byText.begin(), byText.end(), 0);
+        std::sort(byText.begin(), byText.end(),
+                  [&](qint32 a, qint32 b) { return distinct[size_t(a)] < distinct[size_t(b)]; });
+        // Texts equal but for case share a rank, so they keep their snapshot order.
+        std::vector<qint64> rank(distinct.size());
+        qint64 next = -1;
+        for (size_t r = 0; r < byText.size(); ++r) {
+            if (r == 0 || distinct[size_t(byText[r - 1])] != distinct[size_t(byText[r])])
+                ++next;
+            rank[size_t(byText[r])] = next;
+        }
+        for (Keyed& entry : keyed)
+            entry.key = rank[size_t(entry.key)];
     }
-    const bool ascending = order == Qt::AscendingOrder;
-    std::stable_sort(keyed.begin(), keyed.end(), [&](const Keyed& a, const Keyed& b) {
-        const Keyed& l = ascending ? a : b;
-        const Keyed& r = ascending ? b : a;
-        return spec.numeric ? l.number < r.number : l.text < r.text;
-    });
-    for (qsizetype i = 0; i < items.size(); ++i)
-        items[i] = std::move(keyed[i].item);
+    if (order == Qt::AscendingOrder) {
+        std::stable_sort(keyed.begin(), keyed.end(),
+                         [](const Keyed& a, const Keyed& b) { return a.key < b.key; });
+    } else {
+        std::stable_sort(keyed.begin(), keyed.end(),
+                         [](const Keyed& a, const Keyed& b) { return b.key < a.key; });
+    }
+    LsofItemList sorted;
+    sorted.reserve(items.size());
+    for (const Keyed& entry : keyed)
+        sorted.append(items.at(entry.index));
+    items = std::move(sorted);
 }
 
 int ConnectionTableModel::rowCount(const QModelIndex& parent) const
@@ -176,6 +223,13 @@ QVariant ConnectionTableModel::data(const QModelIndex& index, int role) const
     const ItemColumn& column = itemColumns().at(index.column());
     switch (role) {
     case Qt::DisplayRole:
+        if (column.key == LsofItem::Key::remoteHostname) {
+            // Asking may start a look-up; the answer is looked for at the next refresh.
+            QString name = item.text(column.key);
+            m_shownHostnames.insert(index.row(), name);
+            return name;
+        }
+        return item.text(column.key);
     case Qt::ToolTipRole:
         return item.text(column.key);
     case RawValueRole:

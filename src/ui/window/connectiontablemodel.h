@@ -58,11 +58,11 @@ public:
                         int role = Qt::DisplayRole) const override;
 
 private:
-    // The parts of a row that change while its connection stays open.
+    // The parts of a row that change while its connection stays open. Host names are not
+    // among them: only rows whose name was shown are checked for one that has landed.
     struct RowSignature {
         qint32 status = 0;
         QString state;
-        QString remoteHostname;
         friend bool operator==(const RowSignature&, const RowSignature&) = default;
     };
     static RowSignature signatureOf(const LsofItem& item);
@@ -70,6 +70,8 @@ private:
 
     LsofItemList m_items;
     QList<RowSignature> m_signatures;
+    // Row -> the host name its cell showed, since the rows were last replaced.
+    mutable QHash<int, QString> m_shownHostnames;
     Colors m_colors;
     mutable QHash<QString, QIcon> m_iconCache;
 };

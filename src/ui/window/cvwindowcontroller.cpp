@@ -14,6 +14,7 @@
 #include "searchfield.h"
 #include "segmentedcontrol.h"
 #include "tablecolumnsmenu.h"
+#include "textcell.h"
 #include "toolbarstate.h"
 #include "ui/app/cvshowipinfocontroller.h"
 
@@ -26,6 +27,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QSet>
 #include <QStatusBar>
 #include <QTimer>
 #include <QToolBar>
@@ -104,6 +106,10 @@ void CVWindowController::buildTable()
     m_model = new ConnectionTableModel(this);
     m_table = new ConnectionTableView(this);
     m_table->setModel(m_model);
+    m_table->setItemDelegate(new TextCell(m_table));
+    // After a reset the view lays itself out on a zero timer, after the first repaint, and
+    // then paints everything again: once, at once, is enough.
+    connect(m_model, &QAbstractItemModel::modelReset, m_table, &QAbstractItemView::doItemsLayout);
     m_table->setItemDelegateForColumn(ConnectionTableModel::applicationColumn(),
                                       new ImageAndTextCell(m_table));
     setCentralWidget(m_table);
@@ -350,15 +356,16 @@ LsofItemList CVWindowController::selectedItems() const
 
 void CVWindowController::selectItems(const LsofItemList& items)
 {
-    QHash<const LsofItem*, int> positions;
-    positions.reserve(m_originalItems.size());
-    for (int i = 0; i < m_originalItems.size(); ++i)
-        positions.insert(m_originalItems.at(i).get(), i);
+    // One pass over the snapshot looking for the few wanted objects, rather than an index of
+    // every row built on each refresh.
+    QSet<const LsofItem*> wanted;
+    wanted.reserve(items.size());
+    for (const LsofItemPtr& item : items)
+        wanted.insert(item.get());
     QList<int> rows;
-    for (const LsofItemPtr& item : items) {
-        const auto found = positions.constFind(item.get());
-        if (found != positions.cend())
-            rows.append(*found);
+    for (int i = 0; i < m_originalItems.size() && rows.size() < wanted.size(); ++i) {
+        if (wanted.contains(m_originalItems.at(i).get()))
+            rows.append(i);
     }
     m_table->selectRowNumbers(rows);
 }

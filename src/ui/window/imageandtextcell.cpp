@@ -31,7 +31,7 @@ void ImageAndTextCell::paint(QPainter* painter, const QStyleOptionViewItem& opti
 {
     const QIcon icon = index.data(Qt::DecorationRole).value<QIcon>();
     if (icon.isNull()) {
-        QStyledItemDelegate::paint(painter, option, index);
+        TextCell::paint(painter, option, index);
         return;
     }
 
@@ -54,7 +54,7 @@ void ImageAndTextCell::paint(QPainter* painter, const QStyleOptionViewItem& opti
 
     QStyleOptionViewItem text = option;
     text.rect = textRect(option.rect);
-    QStyledItemDelegate::paint(painter, text, index);
+    TextCell::paint(painter, text, index);
 }
 
 void ImageAndTextCell::initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const
@@ -79,5 +79,5 @@ bool ImageAndTextCell::helpEvent(QHelpEvent* event, QAbstractItemView* view,
             return true;
         }
     }
-    return QStyledItemDelegate::helpEvent(event, view, option, index);
+    return TextCell::helpEvent(event, view, option, index);
 }

@@ -1,13 +1,13 @@
 #pragma once
 
-#include <QStyledItemDelegate>
+#include "textcell.h"
 
 // Cell of the application column: the process icon in a square at the left, the name beside.
 // The square follows the row height, whatever the icon's own size.
-class ImageAndTextCell final : public QStyledItemDelegate {
+class ImageAndTextCell final : public TextCell {
     Q_OBJECT
 public:
-    using QStyledItemDelegate::QStyledItemDelegate;
+    using TextCell::TextCell;
     Q_DISABLE_COPY_MOVE(ImageAndTextCell)
 
     // For a cell of height h: a (h - 2)-square, 4 to the right of and 1 below the cell's corner.

@@ -1,0 +1,93 @@
+#include "textcell.h"
+
+#include <QApplication>
+#include <QFontMetrics>
+#include <QPainter>
+#include <QStyle>
+
+const QStaticText& TextCell::laidOut(const QString& text, int width, const QFont& font,
+                                     Qt::TextElideMode elide) const
+{
+    if (font != m_font) {
+        m_texts.clear();
+        m_font = font;
+    }
+    Key key{text, width, elide};
+    auto found = m_texts.constFind(key);
+    if (found != m_texts.cend())
+        return *found;
+    if (m_texts.size() >= kCachedTexts)
+        m_texts.clear();
+    const QFontMetrics metrics(font);
+    const QString shown = metrics.horizontalAdvance(text) > width && elide != Qt::ElideNone
+                              ? metrics.elidedText(text, elide, width)
+                              : text;
+    QStaticText laid(shown);
+    laid.setTextFormat(Qt::PlainText);
+    laid.setPerformanceHint(QStaticText::AggressiveCaching);
+    laid.prepare(QTransform(), font);
+    return *m_texts.insert(std::move(key), std::move(laid));
+}
+
+void TextCell::paint(QPainter* painter, const QStyleOptionViewItem& option,
+                     const QModelIndex& index) const
+{
+    QStyleOptionViewItem item = option;
+    initStyleOption(&item, index);
+    const QWidget* widget = item.widget;
+    QStyle* style = widget ? widget->style() : QApplication::style();
+    constexpr auto kOwnFeatures =
+        QStyleOptionViewItem::HasDisplay | QStyleOptionViewItem::Alternate;
+    if ((item.features & ~kOwnFeatures) || (item.state & QStyle::State_Editing) ||
+        item.text.contains(u'\n') || item.text.contains(QChar::LineSeparator) ||
+        style->inherits("QStyleSheetStyle")) {
+        QStyledItemDelegate::paint(painter, option, index);
+        return;
+    }
+
+    painter->save();
+    painter->setClipRect(item.rect);
+    style->drawPrimitive(QStyle::PE_PanelItemViewItem, &item, painter, widget);
+
+    if (!item.text.isEmpty()) {
+        QPalette::ColorGroup group =
+            item.state & QStyle::State_Enabled ? QPalette::Normal : QPalette::Disabled;
+        if (group == QPalette::Normal && !(item.state & QStyle::State_Active))
+            group = QPalette::Inactive;
+        painter->setPen(item.palette.color(group, item.state & QStyle::State_Selected
+                                                      ? QPalette::HighlightedText
+                                                      : QPalette::Text));
+        painter->setFont(item.font);
+        const int margin = style->pixelMetric(QStyle::PM_FocusFrameHMargin, nullptr, widget) + 1;
+        const QRect area = item.rect.adjusted(margin, 0, -margin, 0);
+        const QStaticText& text = laidOut(item.text, area.width(), item.font, item.textElideMode);
+        // Across, the text sits where a layout as wide as the cell would put it: at a
+        // fraction of a pixel, as the standard cell does.
+        const QSizeF size = text.size();
+        QPointF at = QStyle::alignedRect(item.direction, item.displayAlignment, size.toSize(), area)
+                         .topLeft();
+        const Qt::Alignment across =
+            QStyle::visualAlignment(item.direction, item.displayAlignment) &
+            Qt::AlignHorizontal_Mask;
+        if (across & Qt::AlignRight)
+            at.setX(area.left() + area.width() - size.width());
+        else if (across & Qt::AlignHCenter)
+            at.setX(area.left() + (area.width() - size.width()) / 2);
+        else
+            at.setX(area.left());
+        painter->drawStaticText(at, text);
+    }
+
+    if (item.state & QStyle::State_HasFocus) {
+        QStyleOptionFocusRect focus;
+        focus.QStyleOption::operator=(item);
+        focus.rect = style->subElementRect(QStyle::SE_ItemViewItemFocusRect, &item, widget);
+        focus.state |= QStyle::State_KeyboardFocusChange | QStyle::State_Item;
+        const QPalette::ColorGroup group =
+            item.state & QStyle::State_Enabled ? QPalette::Normal : QPalette::Disabled;
+        focus.backgroundColor = item.palette.color(
+            group, item.state & QStyle::State_Selected ? QPalette::Highlight : QPalette::Window);
+        style->drawPrimitive(QStyle::PE_FrameFocusRect, &focus, painter, widget);
+    }
+    painter->restore();
+}

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QFont>
+#include <QHash>
+#include <QStaticText>
+#include <QStyledItemDelegate>
+
+// A table cell of one line of text, drawn like the style's own item but from laid-out text
+// kept between paints. A refresh repaints every visible cell, and shaping each text again
+// was most of that repaint; the same texts (names, states, ports) come back row after row
+// and refresh after refresh. Cells with a check box, an icon or several lines, and styles
+// set by style sheets, are left to the standard delegate.
+class TextCell : public QStyledItemDelegate {
+    Q_OBJECT
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+    Q_DISABLE_COPY_MOVE(TextCell)
+
+    void paint(QPainter* painter, const QStyleOptionViewItem& option,
+               const QModelIndex& index) const override;
+
+    // Laid-out texts kept at most; beyond that the store starts again.
+    static constexpr qsizetype kCachedTexts = 8192;
+    qsizetype cachedTexts() const { return m_texts.size(); }
+
+private:
+    struct Key {
+        QString text;
+        int width;
+        Qt::TextElideMode elide;
+        friend bool operator==(const Key&, const Key&) = default;
+        friend size_t qHash(const Key& key, size_t seed = 0)
+        {
+            return qHashMulti(seed, key.text, key.width, int(key.elide));
+        }
+    };
+    // The text as it fits `width`, elided if it must be, laid out in `font`.
+    const QStaticText& laidOut(const QString& text, int width, const QFont& font,
+                               Qt::TextElideMode elide) const;
+
+    mutable QFont m_font;
+    mutable QHash<Key, QStaticText> m_texts;
+};
