@@ -157,11 +157,22 @@ void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOr
             keyed[size_t(i)] = {items.at(i)->value(spec.sortKey).toLongLong(), qint32(i)};
     } else {
         // Host names from the cache only: asking for every row would queue a look-up for
-        // each address in the snapshot.
+        // each address in the snapshot. Names that come from the process are asked once per
+        // process: a process has many sockets, and one that has gone would be searched for in
+        // /proc for each of them.
+        const bool perProcess = spec.sortKey == LsofItem::Key::localizedAppName ||
+                                spec.sortKey == LsofItem::Key::processPath;
+        QHash<QString, QString> byProcess;
         const auto textOf = [&](qsizetype i) {
             const LsofItem& item = *items.at(i);
-            return spec.sortKey == LsofItem::Key::remoteHostname ? item.cachedRemoteHostname()
-                                                                 : item.text(spec.sortKey);
+            if (spec.sortKey == LsofItem::Key::remoteHostname)
+                return item.cachedRemoteHostname();
+            if (!perProcess)
+                return item.text(spec.sortKey);
+            auto known = byProcess.constFind(item.processId());
+            if (known == byProcess.cend())
+                known = byProcess.insert(item.processId(), item.text(spec.sortKey));
+            return *known;
         };
         // Most text columns hold few distinct values (names, states, protocols): each is
         // case-folded and compared with the others once, not once per row.
