@@ -164,12 +164,13 @@ QString ItemMatcher::keywordText(const LsofItem& item, LsofItem::Key key) const
     switch (key) {
     case LsofItem::Key::processPath:
     case LsofItem::Key::localizedAppName: {
-        // Asked once per process and pass: a process has many sockets, and a process that has
+        // Asked once per process (its id and command name, which is what a process without a
+        // record is named by) and pass: a process has many sockets, and a process that has
         // gone would otherwise be searched for in /proc for each of them.
-        auto names = m_processNames.constFind(item.processId());
+        const std::pair process{item.processId(), item.processName()};
+        auto names = m_processNames.constFind(process);
         if (names == m_processNames.cend())
-            names = m_processNames.insert(item.processId(),
-                                          {item.processPath(), item.localizedAppName()});
+            names = m_processNames.insert(process, {item.processPath(), item.localizedAppName()});
         return key == LsofItem::Key::processPath ? names->path : names->appName;
     }
     default:

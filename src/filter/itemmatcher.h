@@ -53,7 +53,7 @@ private:
     quint64 m_textStamp = 0;
     quint64 m_patternStamp = 0;
     quint64 m_hostnameGeneration = 0;
-    // Per pass, by process id; and the longest text assembled so far.
-    mutable QHash<QString, ProcessNames> m_processNames;
+    // Per pass, by process id and command name; and the longest text assembled so far.
+    mutable QHash<std::pair<QString, QString>, ProcessNames> m_processNames;
     mutable qsizetype m_joinedCapacity = 0;
 };

@@ -158,20 +158,22 @@ void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOr
     } else {
         // Host names from the cache only: asking for every row would queue a look-up for
         // each address in the snapshot. Names that come from the process are asked once per
-        // process: a process has many sockets, and one that has gone would be searched for in
-        // /proc for each of them.
+        // process (its id and command name, which is what a process without a record is
+        // named by): a process has many sockets, and one that has gone would be searched for
+        // in /proc for each of them.
         const bool perProcess = spec.sortKey == LsofItem::Key::localizedAppName ||
                                 spec.sortKey == LsofItem::Key::processPath;
-        QHash<QString, QString> byProcess;
+        QHash<std::pair<QString, QString>, QString> byProcess;
         const auto textOf = [&](qsizetype i) {
             const LsofItem& item = *items.at(i);
             if (spec.sortKey == LsofItem::Key::remoteHostname)
                 return item.cachedRemoteHostname();
             if (!perProcess)
                 return item.text(spec.sortKey);
-            auto known = byProcess.constFind(item.processId());
+            const std::pair process{item.processId(), item.processName()};
+            auto known = byProcess.constFind(process);
             if (known == byProcess.cend())
-                known = byProcess.insert(item.processId(), item.text(spec.sortKey));
+                known = byProcess.insert(process, item.text(spec.sortKey));
             return *known;
         };
         // Most text columns hold few distinct values (names, states, protocols): each is
