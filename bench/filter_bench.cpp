@@ -19,8 +19,10 @@ LsofItemList generatedItems(qsizetype count)
     items.reserve(count);
     for (qsizetype i = 0; i < count; ++i) {
         auto item = std::make_shared<LsofItem>();
-        item->setProcessName(names[i % names.size()]);
-        item->setProcessId(QString::number(1000 + i % 977));
+        // 977 processes, each with its one name.
+        const qsizetype process = i % 977;
+        item->setProcessName(names[process % names.size()]);
+        item->setProcessId(QString::number(1000 + process));
         item->setUser(i % 5 == 0 ? u"root"_s : u"anna"_s);
         const bool udp = i % 4 == 3;
         item->setProtocol(udp ? u"UDP"_s : u"TCP"_s);
