@@ -72,8 +72,14 @@ void IdentifierMap::prefetchIdentifier(size_t hash) const
     if (m_slots.empty())
         return;
     const Slot& slot = m_slots[hash & (m_slots.size() - 1)];
-    if (slot.hash == hash)
-        __builtin_prefetch(slot.item->m_identifier.constData());
+    if (slot.hash != hash)
+        return;
+    // All of it: an identifier runs over two or three cache lines, and comparing reads them all.
+    const QString& identifier = slot.item->m_identifier;
+    const char* const begin = reinterpret_cast<const char*>(identifier.constData());
+    const char* const end = begin + identifier.size() * qsizetype(sizeof(QChar));
+    for (const char* line = begin; line < end; line += 64)
+        __builtin_prefetch(line);
 }
 
 const LsofItemPtr* IdentifierMap::find(QStringView identifier, size_t hash) const

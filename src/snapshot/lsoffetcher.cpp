@@ -474,6 +474,12 @@ void LsofFetcher::markListed(LsofItem& item, qsizetype index, bool reused, bool 
     item.m_passLineStart = line.data() - text.constData();
 }
 
+namespace {
+
+constexpr qsizetype kDetectionLookahead = 8;
+
+} // namespace
+
 void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
 {
     if (items.isEmpty())
@@ -484,6 +490,10 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
     bool fromParse = items.size() == m_parseResultSize;
     m_parseResultSize = -1;
     for (qsizetype i = 0; fromParse && i < items.size(); ++i) {
+        // The items lie all over the heap: ask for the ones a few steps ahead while this one
+        // is marked, or a big snapshot waits on memory once per item.
+        if (i + kDetectionLookahead < items.size())
+            __builtin_prefetch(items[i + kDetectionLookahead].get());
         LsofItem& item = *items[i];
         if (item.m_passMark != m_parseMark || item.m_passIndex != i) {
             fromParse = false;
