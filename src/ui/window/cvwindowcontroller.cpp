@@ -32,6 +32,8 @@
 #include <QTimer>
 #include <QToolBar>
 
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -713,7 +715,9 @@ void CVWindowController::updateStatusBar()
         m_roadLabel->setText(tr("lsof through the user script"));
         break;
     case SnapshotSource::Road::Direct:
-        m_roadLabel->setText(tr("lsof run directly: your own processes only"));
+        // Run by root, lsof sees every process's sockets without any helper.
+        m_roadLabel->setText(geteuid() == 0 ? tr("lsof run directly: all processes")
+                                            : tr("lsof run directly: your own processes only"));
         break;
     case SnapshotSource::Road::None:
         m_roadLabel->clear();
