@@ -582,7 +582,12 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
             LsofItemList placed;
             placed.reserve(length);
             for (qsizetype i = 0; i < originals; ++i) {
-                placed.append(gaps[i]);
+                // Copying an item's pointer writes to its count, which sits before the object.
+                if (i + kDetectionLookahead < originals)
+                    __builtin_prefetch(
+                        reinterpret_cast<const char*>(items[i + kDetectionLookahead].get()) - 16);
+                if (!gaps[i].isEmpty())
+                    placed.append(gaps[i]);
                 placed.append(items[i]);
             }
             placed.append(gaps[originals]);
