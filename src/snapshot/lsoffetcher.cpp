@@ -582,10 +582,9 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
             LsofItemList placed;
             placed.reserve(length);
             for (qsizetype i = 0; i < originals; ++i) {
-                // Copying an item's pointer writes to its count, which sits before the object.
+                // Copying an item's pointer writes to its count, which sits with the object.
                 if (i + kDetectionLookahead < originals)
-                    __builtin_prefetch(
-                        reinterpret_cast<const char*>(items[i + kDetectionLookahead].get()) - 16);
+                    __builtin_prefetch(items[i + kDetectionLookahead].get());
                 if (!gaps[i].isEmpty())
                     placed.append(gaps[i]);
                 placed.append(items[i]);
