@@ -9,6 +9,7 @@
 #include <QThread>
 
 #include <array>
+#include <numeric>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -325,24 +326,26 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         return result;
     const Cuts cuts(*found);
 
-    // Closed items have had their one extra pass: what remains is the list the last
-    // detection started from. The map and the items' places in that list are kept up to date
-    // by change detection; they are built again only after a detection that could not follow.
-    if (m_closedInPrevious > 0)
-        m_previous = m_openPrevious;
-    m_closedInPrevious = 0;
+    // Closed items have had their one extra pass: from here on the previous snapshot is the
+    // stored list's open items, which m_openAt lists. (Copying them out would touch every
+    // item of a big snapshot.) The map and the items' places among the open ones are kept up
+    // to date by change detection; they are built again only after a detection that could not
+    // follow.
+    m_closedDropped = true;
     if (m_mapStale) {
         m_previous.removeIf([](const LsofItemPtr& item) { return item->status() == 3; });
+        m_openAt.resize(size_t(m_previous.size()));
         m_identifierMap.clear();
         m_identifierMap.reserve(m_previous.size());
         for (qsizetype i = 0; i < m_previous.size(); ++i) {
             m_previous[i]->identifier(); // made now if it was not yet
             m_identifierMap.insert(m_previous[i]);
             m_previous[i]->m_previousIndex = qint32(i);
+            m_openAt[size_t(i)] = qint32(i);
         }
         m_mapStale = false;
     }
-    m_foundAt.assign(size_t(m_previous.size()), -1);
+    m_foundAt.assign(m_openAt.size(), -1);
     m_freshItems.clear();
 
     const quint64 mark = ++m_parseMark;
@@ -487,6 +490,13 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
 
     // A list the last parse returned, untouched, is matched through the marks the parse left:
     // one pass over the items instead of a look-up for each. The marks serve one detection.
+    // The previous snapshot: after a parse, the stored list's open items; otherwise all of it.
+    const qsizetype previousCount =
+        m_closedDropped ? qsizetype(m_openAt.size()) : m_previous.size();
+    const auto previousAt = [&](qsizetype p) -> const LsofItemPtr& {
+        return m_previous[m_closedDropped ? m_openAt[size_t(p)] : p];
+    };
+
     bool fromParse = items.size() == m_parseResultSize;
     m_parseResultSize = -1;
     for (qsizetype i = 0; fromParse && i < items.size(); ++i) {
@@ -500,13 +510,14 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
             break;
         }
         // The parser compared the states while it had them at hand.
-        if (!m_previous.isEmpty())
+        if (previousCount > 0)
             item.setStatus(item.m_passReused ? item.m_passStatus : 1);
         item.m_previousIndex = qint32(i);
     }
-    m_openPrevious = items;
     LsofItemList closed;
-    if (!m_previous.isEmpty()) {
+    std::vector<qint32> openAt(size_t(items.size()));
+    std::iota(openAt.begin(), openAt.end(), 0);
+    if (previousCount > 0) {
         for (qsizetype i = 0; !fromParse && i < items.size(); ++i) {
             LsofItem& item = *items[i];
             if (!m_identifierMap.contains(item.identifier())) {
@@ -533,7 +544,7 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         const auto positionOf = [&](qsizetype previous) -> qsizetype {
             if (fromParse)
                 return m_foundAt[size_t(previous)];
-            return originalIndex.value(m_previous[previous].get(), -1);
+            return originalIndex.value(previousAt(previous).get(), -1);
         };
 
         GapCounter inserted(originals + 1);
@@ -544,13 +555,13 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         // Current position of the first item of gap g (gap g precedes original item g).
         const auto gapStart = [&](qsizetype g) { return g + (g > 0 ? inserted.prefix(g - 1) : 0); };
 
-        for (qsizetype p = 0; p < m_previous.size(); ++p) {
+        for (qsizetype p = 0; p < previousCount; ++p) {
             const qsizetype found = positionOf(p);
             if (found >= 0) {
                 lastFound = found + inserted.prefix(found);
                 continue;
             }
-            const LsofItemPtr& before = m_previous[p];
+            const LsofItemPtr& before = previousAt(p);
             if (gaps.empty())
                 gaps.resize(size_t(originals + 1));
             ++closedCount;
@@ -579,17 +590,21 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         }
 
         if (closedCount > 0) {
+            // The pointers move out of the parser's list when nobody else holds it: copying
+            // them would write to every item's count, and so would freeing that list.
+            const bool own = items.isDetached();
             LsofItemList placed;
             placed.reserve(length);
             for (qsizetype i = 0; i < originals; ++i) {
-                // Copying an item's pointer writes to its count, which sits with the object.
-                if (i + kDetectionLookahead < originals)
-                    __builtin_prefetch(items[i + kDetectionLookahead].get());
-                if (!gaps[i].isEmpty())
-                    placed.append(gaps[i]);
-                placed.append(items[i]);
+                if (!gaps[size_t(i)].isEmpty())
+                    placed.append(gaps[size_t(i)]);
+                openAt[size_t(i)] = qint32(placed.size());
+                if (own)
+                    placed.append(std::move(items[i]));
+                else
+                    placed.append(items.at(i));
             }
-            placed.append(gaps[originals]);
+            placed.append(gaps[size_t(originals)]);
             items = std::move(placed);
         }
     }
@@ -608,7 +623,19 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
             m_reporter->notifyChangedItems(items);
     }
     m_previous = items;
-    m_closedInPrevious = fromParse ? closed.size() : 0;
+    m_openAt = std::move(openAt);
+    m_closedDropped = false;
+}
+
+LsofItemList LsofFetcher::previousSnapshot() const
+{
+    if (!m_closedDropped || qsizetype(m_openAt.size()) == m_previous.size())
+        return m_previous;
+    LsofItemList open;
+    open.reserve(qsizetype(m_openAt.size()));
+    for (const qint32 at : m_openAt)
+        open.append(m_previous[at]);
+    return open;
 }
 
 void LsofFetcher::updateIdentifierMap(const LsofItemList& closed)

@@ -98,7 +98,9 @@ public:
     void setReporter(ChangeReporting* reporter) { m_reporter = reporter; }
     ChangeReporting* reporter() const { return m_reporter; }
 
-    const LsofItemList& previousSnapshot() const { return m_previous; }
+    // After change detection: the list it gave, closed items included. After a parse: the
+    // same without them.
+    LsofItemList previousSnapshot() const;
     const IdentifierMap& identifierMap() const { return m_identifierMap; }
 
 private:
@@ -120,9 +122,10 @@ private:
     // The map no longer follows the previous snapshot (after a detection on a list the last
     // parse did not return); the next parse builds it again.
     bool m_mapStale = false;
-    // The previous snapshot without its closed items, which the next parse starts from.
-    LsofItemList m_openPrevious;
-    qsizetype m_closedInPrevious = 0;
+    // Where the open items of m_previous stand in it, in order: the previous snapshot once a
+    // parse has begun (m_closedDropped), when the closed items are no longer part of it.
+    std::vector<qint32> m_openAt;
+    bool m_closedDropped = false;
     // Per item of the previous snapshot, where the parse listed it (-1: not listed); and the
     // objects the parse made, in order. Read by the detection that follows.
     std::vector<qsizetype> m_foundAt;
