@@ -82,7 +82,7 @@ TEST(TextCell, PaintsLikeTheStandardDelegate)
     }
 }
 
-TEST(TextCell, KeepsOneLayoutPerTextAndWidthAndStartsAgainWhenFull)
+TEST(TextCell, KeepsOneLayoutPerTextAndWidthWithinItsBound)
 {
     TextCell cell;
     const Cell a{"a", u"LISTEN"_s};

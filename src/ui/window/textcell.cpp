@@ -10,14 +10,22 @@ const QStaticText& TextCell::laidOut(const QString& text, int width, const QFont
 {
     if (font != m_font) {
         m_texts.clear();
+        m_olderTexts.clear();
         m_font = font;
     }
     Key key{text, width, elide};
     auto found = m_texts.constFind(key);
     if (found != m_texts.cend())
         return *found;
-    if (m_texts.size() >= kCachedTexts)
-        m_texts.clear();
+    // Two generations: when the newer one is full it becomes the older, and what is still
+    // shown moves back as it is painted. Emptying one store at the limit instead made the
+    // next repaint lay out every visible cell again, a stall as long as the first paint's.
+    if (m_texts.size() >= kCachedTexts / 2) {
+        m_olderTexts = std::exchange(m_texts, {});
+    }
+    if (const auto older = m_olderTexts.constFind(key); older != m_olderTexts.cend())
+        return *m_texts.insert(std::move(key), *older);
+
     const QFontMetrics metrics(font);
     const QString shown = metrics.horizontalAdvance(text) > width && elide != Qt::ElideNone
                               ? metrics.elidedText(text, elide, width)

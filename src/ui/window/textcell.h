@@ -19,9 +19,9 @@ public:
     void paint(QPainter* painter, const QStyleOptionViewItem& option,
                const QModelIndex& index) const override;
 
-    // Laid-out texts kept at most; beyond that the store starts again.
+    // Laid-out texts kept at most, the recently painted ones first.
     static constexpr qsizetype kCachedTexts = 8192;
-    qsizetype cachedTexts() const { return m_texts.size(); }
+    qsizetype cachedTexts() const { return m_texts.size() + m_olderTexts.size(); }
 
 private:
     struct Key {
@@ -40,4 +40,5 @@ private:
 
     mutable QFont m_font;
     mutable QHash<Key, QStaticText> m_texts;
+    mutable QHash<Key, QStaticText> m_olderTexts;
 };
