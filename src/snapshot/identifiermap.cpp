@@ -55,27 +55,30 @@ void IdentifierMap::prefetchSlot(size_t hash) const
         __builtin_prefetch(&m_slots[hash & (m_slots.size() - 1)]);
 }
 
-void IdentifierMap::prefetchItem(size_t hash) const
+const IdentifierMap::Slot* IdentifierMap::homeSlot(size_t hash) const
 {
     if (m_slots.empty())
-        return;
+        return nullptr;
     const Slot& slot = m_slots[hash & (m_slots.size() - 1)];
-    if (slot.hash != hash)
-        return;
+    return slot.hash == hash ? &slot : nullptr;
+}
+
+void IdentifierMap::prefetchItem(size_t hash) const
+{
     // The object's first lines: its state and where its identifier's characters are.
-    __builtin_prefetch(slot.item.get());
-    __builtin_prefetch(reinterpret_cast<const char*>(slot.item.get()) + 64);
+    if (const Slot* slot = homeSlot(hash)) {
+        __builtin_prefetch(slot->item.get());
+        __builtin_prefetch(reinterpret_cast<const char*>(slot->item.get()) + 64);
+    }
 }
 
 void IdentifierMap::prefetchIdentifier(size_t hash) const
 {
-    if (m_slots.empty())
-        return;
-    const Slot& slot = m_slots[hash & (m_slots.size() - 1)];
-    if (slot.hash != hash)
+    const Slot* slot = homeSlot(hash);
+    if (!slot)
         return;
     // All of it: an identifier runs over two or three cache lines, and comparing reads them all.
-    const QString& identifier = slot.item->m_identifier;
+    const QString& identifier = slot->item->m_identifier;
     const char* const begin = reinterpret_cast<const char*>(identifier.constData());
     const char* const end = begin + identifier.size() * qsizetype(sizeof(QChar));
     for (const char* line = begin; line < end; line += 64)

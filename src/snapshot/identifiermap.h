@@ -47,6 +47,8 @@ private:
     };
 
     static QStringView identifierOf(const LsofItem& item);
+    // The slot a hash is placed in first, when it holds that hash (the usual case).
+    const Slot* homeSlot(size_t hash) const;
     // The slot holding `identifier`, or the empty slot where it would go.
     size_t slotFor(QStringView identifier, size_t hash) const;
     void grow(qsizetype needed);
