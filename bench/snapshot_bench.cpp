@@ -32,6 +32,21 @@ struct Snapshots {
     QString first, second;
 };
 
+// Parse and change detection as a refresh runs them, alternating the two snapshots after a
+// first pass that is not timed.
+void refreshes(benchmark::State& state, const Snapshots& snapshots, LsofFetcher& fetcher)
+{
+    LsofItemList items = fetcher.parseLsofResult(snapshots.first);
+    fetcher.processLsofItemsChanges(items);
+    bool second = true;
+    for (auto _ : state) {
+        items = fetcher.parseLsofResult(second ? snapshots.second : snapshots.first);
+        fetcher.processLsofItemsChanges(items);
+        second = !second;
+    }
+    perLine(state, int(state.range(0)));
+}
+
 // Parsing alone: a fresh service each time, so every line makes a new item.
 void BM_Parse(benchmark::State& state)
 {
@@ -48,15 +63,7 @@ void BM_ParseAndDetect(benchmark::State& state)
 {
     const Snapshots snapshots(int(state.range(0)));
     LsofFetcher fetcher;
-    LsofItemList items = fetcher.parseLsofResult(snapshots.first);
-    fetcher.processLsofItemsChanges(items);
-    bool second = true;
-    for (auto _ : state) {
-        items = fetcher.parseLsofResult(second ? snapshots.second : snapshots.first);
-        fetcher.processLsofItemsChanges(items);
-        second = !second;
-    }
-    perLine(state, int(state.range(0)));
+    refreshes(state, snapshots, fetcher);
 }
 
 // The same with the reporters on: console messages built, CSV rows written and flushed.
@@ -73,15 +80,7 @@ void BM_ParseDetectAndReport(benchmark::State& state)
     ChangeReporter reporter(prefs, log);
     LsofFetcher fetcher;
     fetcher.setReporter(&reporter);
-    LsofItemList items = fetcher.parseLsofResult(snapshots.first);
-    fetcher.processLsofItemsChanges(items);
-    bool second = true;
-    for (auto _ : state) {
-        items = fetcher.parseLsofResult(second ? snapshots.second : snapshots.first);
-        fetcher.processLsofItemsChanges(items);
-        second = !second;
-    }
-    perLine(state, int(state.range(0)));
+    refreshes(state, snapshots, fetcher);
 }
 
 } // namespace
