@@ -4,10 +4,9 @@
 // code units, U+FFFF ending a field and U+FFFE ending a line.
 
 #include "changes/chcsvwriter.h"
+#include "fuzzcheck.h"
 #include "fuzzinput.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
 #include <stdexcept>
 
@@ -16,14 +15,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using Lines = QList<QStringList>;
-
-void require(bool condition, const char* what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "invariant broken: %s\n", what);
-    std::abort();
-}
 
 bool isLineBreak(QChar c)
 {

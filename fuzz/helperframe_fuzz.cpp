@@ -2,25 +2,12 @@
 // each payload is decoded as a request (and, for the client's side, as a reply). A decoded
 // message encodes back to the very bytes it came from; nothing allocates past the frame limit.
 
+#include "fuzzcheck.h"
 #include "privileged/framedsocket.h"
 #include "privileged/helperprotocol.h"
 
-#include <cstdio>
-#include <cstdlib>
 #include <sys/socket.h>
 #include <unistd.h>
-
-namespace {
-
-void require(bool condition, const char* what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "invariant broken: %s\n", what);
-    std::abort();
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

@@ -1,21 +1,11 @@
 // Feeds a sequence of lsof outputs (separated by 0x01 bytes) through parsing and change
 // detection, checking each pass against a plain restatement of how closed items are placed.
 
+#include "fuzzcheck.h"
 #include "fuzzinput.h"
 #include "snapshot/lsoffetcher.h"
 
-#include <cstdio>
-#include <cstdlib>
-
 namespace {
-
-void require(bool condition, const char* what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "invariant broken: %s\n", what);
-    std::abort();
-}
 
 // Closed items of `previous` inserted one by one, each at (closed count so far + position of
 // the last previous item still present), or at the end when that is past it.

@@ -4,23 +4,9 @@
 
 #include "filter/filtertestitems.h"
 #include "filter/predicate.h"
-
-#include <cstdio>
-#include <cstdlib>
+#include "fuzzcheck.h"
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-void require(bool condition, const char* what)
-{
-    if (condition)
-        return;
-    std::fprintf(stderr, "invariant broken: %s\n", what);
-    std::abort();
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
