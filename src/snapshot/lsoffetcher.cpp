@@ -338,9 +338,9 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         m_identifierMap.clear();
         m_identifierMap.reserve(m_previous.size());
         for (qsizetype i = 0; i < m_previous.size(); ++i) {
-            m_previous[i]->identifier(); // made now if it was not yet
-            m_identifierMap.insert(m_previous[i]);
-            m_previous[i]->m_previousIndex = qint32(i);
+            m_previous.at(i)->identifier(); // made now if it was not yet
+            m_identifierMap.insert(m_previous.at(i));
+            m_previous.at(i)->m_previousIndex = qint32(i);
             m_openAt[size_t(i)] = qint32(i);
         }
         m_mapStale = false;
@@ -488,23 +488,23 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
     if (items.isEmpty())
         return;
 
-    // A list the last parse returned, untouched, is matched through the marks the parse left:
-    // one pass over the items instead of a look-up for each. The marks serve one detection.
     // The previous snapshot: after a parse, the stored list's open items; otherwise all of it.
     const qsizetype previousCount =
         m_closedDropped ? qsizetype(m_openAt.size()) : m_previous.size();
     const auto previousAt = [&](qsizetype p) -> const LsofItemPtr& {
-        return m_previous[m_closedDropped ? m_openAt[size_t(p)] : p];
+        return m_previous.at(m_closedDropped ? m_openAt[size_t(p)] : p);
     };
 
+    // A list the last parse returned, untouched, is matched through the marks the parse left:
+    // one pass over the items instead of a look-up for each. The marks serve one detection.
     bool fromParse = items.size() == m_parseResultSize;
     m_parseResultSize = -1;
     for (qsizetype i = 0; fromParse && i < items.size(); ++i) {
         // The items lie all over the heap: ask for the ones a few steps ahead while this one
         // is marked, or a big snapshot waits on memory once per item.
         if (i + kDetectionLookahead < items.size())
-            __builtin_prefetch(items[i + kDetectionLookahead].get());
-        LsofItem& item = *items[i];
+            __builtin_prefetch(items.at(i + kDetectionLookahead).get());
+        LsofItem& item = *items.at(i);
         if (item.m_passMark != m_parseMark || item.m_passIndex != i) {
             fromParse = false;
             break;
@@ -519,7 +519,7 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
     std::iota(openAt.begin(), openAt.end(), 0);
     if (previousCount > 0) {
         for (qsizetype i = 0; !fromParse && i < items.size(); ++i) {
-            LsofItem& item = *items[i];
+            LsofItem& item = *items.at(i);
             if (!m_identifierMap.contains(item.identifier())) {
                 item.setStatus(1);
                 continue;
@@ -539,7 +539,7 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         if (!fromParse) {
             originalIndex.reserve(originals);
             for (qsizetype i = originals - 1; i >= 0; --i)
-                originalIndex.insert(items[i].get(), i);
+                originalIndex.insert(items.at(i).get(), i);
         }
         const auto positionOf = [&](qsizetype previous) -> qsizetype {
             if (fromParse)
