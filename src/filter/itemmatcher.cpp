@@ -8,17 +8,23 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// A number of its own for every text asked about, stable for the whole run: what a search
-// cache on an item records to say which key list and which pattern it was made for.
+// A number of its own for every text asked about: what a search cache on an item records to
+// say which key list and which pattern it was made for. Numbers are never given twice, so
+// the table can start afresh when it is full (every typed prefix is a pattern); a text asked
+// again after that gets a new number, and the rows search it once more.
 quint64 stampFor(const QString& text)
 {
+    static constexpr qsizetype kKept = 4096;
     static QMutex lock;
     static QHash<QString, quint64> stamps;
+    static quint64 next = 1;
     QMutexLocker locker(&lock);
     const auto it = stamps.constFind(text);
     if (it != stamps.cend())
         return *it;
-    return *stamps.insert(text, quint64(stamps.size()) + 1);
+    if (stamps.size() >= kKept)
+        stamps.clear();
+    return *stamps.insert(text, next++);
 }
 
 } // namespace

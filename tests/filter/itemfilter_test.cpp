@@ -305,3 +305,18 @@ TEST(ItemFilter, HalfACharacterInAFieldIsSearchedSafely)
     EXPECT_EQ(idsOf(keyword(u"fire\\x{FFFD}fox,\\x{FFFD}sshd"_s).filterItems(items)),
               (std::set<QString>{u"1234"_s, u"1"_s}));
 }
+
+// Every typed prefix is a new pattern. Rows remember their verdict by a number given to each
+// pattern, and those numbers must stay apart after the filter has seen thousands of patterns.
+TEST(ItemFilter, VerdictsStayRightAfterThousandsOfPatterns)
+{
+    const LsofItemList items = fixtureItems();
+    for (int i = 0; i < 5000; ++i) {
+        // Each text is new; the second alternative never matches.
+        const bool sshd = i % 2;
+        const QString pattern = (sshd ? u"sshd|zz"_s : u"firefox|zz"_s) + QString::number(i);
+        ASSERT_EQ(idsOf(keyword(pattern).filterItems(items)),
+                  std::set<QString>{sshd ? u"1"_s : u"1234"_s})
+            << pattern.toStdString();
+    }
+}
