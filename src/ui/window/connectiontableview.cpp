@@ -1,5 +1,7 @@
 #include "connectiontableview.h"
 
+#include "cachedscrollbar.h"
+
 #include <QContextMenuEvent>
 #include <QHeaderView>
 #include <QItemSelection>
@@ -9,6 +11,8 @@
 
 ConnectionTableView::ConnectionTableView(QWidget* parent) : QTableView(parent)
 {
+    setVerticalScrollBar(new CachedScrollBar(Qt::Vertical, this));
+    setHorizontalScrollBar(new CachedScrollBar(Qt::Horizontal, this));
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setSelectionMode(QAbstractItemView::ExtendedSelection);
     setEditTriggers(QAbstractItemView::NoEditTriggers);
