@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QFontMetrics>
+#include <QImage>
 #include <QPainter>
 #include <QStyle>
 
@@ -26,15 +27,34 @@ const QStaticText& TextCell::laidOut(const QString& text, int width, const QFont
     if (const auto older = m_olderTexts.constFind(key); older != m_olderTexts.cend())
         return *m_texts.insert(std::move(key), *older);
 
-    const QFontMetrics metrics(font);
-    const QString shown = metrics.horizontalAdvance(text) > width && elide != Qt::ElideNone
-                              ? metrics.elidedText(text, elide, width)
-                              : text;
-    QStaticText laid(shown);
+    // Shaped once: the laid-out text knows its width, and only one too wide is shaped again.
+    QStaticText laid(text);
     laid.setTextFormat(Qt::PlainText);
     laid.setPerformanceHint(QStaticText::AggressiveCaching);
     laid.prepare(QTransform(), font);
+    if (elide != Qt::ElideNone && laid.size().width() > width) {
+        laid.setText(QFontMetrics(font).elidedText(text, elide, width));
+        laid.prepare(QTransform(), font);
+    }
     return *m_texts.insert(std::move(key), std::move(laid));
+}
+
+void TextCell::warmUp(const QFont& font)
+{
+    fprintf(stderr, "warm %s\n", qPrintable(font.toString()));
+    QString sample;
+    for (char16_t c = u' '; c < 0x7f; ++c)
+        sample.append(QChar(c));
+    // Glyph images are kept per format; window surfaces are one of these two.
+    for (const QImage::Format format :
+         {QImage::Format_ARGB32_Premultiplied, QImage::Format_RGB32}) {
+        QImage image(8, 8, format);
+        QPainter painter(&image);
+        painter.setFont(font);
+        // Glyphs are drawn at quarter-pixel offsets across, each kept apart.
+        for (const qreal x : {0.0, 0.25, 0.5, 0.75})
+            painter.drawText(QPointF(x, 4), sample);
+    }
 }
 
 void TextCell::paint(QPainter* painter, const QStyleOptionViewItem& option,

@@ -19,6 +19,10 @@ public:
     void paint(QPainter* painter, const QStyleOptionViewItem& option,
                const QModelIndex& index) const override;
 
+    // Loads `font` and draws the printable ASCII characters in it off screen, so that the first
+    // rows shown do not wait for the font to be opened and its glyphs to be rendered.
+    static void warmUp(const QFont& font);
+
     // Laid-out texts kept at most, the recently painted ones first.
     static constexpr qsizetype kCachedTexts = 8192;
     qsizetype cachedTexts() const { return m_texts.size() + m_olderTexts.size(); }
