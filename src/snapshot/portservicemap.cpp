@@ -101,13 +101,8 @@ std::optional<quint32> PortServiceMap::rowKey(QStringView port, QStringView prot
     return std::nullopt;
 }
 
-const PortServiceMap::Service* PortServiceMap::lookup(QStringView port, QStringView protocol) const
+void PortServiceMap::loadFallback() const
 {
-    const auto key = rowKey(port, protocol);
-    if (!key)
-        return nullptr;
-    if (const auto it = m_table.constFind(*key); it != m_table.cend())
-        return &*it;
     std::call_once(m_fallbackLoaded, [this] {
         if (!m_fallback)
             return;
@@ -117,6 +112,16 @@ const PortServiceMap::Service* PortServiceMap::lookup(QStringView port, QStringV
                 m_fallbackRows.insert(*rowAt, row.service);
         }
     });
+}
+
+const PortServiceMap::Service* PortServiceMap::lookup(QStringView port, QStringView protocol) const
+{
+    const auto key = rowKey(port, protocol);
+    if (!key)
+        return nullptr;
+    if (const auto it = m_table.constFind(*key); it != m_table.cend())
+        return &*it;
+    loadFallback();
     if (const auto it = m_fallbackRows.constFind(*key); it != m_fallbackRows.cend())
         return &*it;
     return nullptr;

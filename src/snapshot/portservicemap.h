@@ -38,6 +38,10 @@ public:
     // The system's services database, through getservent_r(3).
     static QList<Row> systemServices();
 
+    // Reads the secondary source now rather than at the first miss (a no-op once read), for
+    // callers that must not wait for it later.
+    void loadFallback() const;
+
     QString nameForPort(QStringView port, QStringView protocol) const;
     QString descriptionForPort(QStringView port, QStringView protocol) const;
     qsizetype count() const { return m_table.size(); }

@@ -13,6 +13,7 @@
 #include "savesearchdialog.h"
 #include "searchfield.h"
 #include "segmentedcontrol.h"
+#include "snapshot/portservicemap.h"
 #include "tablecolumnsmenu.h"
 #include "textcell.h"
 #include "toolbarstate.h"
@@ -86,6 +87,9 @@ CVWindowController::CVWindowController(SnapshotSource& source, CVPrefsHelper& pr
     restoreWindowState();
     userDefaultsChanged();
     toggleAutoRefresh();
+    // The first rows are drawn in the same pass as they arrive: what that paint would
+    // otherwise read first (the services database for port names) is read now.
+    PortServiceMap::sharedMap().loadFallback();
     // The helper's signal comes after it has dropped its cached colours.
     connect(&m_prefs, &CVPrefsHelper::defaultsChanged, this,
             &CVWindowController::userDefaultsChanged);
@@ -414,8 +418,10 @@ void CVWindowController::userDefaultsChanged()
     const int size = int(std::clamp<quint64>(m_prefs.listFontSize(), 6, 96));
     QFont font = m_table->font();
     font.setPixelSize(size);
-    if (m_table->font() != font)
+    if (m_table->font() != font) {
         m_table->setFont(font);
+        TextCell::warmUp(font);
+    }
     m_table->setRowHeight(size + 4);
     m_table->viewport()->update();
 }
