@@ -239,7 +239,7 @@ int main(int argc, char* argv[])
 
         if (!source.pending())
             window.reloadTableViewData();
-        const double first = timedPass(source, nextSnapshot(), counter).totalMs;
+        const Pass first = timedPass(source, nextSnapshot(), counter);
         // A selected row, carried across every refresh.
         window.tableView()->selectRow(3);
         drainEvents(counter);
@@ -273,11 +273,18 @@ int main(int argc, char* argv[])
         std::printf("passes: %d\n", options->passes);
         std::printf("sort_column: %d\n", options->sortColumn);
         std::printf("shown_rows: %lld\n", qint64(window.items().size()));
-        std::printf("first_snapshot_ms: %.2f\n", first);
+        std::printf("first_snapshot_ms: %.2f\n", first.totalMs);
+        std::printf("first_snapshot_cpu_ms: %.2f\n", first.cpuMs);
         std::printf("median_ms: %.2f\n", median(regular));
         std::printf("max_ms: %.2f\n", *std::max_element(regular.begin(), regular.end()));
         std::printf("median_events_ms: %.2f\n", median(events));
         std::printf("median_cpu_ms: %.2f\n", median(cpu));
+        std::printf("max_cpu_ms: %.2f\n", *std::max_element(cpu.begin(), cpu.end()));
+        // Every pass, wall-clock/processor time, so that one outlier can be told from a trend.
+        std::printf("passes_ms:");
+        for (size_t i = 0; i < regular.size(); ++i)
+            std::printf(" %.1f/%.1f", regular[i], cpu[i]);
+        std::printf("\n");
         std::printf("status_only_ms: %.2f\n", statusOnly);
         std::printf("status_only_resets: %d\n", resets);
         printMiB("vmrss_mib", "VmRSS");
