@@ -147,6 +147,38 @@ qint64 LsofItem::integerValue(QStringView text)
     return negative ? -value : value;
 }
 
+const QString* LsofItem::fixedText(Key key) const
+{
+    switch (key) {
+    case Key::processName:
+        return &m_processName;
+    case Key::processId:
+        return &m_processId;
+    case Key::protocol:
+        return &m_protocol;
+    case Key::localPort:
+        return &m_localPort;
+    case Key::localAddress:
+        return &m_localAddress;
+    case Key::remotePort:
+        return &m_remotePort;
+    case Key::remoteAddress:
+        return &m_remoteAddress;
+    case Key::user:
+        return &m_user;
+    case Key::type:
+        return &m_type;
+    case Key::sizeAndOffset:
+        return &m_sizeAndOffset;
+    case Key::device:
+        return &m_device;
+    case Key::fileDescriptor:
+        return &m_fileDescriptor;
+    default:
+        return nullptr;
+    }
+}
+
 QVariant LsofItem::value(Key key) const
 {
     switch (key) {
@@ -210,6 +242,10 @@ QVariant LsofItem::value(QStringView name) const
 
 QString LsofItem::text(Key key) const
 {
+    // Read for every painted cell and every row a sort or search looks at: the stored texts
+    // are answered without a detour through QVariant.
+    if (const QString* fixed = fixedText(key))
+        return fixed->isNull() ? QString(u""_s) : *fixed;
     const QVariant v = value(key);
     if (!v.isValid())
         return QString(u""_s);

@@ -153,6 +153,14 @@ public:
     };
     SearchCache searchCache() const;
     void setSearchCache(const SearchCache& cache) const;
+    // Whether the item holds its process's record already, so that asking for it reads
+    // nothing.
+    bool hasRunningApplication() const;
+    // Finds the record of every process the items name, for the items that have none yet, as
+    // runningApplication() would. The acquisition worker calls it after each pass: the window
+    // asks for these records as it paints and sorts, and reading /proc then would hold up the
+    // GUI thread for every process a snapshot brings.
+    static void readProcessRecords(const QList<std::shared_ptr<LsofItem>>& items);
     // Bundle path, else executable path, else processName; kept per processId (100 entries).
     QString processPath() const;
     // The application's localized name, else processName; computed on every call.
@@ -168,6 +176,10 @@ public:
     static QString descriptionForPort(const QString& port, const QString& protocol);
 
 private:
+    // The field of a text key that is written before the item is published and never again;
+    // null for the other keys.
+    const QString* fixedText(Key key) const;
+
     // What every refresh touches comes first, so that a pass over ten thousand items reads
     // one or two cache lines of each rather than the whole object.
     mutable QMutex m_lock;
