@@ -210,14 +210,16 @@ int main(int argc, char* argv[])
                                                              {u"descending"_s, false}});
     CVPrefsHelper prefs(defaults);
 
-    // Each snapshot is parsed and run through change detection just before its pass, outside
-    // the clock, by one fetcher: the objects, statuses and memory are those the application's
-    // worker would hand over, and no later snapshot is alive before its turn.
+    // Each snapshot is parsed, run through change detection and given its process records
+    // just before its pass, outside the clock, by one fetcher, as the application's worker does
+    // it: the objects, statuses and memory are those the worker would hand over, and no later
+    // snapshot is alive before its turn.
     LsofGenerator generator(options->rows);
     LsofFetcher fetcher;
     const auto nextSnapshot = [&] {
         LsofItemList items = fetcher.parseLsofResult(generator.text());
         fetcher.processLsofItemsChanges(items);
+        LsofItem::readProcessRecords(items);
         generator.next();
         return items;
     };
@@ -275,6 +277,7 @@ int main(int argc, char* argv[])
         std::printf("shown_rows: %lld\n", qint64(window.items().size()));
         std::printf("first_snapshot_ms: %.2f\n", first.totalMs);
         std::printf("first_snapshot_cpu_ms: %.2f\n", first.cpuMs);
+        std::printf("first_snapshot_events_ms: %.2f\n", first.eventsMs);
         std::printf("median_ms: %.2f\n", median(regular));
         std::printf("max_ms: %.2f\n", *std::max_element(regular.begin(), regular.end()));
         std::printf("median_events_ms: %.2f\n", median(events));

@@ -72,6 +72,33 @@ std::shared_ptr<const RunningApplication> LsofItem::runningApplication() const
     return app;
 }
 
+bool LsofItem::hasRunningApplication() const
+{
+    QMutexLocker locker(&m_lock);
+    return bool(m_app);
+}
+
+void LsofItem::readProcessRecords(const LsofItemList& items)
+{
+    // One look-up per process, not per socket: a process without a record would otherwise be
+    // looked for once for each of its items.
+    QHash<qint64, std::shared_ptr<const RunningApplication>> byPid;
+    for (const LsofItemPtr& item : items) {
+        if (item->hasRunningApplication())
+            continue;
+        const qint64 pid = item->PID();
+        auto found = byPid.constFind(pid);
+        if (found == byPid.cend())
+            found =
+                byPid.insert(pid, RunningApplication::runningApplicationWithProcessIdentifier(pid));
+        if (*found) {
+            QMutexLocker locker(&item->m_lock);
+            if (!item->m_app)
+                item->m_app = *found;
+        }
+    }
+}
+
 QString LsofItem::processPath() const
 {
     ZBMemoryCache& paths = ItemNaming::sharedNaming().processPaths();

@@ -22,6 +22,7 @@ bool LsofSnapshotWorker::requestSnapshot()
         return false;
     QMetaObject::invokeMethod(m_context, [this] {
         m_fetcher.getCurrentItemsWithCompletion([this](const LsofItemList& items) {
+            LsofItem::readProcessRecords(items);
             const Road road = m_fetcher.lastRoad();
             const QString problem = m_fetcher.lastProblem();
             QMetaObject::invokeMethod(
