@@ -163,14 +163,19 @@ void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOr
         // in /proc for each of them.
         const bool perProcess = spec.sortKey == LsofItem::Key::localizedAppName ||
                                 spec.sortKey == LsofItem::Key::processPath;
-        QHash<std::pair<QString, QString>, QString> byProcess;
+        // The parser gives a process's sockets one shared copy of its id and command name, so
+        // the memo is keyed by where those texts live: hashing two pointers instead of two
+        // texts per row. Equal texts apart in memory only make a second entry, of equal value.
+        QHash<std::pair<const QChar*, const QChar*>, QString> byProcess;
         const auto textOf = [&](qsizetype i) {
             const LsofItem& item = *items.at(i);
             if (spec.sortKey == LsofItem::Key::remoteHostname)
                 return item.cachedRemoteHostname();
             if (!perProcess)
                 return item.text(spec.sortKey);
-            const std::pair process{item.processId(), item.processName()};
+            const QString id = item.processId();
+            const QString name = item.processName();
+            const std::pair process{id.constData(), name.constData()};
             auto known = byProcess.constFind(process);
             if (known == byProcess.cend())
                 known = byProcess.insert(process, item.text(spec.sortKey));
