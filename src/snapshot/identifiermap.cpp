@@ -6,8 +6,17 @@
 #include <bit>
 #include <optional>
 
+IdentifierMap::~IdentifierMap()
+{
+    clear();
+}
+
 void IdentifierMap::clear()
 {
+    for (const Slot& slot : m_slots) {
+        if (slot.hash > kRemoved && slot.item->m_listedIn == this)
+            slot.item->m_listedIn = nullptr;
+    }
     m_slots.clear();
     m_size = 0;
     m_removed = 0;
@@ -74,11 +83,14 @@ void IdentifierMap::prefetchItem(size_t hash) const
 
 void IdentifierMap::prefetchIdentifier(size_t hash) const
 {
-    const Slot* slot = homeSlot(hash);
-    if (!slot)
-        return;
+    if (const Slot* slot = homeSlot(hash))
+        prefetchIdentifierOf(*slot->item);
+}
+
+void IdentifierMap::prefetchIdentifierOf(const LsofItem& item)
+{
     // All of it: an identifier runs over two or three cache lines, and comparing reads them all.
-    const QString& identifier = slot->item->m_identifier;
+    const QString& identifier = item.m_identifier;
     const char* const begin = reinterpret_cast<const char*>(identifier.constData());
     const char* const end = begin + identifier.size() * qsizetype(sizeof(QChar));
     for (const char* line = begin; line < end; line += 64)
@@ -112,8 +124,12 @@ void IdentifierMap::insert(const LsofItemPtr& item)
             --m_removed;
         ++m_size;
         slot.hash = hash;
+    } else if (slot.item != item && slot.item->m_listedIn == this) {
+        slot.item->m_listedIn = nullptr;
     }
     slot.item = item;
+    item->m_listedIn = this;
+    item->m_identifierHash = hash;
 }
 
 void IdentifierMap::removeItem(const LsofItemPtr& item)
@@ -126,6 +142,8 @@ void IdentifierMap::removeItem(const LsofItemPtr& item)
     if (slot.hash != hash || slot.item != item)
         return;
     slot.hash = kRemoved;
+    if (item->m_listedIn == this)
+        item->m_listedIn = nullptr;
     slot.item.reset();
     --m_size;
     ++m_removed;

@@ -11,6 +11,11 @@
 // cache, and reading them was a third of a pass.
 class IdentifierMap final {
 public:
+    IdentifierMap() = default;
+    // Items remember the map that lists them, so a map is never copied or moved.
+    Q_DISABLE_COPY_MOVE(IdentifierMap)
+    ~IdentifierMap();
+
     qsizetype size() const { return m_size; }
     bool isEmpty() const { return m_size == 0; }
     void clear();
@@ -29,7 +34,15 @@ public:
     void prefetchSlot(size_t hash) const;
     void prefetchItem(size_t hash) const;
     void prefetchIdentifier(size_t hash) const;
+    // Asks memory for an item's identifier, which comparing with a line reads whole.
+    static void prefetchIdentifierOf(const LsofItem& item);
     bool contains(QStringView identifier) const { return find(identifier) != nullptr; }
+    // Whether find(identifier, hash) would give this very item; reads only the item.
+    bool lists(const LsofItem& item, QStringView identifier, size_t hash) const
+    {
+        return item.m_listedIn == this && item.m_identifierHash == hash &&
+               identifierOf(item) == identifier;
+    }
     LsofItemPtr value(QStringView identifier) const;
 
     // Lists `item` under its identifier, replacing what was listed there.

@@ -352,9 +352,21 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     qsizetype lineStart = headerEnd < 0 ? text.size() : headerEnd + 1;
     const QChar* const textEnd = text.constEnd();
     result.reserve(std::count(text.constBegin() + lineStart, textEnd, u'\n') + 1);
+    // lsof lists a machine's sockets in much the same order every time, so a line is most
+    // often the connection that followed the previous line's in the previous snapshot. That
+    // item is tried first, and the map is asked only when it is not the one the map lists
+    // under the line's identifier: a hundred thousand look-ups at random places in a table
+    // become a walk along the previous snapshot.
+    const qsizetype openCount = qsizetype(m_openAt.size());
+    qsizetype cursor = 0; // the previous snapshot's open item expected next
+    const auto openItem = [&](qsizetype at) -> const LsofItemPtr* {
+        return at < openCount ? &m_previous[m_openAt[size_t(at)]] : nullptr;
+    };
     const auto take = [&](const LineFields& fields, QStringView line, const QString& identifier,
-                          size_t hash) {
-        const LsofItemPtr* earlier = m_identifierMap.find(identifier, hash);
+                          size_t hash, const LsofItemPtr* likely) {
+        const LsofItemPtr* earlier = likely && m_identifierMap.lists(**likely, identifier, hash)
+                                         ? likely
+                                         : m_identifierMap.find(identifier, hash);
         if (!earlier) {
             auto item = std::make_shared<LsofItem>();
             fillItem(*item, fields, m_texts);
@@ -395,8 +407,10 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         kept->setOldState(previousState);
         markListed(*kept, result.size(), true, false,
                    reusedStatus(fields.state, fields.hasState, previousState), line, text);
-        if (kept->m_previousIndex >= 0 && kept->m_previousIndex < qsizetype(m_foundAt.size()))
+        if (kept->m_previousIndex >= 0 && kept->m_previousIndex < qsizetype(m_foundAt.size())) {
             m_foundAt[size_t(kept->m_previousIndex)] = result.size();
+            cursor = kept->m_previousIndex + 1;
+        }
         result.append(kept);
     };
 
@@ -408,6 +422,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         LineFields fields;
         QStringView line;
         size_t hash = 0;
+        const LsofItemPtr* likely = nullptr; // the item it is expected to be, hash agreeing
     };
     constexpr int kBatch = 16;
     std::array<Pending, kBatch> batch;
@@ -415,6 +430,8 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         m_identifierBuffers.resize(kBatch);
     while (headerEnd >= 0 && lineStart <= text.size()) {
         int count = 0;
+        // Expected for the batch's lines: the items after the cursor, one per line.
+        qsizetype expected = cursor;
         while (count < kBatch && lineStart <= text.size()) {
             const qsizetype lineEnd =
                 std::find(text.constBegin() + lineStart, textEnd, u'\n') - text.constBegin();
@@ -428,15 +445,29 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             pending.line = line;
             writeIdentifier(pending.fields, m_identifierBuffers[count]);
             pending.hash = IdentifierMap::hashOf(m_identifierBuffers[count]);
-            m_identifierMap.prefetchSlot(pending.hash);
+            pending.likely = openItem(expected++);
+            if (pending.likely && (*pending.likely)->m_identifierHash == pending.hash)
+                IdentifierMap::prefetchIdentifierOf(**pending.likely);
+            else
+                pending.likely = nullptr;
+            if (!pending.likely)
+                m_identifierMap.prefetchSlot(pending.hash);
             ++count;
         }
-        for (int i = 0; i < count; ++i)
-            m_identifierMap.prefetchItem(batch[i].hash);
-        for (int i = 0; i < count; ++i)
-            m_identifierMap.prefetchIdentifier(batch[i].hash);
-        for (int i = 0; i < count; ++i)
-            take(batch[i].fields, batch[i].line, m_identifierBuffers[i], batch[i].hash);
+        for (int i = 0; i < count; ++i) {
+            if (!batch[i].likely)
+                m_identifierMap.prefetchItem(batch[i].hash);
+        }
+        for (int i = 0; i < count; ++i) {
+            if (!batch[i].likely)
+                m_identifierMap.prefetchIdentifier(batch[i].hash);
+        }
+        for (int i = 0; i < count; ++i) {
+            const Pending& pending = batch[i];
+            // A line before it may have moved the cursor past the expected item.
+            const LsofItemPtr* likely = pending.likely ? pending.likely : openItem(cursor);
+            take(pending.fields, pending.line, m_identifierBuffers[i], pending.hash, likely);
+        }
     }
     m_parseResultSize = result.size();
     return result;

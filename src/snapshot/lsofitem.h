@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+class IdentifierMap;
 class RunningApplication;
 
 // One internet socket of one process: one line of lsof's output.
@@ -199,6 +200,10 @@ private:
     qint32 m_passIndex = -1;
     qint32 m_previousIndex = -1;
     qsizetype m_passLineStart = -1;
+    // The identifier map that lists this very object under its identifier, if any, and that
+    // identifier's hash: a line can then be checked against a likely item without a look-up.
+    const IdentifierMap* m_listedIn = nullptr;
+    size_t m_identifierHash = 0;
 
     QString m_state;
     QString m_oldState;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
 #include <random>
 
 using namespace Qt::StringLiterals;
@@ -46,10 +47,31 @@ TEST(IdentifierMap, AgreesWithAPlainHashThroughGrowthAndRemovals)
                 const QString probe = u"42-IPv4-TCP-10.0.0.2:"_s + QString::number(i);
                 ASSERT_EQ(map.value(probe), plain.value(probe)) << probe.toStdString();
             }
+            // Every object knows whether it is the one listed, without a look-up.
+            for (const LsofItemPtr& item : made) {
+                const QString& identifier = item->identifier();
+                ASSERT_EQ(map.lists(*item, identifier, IdentifierMap::hashOf(identifier)),
+                          plain.value(identifier) == item)
+                    << identifier.toStdString();
+            }
         }
     }
     EXPECT_FALSE(map.contains(u"42-IPv4-TCP-10.0.0.2:"_s));
+    const LsofItemPtr listed = plain.begin().value();
+    const QString& identifier = listed->identifier();
+    EXPECT_FALSE(map.lists(*listed, u"another"_s, IdentifierMap::hashOf(identifier)));
     map.clear();
     EXPECT_TRUE(map.isEmpty());
     EXPECT_FALSE(map.contains(made.front()->identifier()));
+    EXPECT_FALSE(map.lists(*listed, identifier, IdentifierMap::hashOf(identifier)))
+        << "an emptied map lists nothing";
+
+    // A map that is gone lists nothing either, even one made later in the same place.
+    std::optional<IdentifierMap> place;
+    place.emplace();
+    place->insert(listed);
+    EXPECT_TRUE(place->lists(*listed, identifier, IdentifierMap::hashOf(identifier)));
+    place.reset();
+    place.emplace();
+    EXPECT_FALSE(place->lists(*listed, identifier, IdentifierMap::hashOf(identifier)));
 }
