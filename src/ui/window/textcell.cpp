@@ -41,7 +41,6 @@ const QStaticText& TextCell::laidOut(const QString& text, int width, const QFont
 
 void TextCell::warmUp(const QFont& font)
 {
-    fprintf(stderr, "warm %s\n", qPrintable(font.toString()));
     QString sample;
     for (char16_t c = u' '; c < 0x7f; ++c)
         sample.append(QChar(c));
