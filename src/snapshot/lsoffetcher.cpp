@@ -445,12 +445,12 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             pending.line = line;
             writeIdentifier(pending.fields, m_identifierBuffers[count]);
             pending.hash = IdentifierMap::hashOf(m_identifierBuffers[count]);
-            pending.likely = openItem(expected++);
-            if (pending.likely && (*pending.likely)->m_identifierHash == pending.hash)
+            const LsofItemPtr* likely = openItem(expected++);
+            pending.likely =
+                likely && (*likely)->m_identifierHash == pending.hash ? likely : nullptr;
+            if (pending.likely)
                 IdentifierMap::prefetchIdentifierOf(**pending.likely);
             else
-                pending.likely = nullptr;
-            if (!pending.likely)
                 m_identifierMap.prefetchSlot(pending.hash);
             ++count;
         }
