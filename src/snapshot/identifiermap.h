@@ -43,6 +43,8 @@ public:
         return item.m_listedIn == this && item.m_identifierHash == hash &&
                identifierOf(item) == identifier;
     }
+    // Whether this very item is listed, under its own identifier; reads only the item.
+    bool listsItem(const LsofItem& item) const { return item.m_listedIn == this; }
     LsofItemPtr value(QStringView identifier) const;
 
     // Lists `item` under its identifier, replacing what was listed there.

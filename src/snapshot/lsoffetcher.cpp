@@ -9,8 +9,10 @@
 #include <QThread>
 
 #include <array>
+#include <atomic>
 #include <numeric>
 #include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -97,9 +99,30 @@ public:
             sum += m_tree[i];
         return sum;
     }
+    // The first gap g with g + prefix(g) >= target, or the last gap when there is none: one
+    // walk down the tree instead of a binary search of prefix sums. g + prefix(g) sums one
+    // plus the count of each gap up to g, less one, and a node covering k gaps holds their
+    // count.
+    qsizetype firstGapReaching(qsizetype target) const
+    {
+        const qsizetype nodes = qsizetype(m_tree.size()) - 1;
+        qsizetype step = 1;
+        while (step * 2 <= nodes)
+            step *= 2;
+        qsizetype position = 0;
+        qsizetype rest = target + 1;
+        for (; step > 0; step /= 2) {
+            const qsizetype next = position + step;
+            if (next <= nodes && m_tree[next] + step < rest) {
+                position = next;
+                rest -= m_tree[next] + step;
+            }
+        }
+        return std::min(position, nodes - 1);
+    }
 
 private:
-    std::vector<qsizetype> m_tree;
+    std::vector<qint32> m_tree; // counts stay far below 2^31
 };
 
 enum class Side { Local, Remote };
@@ -348,7 +371,37 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     m_foundAt.assign(m_openAt.size(), -1);
     m_freshItems.clear();
 
-    const quint64 mark = ++m_parseMark;
+    static std::atomic<quint64> marks{0};
+    const quint64 mark = m_parseMark = ++marks;
+    // The text the items of the last parse point into, kept until this parse is done.
+    const QString previousText = std::exchange(m_lastText, text);
+    const quint64 previousMark = std::exchange(m_lastTextMark, mark);
+    static_assert(std::tuple_size_v<decltype(m_lastTitles)> == TitleCount);
+    const bool sameTitles = std::exchange(m_lastTitles, *found) == *found;
+    // Whether `line` reads exactly as the line that listed `item` in the last parse did, with
+    // the columns where they were: then its identifier and state are the item's, and cutting
+    // it, building its identifier and comparing that can all be skipped. A connection that
+    // stays as it was, which most do, costs one comparison of two texts read in order.
+    const auto unchangedSince = [&](const LsofItem& item, QStringView line) {
+        if (!sameTitles || item.m_passMark != previousMark || !m_identifierMap.listsItem(item))
+            return false;
+        const qsizetype start = item.m_passLineStart;
+        const qsizetype end = start + line.size();
+        if (start < 0 || end > previousText.size() ||
+            (end < previousText.size() && previousText.at(end) != u'\n'))
+            return false;
+        // Both texts are read in order: ask for the lines a few ahead of this one.
+        constexpr qsizetype kAhead = 2048;
+        if (end + kAhead < previousText.size()) {
+            const char* const old = reinterpret_cast<const char*>(previousText.constData() + start);
+            const char* const now = reinterpret_cast<const char*>(line.data());
+            for (qsizetype offset = 0; offset < line.size() * 2; offset += 64) {
+                __builtin_prefetch(old + 2 * kAhead + offset);
+                __builtin_prefetch(now + 2 * kAhead + offset);
+            }
+        }
+        return QStringView(previousText).mid(start, line.size()) == line;
+    };
     qsizetype lineStart = headerEnd < 0 ? text.size() : headerEnd + 1;
     const QChar* const textEnd = text.constEnd();
     result.reserve(std::count(text.constBegin() + lineStart, textEnd, u'\n') + 1);
@@ -360,7 +413,18 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     const qsizetype openCount = qsizetype(m_openAt.size());
     qsizetype cursor = 0; // the previous snapshot's open item expected next
     const auto openItem = [&](qsizetype at) -> const LsofItemPtr* {
-        return at < openCount ? &m_previous[m_openAt[size_t(at)]] : nullptr;
+        return at < openCount ? m_previous.constData() + m_openAt[size_t(at)] : nullptr;
+    };
+    // A connection of the previous snapshot listed again, its state already set.
+    const auto keep = [&](const LsofItemPtr& kept, QStringView line, const QString& previousState,
+                          qint8 status) {
+        kept->setOldState(previousState);
+        markListed(*kept, result.size(), true, false, status, line, text);
+        if (kept->m_previousIndex >= 0 && kept->m_previousIndex < qsizetype(m_foundAt.size())) {
+            m_foundAt[size_t(kept->m_previousIndex)] = result.size();
+            cursor = kept->m_previousIndex + 1;
+        }
+        result.append(kept);
     };
     const auto take = [&](const LineFields& fields, QStringView line, const QString& identifier,
                           size_t hash, const LsofItemPtr* likely) {
@@ -404,14 +468,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             kept->setState(QString());
         else if (previousState.isNull() || previousState != fields.state)
             kept->setState(m_texts.text(fields.state));
-        kept->setOldState(previousState);
-        markListed(*kept, result.size(), true, false,
-                   reusedStatus(fields.state, fields.hasState, previousState), line, text);
-        if (kept->m_previousIndex >= 0 && kept->m_previousIndex < qsizetype(m_foundAt.size())) {
-            m_foundAt[size_t(kept->m_previousIndex)] = result.size();
-            cursor = kept->m_previousIndex + 1;
-        }
-        result.append(kept);
+        keep(kept, line, previousState, reusedStatus(fields.state, fields.hasState, previousState));
     };
 
     // Lines go in batches: the look-ups of a whole batch are started (their slots, the items
@@ -423,6 +480,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         QStringView line;
         size_t hash = 0;
         const LsofItemPtr* likely = nullptr; // the item it is expected to be, hash agreeing
+        bool unchanged = false;              // `likely`'s line as it was; fields not cut
     };
     constexpr int kBatch = 16;
     std::array<Pending, kBatch> batch;
@@ -432,22 +490,58 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         int count = 0;
         // Expected for the batch's lines: the items after the cursor, one per line.
         qsizetype expected = cursor;
+        bool lost = false;
+        // The items a later batch expects: their first lines arrive while this one is taken.
+        for (qsizetype ahead = cursor + 2 * kBatch; ahead < cursor + 3 * kBatch; ++ahead) {
+            if (const LsofItemPtr* item = openItem(ahead)) {
+                const char* const bytes = reinterpret_cast<const char*>(item->get());
+                __builtin_prefetch(bytes);
+                __builtin_prefetch(bytes + 64);
+            }
+        }
         while (count < kBatch && lineStart <= text.size()) {
             const qsizetype lineEnd =
                 std::find(text.constBegin() + lineStart, textEnd, u'\n') - text.constBegin();
             const QStringView line = QStringView(text).mid(lineStart, lineEnd - lineStart);
             lineStart = lineEnd + 1;
+            // The expected item; else the one after it (the expected one has closed); and after
+            // a line that was neither, the one before (that line was a new connection).
+            const LsofItemPtr* same = nullptr;
+            qsizetype at = expected;
+            for (const qsizetype step : {0, 1, -1}) {
+                if (step < 0 && !lost)
+                    break;
+                at = expected + step;
+                const LsofItemPtr* candidate = at >= 0 ? openItem(at) : nullptr;
+                if (candidate && unchangedSince(**candidate, line)) {
+                    same = candidate;
+                    break;
+                }
+            }
+            if (same) {
+                // Its fields stay as they were: they are not read.
+                Pending& pending = batch[count];
+                pending.line = line;
+                pending.likely = same;
+                pending.unchanged = true;
+                expected = at + 1;
+                lost = false;
+                ++count;
+                continue;
+            }
             std::optional<LineFields> fields = cuts.cut(line);
             if (!fields)
                 continue;
             Pending& pending = batch[count];
             pending.fields = *fields;
             pending.line = line;
+            pending.unchanged = false;
             writeIdentifier(pending.fields, m_identifierBuffers[count]);
             pending.hash = IdentifierMap::hashOf(m_identifierBuffers[count]);
             const LsofItemPtr* likely = openItem(expected++);
             pending.likely =
                 likely && (*likely)->m_identifierHash == pending.hash ? likely : nullptr;
+            lost = !pending.likely;
             if (pending.likely)
                 IdentifierMap::prefetchIdentifierOf(**pending.likely);
             else
@@ -463,7 +557,20 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
                 m_identifierMap.prefetchIdentifier(batch[i].hash);
         }
         for (int i = 0; i < count; ++i) {
-            const Pending& pending = batch[i];
+            Pending& pending = batch[i];
+            if (pending.unchanged) {
+                const LsofItemPtr& kept = *pending.likely;
+                if (kept->m_passMark != mark) {
+                    keep(kept, pending.line, kept->state(), 0);
+                    continue;
+                }
+                // Listed twice in this output: the line goes the long way.
+                pending.fields = *cuts.cut(pending.line);
+                writeIdentifier(pending.fields, m_identifierBuffers[i]);
+                pending.hash = IdentifierMap::hashOf(m_identifierBuffers[i]);
+                take(pending.fields, pending.line, m_identifierBuffers[i], pending.hash, nullptr);
+                continue;
+            }
             // A line before it may have moved the cursor past the expected item.
             const LsofItemPtr* likely = pending.likely ? pending.likely : openItem(cursor);
             take(pending.fields, pending.line, m_identifierBuffers[i], pending.hash, likely);
@@ -579,22 +686,39 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         };
 
         GapCounter inserted(originals + 1);
-        std::vector<LsofItemList> gaps;
+        // The closed items of each gap that received some; a gap's list is found through
+        // m_gapList, which is laid out only once a first closed item appears.
+        std::vector<LsofItemList> gapItems;
+        const auto gapList = [&](qsizetype gap) -> LsofItemList& {
+            qint32& at = m_gapList[size_t(gap)];
+            if (at < 0) {
+                at = qint32(gapItems.size());
+                gapItems.emplace_back();
+            }
+            return gapItems[size_t(at)];
+        };
         qsizetype length = originals;
         qint32 closedCount = 0;
         qsizetype lastFound = 0;
         // Current position of the first item of gap g (gap g precedes original item g).
         const auto gapStart = [&](qsizetype g) { return g + (g > 0 ? inserted.prefix(g - 1) : 0); };
 
+        // Where the last previous item found stands now, asked of the counter only when a
+        // closed item needs it: nothing is inserted between that item and the closed one.
+        qsizetype lastFoundOriginal = -1;
         for (qsizetype p = 0; p < previousCount; ++p) {
             const qsizetype found = positionOf(p);
             if (found >= 0) {
-                lastFound = found + inserted.prefix(found);
+                lastFoundOriginal = found;
                 continue;
             }
+            if (lastFoundOriginal >= 0) {
+                lastFound = lastFoundOriginal + inserted.prefix(lastFoundOriginal);
+                lastFoundOriginal = -1;
+            }
             const LsofItemPtr& before = previousAt(p);
-            if (gaps.empty())
-                gaps.resize(size_t(originals + 1));
+            if (closedCount == 0)
+                m_gapList.assign(size_t(originals + 1), -1);
             ++closedCount;
             before->setStatus(3);
             before->setState(u"Closed"_s);
@@ -603,18 +727,10 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
             qsizetype gap = originals;
             if (index < length) {
                 // The gap holding position `index`: the first original item at or after it.
-                qsizetype low = 0, high = originals;
-                while (low < high) {
-                    const qsizetype mid = (low + high) / 2;
-                    if (mid + inserted.prefix(mid) >= index)
-                        high = mid;
-                    else
-                        low = mid + 1;
-                }
-                gap = low;
-                gaps[gap].insert(index - gapStart(gap), before);
+                gap = inserted.firstGapReaching(index);
+                gapList(gap).insert(index - gapStart(gap), before);
             } else {
-                gaps[gap].append(before);
+                gapList(gap).append(before);
             }
             inserted.add(gap);
             ++length;
@@ -627,15 +743,16 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
             LsofItemList placed;
             placed.reserve(length);
             for (qsizetype i = 0; i < originals; ++i) {
-                if (!gaps[size_t(i)].isEmpty())
-                    placed.append(gaps[size_t(i)]);
+                if (const qint32 at = m_gapList[size_t(i)]; at >= 0)
+                    placed.append(gapItems[size_t(at)]);
                 openAt[size_t(i)] = qint32(placed.size());
                 if (own)
                     placed.append(std::move(items[i]));
                 else
                     placed.append(items.at(i));
             }
-            placed.append(gaps[size_t(originals)]);
+            if (const qint32 at = m_gapList[size_t(originals)]; at >= 0)
+                placed.append(gapItems[size_t(at)]);
             items = std::move(placed);
         }
     }
@@ -653,6 +770,7 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         if (m_reporter->needsNotifyOrLogConnectionStateChange())
             m_reporter->notifyChangedItems(items);
     }
+    releaseItems(m_previous);
     m_previous = items;
     m_openAt = std::move(openAt);
     m_closedDropped = false;

@@ -9,6 +9,7 @@
 #include <QHash>
 #include <QString>
 
+#include <array>
 #include <functional>
 #include <mutex>
 
@@ -110,7 +111,14 @@ private:
     // detection that followed the parse of `items`.
     void updateIdentifierMap(const LsofItemList& closed);
 
+    // Marks are unique across fetchers, so an item parsed by another one never passes for
+    // one of this fetcher's.
     quint64 m_parseMark = 0;
+    // The text of the last parse, its mark and its header's title positions: a line that
+    // reads exactly as the line of the same connection did there is that connection unchanged.
+    QString m_lastText;
+    quint64 m_lastTextMark = 0;
+    std::array<qsizetype, 8> m_lastTitles{};
     qsizetype m_parseResultSize = 0;
     AcquisitionRoads m_roads = AcquisitionRoads::system();
     std::once_flag m_helperChecked;
@@ -130,6 +138,9 @@ private:
     // objects the parse made, in order. Read by the detection that follows.
     std::vector<qsizetype> m_foundAt;
     LsofItemList m_freshItems;
+    // Per gap of the new list, which list of closed items change detection is filling for it
+    // (-1: none); kept between passes so that a big snapshot does not ask for it anew.
+    std::vector<qint32> m_gapList;
     QList<QString> m_identifierBuffers;
     TextPool m_texts;
     ChangeReporting* m_reporter = nullptr;

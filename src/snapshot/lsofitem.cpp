@@ -425,3 +425,23 @@ void LsofItem::setSearchCache(const SearchCache& cache) const
     QMutexLocker locker(&m_lock);
     m_searchCache = cache;
 }
+
+void releaseItems(LsofItemList& items)
+{
+    if (!items.isDetached()) {
+        items.clear();
+        return;
+    }
+    constexpr qsizetype kAhead = 32;
+    LsofItemPtr* const data = items.data();
+    const qsizetype count = items.size();
+    for (qsizetype i = 0; i < count; ++i) {
+        if (i + kAhead < count) {
+            // The reference count lies just before an item made by make_shared.
+            const char* const item = reinterpret_cast<const char*>(data[i + kAhead].get());
+            __builtin_prefetch(item - sizeof(long), 1);
+        }
+        data[i].reset();
+    }
+    items.clear();
+}

@@ -190,7 +190,7 @@ private:
     // follows it on the same thread: the status the parse found for it, whether it stood for
     // a connection already known, whether the parse made it, which parse, where in its result,
     // where the item stands in the previous snapshot (kept by change detection for the next
-    // parse), and (during the parse only) where its line starts in lsof's text.
+    // parse), and where its line starts in that parse's text.
     friend class LsofFetcher;
     friend class IdentifierMap;
     qint8 m_passStatus = 0;
@@ -229,3 +229,8 @@ private:
 
 using LsofItemPtr = std::shared_ptr<LsofItem>;
 using LsofItemList = QList<LsofItemPtr>;
+
+// Empties the list. When it is the last holder of its items, they are let go in order with the
+// ones a few places ahead asked of memory first: a big snapshot's items are cold by the time
+// it is dropped, and giving up each reference waits for its item otherwise.
+void releaseItems(LsofItemList& items);
