@@ -121,13 +121,26 @@ QString HostnameResolver::hostnameForAddress(const QString& address)
         m_inFlight.insert(address);
         m_queue.push_back(address);
         // Threads start with the first look-up, so a run with look-ups off starts none.
-        if (m_threads.empty()) {
-            for (int i = 0; i < std::max(1, m_limits.threads); ++i)
-                m_threads.emplace_back([this] { work(); });
-        }
+        startThreads();
     }
     m_wake.notify_one();
     return {};
+}
+
+void HostnameResolver::startThreads()
+{
+    if (!m_threads.empty() || m_stopping)
+        return;
+    for (int i = 0; i < std::max(1, m_limits.threads); ++i)
+        m_threads.emplace_back([this] { work(); });
+}
+
+void HostnameResolver::start()
+{
+    if (!isEnabled())
+        return;
+    std::lock_guard lock(m_mutex);
+    startThreads();
 }
 
 void HostnameResolver::resolveHostname(const QString& address)

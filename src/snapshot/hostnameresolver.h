@@ -53,6 +53,9 @@ public:
     // readers that go over every row (filtering, change tracking) and must not ask DNS about
     // rows nobody looks at.
     QString cachedHostnameForAddress(const QString& address) const;
+    // Starts the look-up threads now rather than with the first look-up, when look-ups are on:
+    // the window asks for its first names while it draws its first rows.
+    void start();
     // Looks the address up on the calling thread and caches the answer.
     void resolveHostname(const QString& address);
     // Blocks until no look-up is queued or running, or `timeoutMs` passed; true when idle.
@@ -64,6 +67,7 @@ public:
 
 private:
     void work();
+    void startThreads(); // under m_mutex
 
     Backend m_backend;
     const Limits m_limits;

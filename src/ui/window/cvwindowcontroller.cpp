@@ -13,6 +13,7 @@
 #include "savesearchdialog.h"
 #include "searchfield.h"
 #include "segmentedcontrol.h"
+#include "snapshot/hostnameresolver.h"
 #include "snapshot/portservicemap.h"
 #include "tablecolumnsmenu.h"
 #include "textcell.h"
@@ -30,6 +31,7 @@
 #include <QMessageBox>
 #include <QSet>
 #include <QStatusBar>
+#include <QThreadPool>
 #include <QTimer>
 #include <QToolBar>
 
@@ -87,13 +89,27 @@ CVWindowController::CVWindowController(SnapshotSource& source, CVPrefsHelper& pr
     restoreWindowState();
     userDefaultsChanged();
     toggleAutoRefresh();
-    // The first rows are drawn in the same pass as they arrive: what that paint would
-    // otherwise read first (the services database for port names) is read now.
-    PortServiceMap::sharedMap().loadFallback();
+    warmUpFirstPaint();
     // The helper's signal comes after it has dropped its cached colours.
     connect(&m_prefs, &CVPrefsHelper::defaultsChanged, this,
             &CVWindowController::userDefaultsChanged);
     reloadTableViewData();
+}
+
+void CVWindowController::warmUpFirstPaint()
+{
+    // The first rows are drawn in the same pass as they arrive. What that paint would
+    // otherwise do first is done now, while lsof runs: the services database for port names
+    // is read, the header's glyphs are rendered (the cells' are, with the table font), the
+    // host name threads are started, and so are the threads to which the paint engine hands
+    // long fills (the scroll bars' first pictures).
+    PortServiceMap::sharedMap().loadFallback();
+    if (m_table->horizontalHeader()->font() != m_table->font())
+        TextCell::warmUp(m_table->horizontalHeader()->font());
+    HostnameResolver::sharedResolver().start();
+    QThreadPool* pool = QThreadPool::globalInstance();
+    for (int i = 0; i < pool->maxThreadCount(); ++i)
+        pool->start([] {});
 }
 
 CVWindowController::~CVWindowController()

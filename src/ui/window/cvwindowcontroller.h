@@ -119,6 +119,7 @@ private:
     void syncRefreshButton();
     void restoreWindowState();
     void saveWindowState();
+    void warmUpFirstPaint();
 
     SnapshotSource& m_source;
     CVPrefsHelper& m_prefs;

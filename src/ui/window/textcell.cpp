@@ -44,6 +44,7 @@ void TextCell::warmUp(const QFont& font)
     QString sample;
     for (char16_t c = u' '; c < 0x7f; ++c)
         sample.append(QChar(c));
+    sample.append(QChar(0x2026)); // the ellipsis of elided texts
     // Glyph images are kept per format; window surfaces are one of these two.
     for (const QImage::Format format :
          {QImage::Format_ARGB32_Premultiplied, QImage::Format_RGB32}) {
