@@ -3,6 +3,8 @@
 #include "itemmatcher.h"
 #include "snapshot/itemcolumns.h"
 
+#include <algorithm>
+
 QList<LsofItem::Key> ItemFilter::defaultKeywordKeys()
 {
     QList<LsofItem::Key> keys;
@@ -32,6 +34,13 @@ ItemFilter::Result ItemFilter::apply(const LsofItemList& items,
     }
     if (!matcher.keywordError().isEmpty()) {
         result.keywordError = matcher.keywordError();
+        return result;
+    }
+
+    // Nothing to filter by: the same list, without reading a single item.
+    if (matcher.passesEverything() &&
+        std::none_of(items.cbegin(), items.cend(), [](const LsofItemPtr& item) { return !item; })) {
+        result.items = items;
         return result;
     }
 

@@ -86,6 +86,13 @@ bool ItemMatcher::matches(const LsofItem& item) const
     return !passes || *passes;
 }
 
+bool ItemMatcher::passesEverything() const
+{
+    return !m_expressionMode && !m_keyword && m_keywordError.isEmpty() &&
+           m_filter.hiddenTypes.isEmpty() && m_filter.hiddenProtocols.isEmpty() &&
+           !m_filter.remoteOnly;
+}
+
 bool ItemMatcher::passesKeyword(const LsofItem& item, MatchBudget* budget) const
 {
     if (!m_keyword)

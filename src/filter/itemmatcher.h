@@ -28,6 +28,8 @@ public:
                                                 MatchBudget* budget = nullptr) const;
     // evaluate() where an evaluation failure lets the item pass, as a refused expression does.
     bool matches(const LsofItem& item) const;
+    // Whether every item passes whatever it holds: no pattern, no expression, nothing hidden.
+    bool passesEverything() const;
 
 private:
     bool passesKeyword(const LsofItem& item, MatchBudget* budget) const;

@@ -179,6 +179,43 @@ const QString* LsofItem::fixedText(Key key) const
     }
 }
 
+void LsofItem::prefetchField(Key key) const
+{
+    const void* field = fixedText(key);
+    switch (key) {
+    case Key::status:
+        field = &m_status;
+        break;
+    case Key::state:
+        field = &m_state;
+        break;
+    case Key::oldState:
+        field = &m_oldState;
+        break;
+    case Key::PID:
+    case Key::processPath:
+    case Key::localizedAppName:
+        __builtin_prefetch(&m_processName);
+        field = &m_processId;
+        break;
+    case Key::localPortNumber:
+    case Key::localPortName:
+        field = &m_localPortNumber;
+        break;
+    case Key::remotePortNumber:
+    case Key::remotePortName:
+        field = &m_remotePortNumber;
+        break;
+    case Key::remoteHostname:
+        field = &m_remoteAddress;
+        break;
+    default:
+        break;
+    }
+    if (field)
+        __builtin_prefetch(field);
+}
+
 QVariant LsofItem::value(Key key) const
 {
     switch (key) {
@@ -436,11 +473,8 @@ void releaseItems(LsofItemList& items)
     LsofItemPtr* const data = items.data();
     const qsizetype count = items.size();
     for (qsizetype i = 0; i < count; ++i) {
-        if (i + kAhead < count) {
-            // The reference count lies just before an item made by make_shared.
-            const char* const item = reinterpret_cast<const char*>(data[i + kAhead].get());
-            __builtin_prefetch(item - sizeof(long), 1);
-        }
+        if (i + kAhead < count && data[i + kAhead])
+            prefetchItem(data[i + kAhead]);
         data[i].reset();
     }
     items.clear();

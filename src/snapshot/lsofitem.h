@@ -154,6 +154,10 @@ public:
     };
     SearchCache searchCache() const;
     void setSearchCache(const SearchCache& cache) const;
+    // Asks memory for the fields reading `key` starts from (for names derived from the process:
+    // its id and command name). A pass that reads one column of many items asks a few items
+    // ahead, so that their cold fields arrive together instead of one after the other.
+    void prefetchField(Key key) const;
     // Whether the item holds its process's record already, so that asking for it reads
     // nothing.
     bool hasRunningApplication() const;
@@ -229,6 +233,15 @@ private:
 
 using LsofItemPtr = std::shared_ptr<LsofItem>;
 using LsofItemList = QList<LsofItemPtr>;
+
+// Asks memory for an item's reference count and first lines: a pass over a list in an order
+// other than the snapshot's (a sorted table) otherwise waits for each item in turn.
+inline void prefetchItem(const LsofItemPtr& item)
+{
+    const char* const bytes = reinterpret_cast<const char*>(item.get());
+    __builtin_prefetch(bytes - sizeof(long), 1); // make_shared puts the count just before
+    __builtin_prefetch(bytes + 64);
+}
 
 // Empties the list. When it is the last holder of its items, they are let go in order with the
 // ones a few places ahead asked of memory first: a big snapshot's items are cold by the time

@@ -11,6 +11,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+// How far ahead the signature passes ask for rows: a sorted table reads its items out of
+// their order in memory.
+constexpr qsizetype kSignatureLookahead = 16;
+
 double relativeLuminance(const QColor& color)
 {
     auto channel = [](double c) {
@@ -65,6 +69,8 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
         // row on each quiet refresh costs more than the rest of the refresh together.
         std::vector<bool> changed(size_t(m_items.size()));
         for (int row = 0; row < int(m_items.size()); ++row) {
+            if (row + kSignatureLookahead < m_items.size())
+                prefetchItem(m_items.at(row + kSignatureLookahead));
             RowSignature now = signatureOf(*m_items.at(row));
             if (now != m_signatures.at(row)) {
                 m_signatures[row] = std::move(now);
@@ -92,12 +98,16 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
         return;
     }
     beginResetModel();
+    releaseItems(m_items);
     m_items = items;
     m_shownHostnames.clear();
     m_signatures.clear();
     m_signatures.reserve(m_items.size());
-    for (const LsofItemPtr& item : m_items)
-        m_signatures.append(signatureOf(*item));
+    for (qsizetype row = 0; row < m_items.size(); ++row) {
+        if (row + kSignatureLookahead < m_items.size())
+            prefetchItem(m_items.at(row + kSignatureLookahead));
+        m_signatures.append(signatureOf(*m_items.at(row)));
+    }
     endResetModel();
 }
 
@@ -152,9 +162,17 @@ void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOr
         qint32 index;
     };
     std::vector<Keyed> keyed(size_t(items.size()));
+    // The items lie all over the heap and the column's field is rarely in the cache.
+    constexpr qsizetype kAhead = 16;
+    const auto askAhead = [&](qsizetype i) {
+        if (i + kAhead < items.size())
+            items.at(i + kAhead)->prefetchField(spec.sortKey);
+    };
     if (spec.numeric) {
-        for (qsizetype i = 0; i < items.size(); ++i)
+        for (qsizetype i = 0; i < items.size(); ++i) {
+            askAhead(i);
             keyed[size_t(i)] = {items.at(i)->value(spec.sortKey).toLongLong(), qint32(i)};
+        }
     } else {
         // Host names from the cache only: asking for every row would queue a look-up for
         // each address in the snapshot. Names that come from the process are asked once per
@@ -186,6 +204,7 @@ void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOr
         QHash<QString, qint32> ids;
         std::vector<QString> distinct;
         for (qsizetype i = 0; i < items.size(); ++i) {
+            askAhead(i);
             const QString text = textOf(i);
             auto found = ids.constFind(text);
             if (found == ids.cend()) {
@@ -218,8 +237,11 @@ void ConnectionTableModel::sortItems(LsofItemList& items, int column, Qt::SortOr
     }
     LsofItemList sorted;
     sorted.reserve(items.size());
-    for (const Keyed& entry : keyed)
-        sorted.append(items.at(entry.index));
+    for (size_t k = 0; k < keyed.size(); ++k) {
+        if (k + kAhead < keyed.size())
+            prefetchItem(items.at(keyed[k + kAhead].index));
+        sorted.append(items.at(keyed[k].index));
+    }
     items = std::move(sorted);
 }
 
