@@ -1,5 +1,6 @@
 // Feeds a sequence of lsof outputs (separated by 0x01 bytes) through parsing and change
-// detection, checking each pass against a plain restatement of how closed items are placed.
+// detection, checking each pass against a plain restatement of how closed items are placed,
+// and each parse against what a fetcher that saw no earlier output makes of the same text.
 
 #include "fuzzcheck.h"
 #include "fuzzinput.h"
@@ -38,6 +39,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         LsofItemList items = fetcher.parseLsofResult(text);
         for (const LsofItemPtr& item : items)
             require(item != nullptr, "parsed item is null");
+        LsofFetcher fresh;
+        const LsofItemList alone = fresh.parseLsofResult(text);
+        require(alone.size() == items.size(), "the earlier outputs changed the line count");
+        for (qsizetype i = 0; i < items.size(); ++i) {
+            require(items[i]->identifier() == alone[i]->identifier(),
+                    "the earlier outputs changed a connection");
+            require(items[i]->state() == alone[i]->state() &&
+                        items[i]->state().isNull() == alone[i]->state().isNull(),
+                    "the earlier outputs changed a state");
+        }
         if (items.isEmpty())
             continue;
         const LsofItemList previous = fetcher.previousSnapshot();
