@@ -2,6 +2,8 @@
 
 #include "itemfields.h"
 
+#include <QVarLengthArray>
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -147,17 +149,22 @@ bool ItemMatcher::search(const QString& text) const
 
 QString ItemMatcher::joinedText(const LsofItem& item, const QString& hostname) const
 {
-    // NUL between the fields keeps a plain word from matching across two of them.
-    QString joined;
-    joined.reserve(m_joinedCapacity);
-    bool first = true;
+    // The fields are gathered first and copied into a text of the right length: one
+    // allocation per row rather than a growing text.
+    QVarLengthArray<QString, 24> fields;
+    qsizetype length = 0;
     for (const LsofItem::Key key : m_filter.keywordKeys) {
-        if (!first)
-            joined.append(QChar(u'\0'));
-        first = false;
-        joined.append(key == LsofItem::Key::remoteHostname ? hostname : keywordText(item, key));
+        fields.append(key == LsofItem::Key::remoteHostname ? hostname : keywordText(item, key));
+        length += fields.back().size() + 1;
     }
-    m_joinedCapacity = std::max(m_joinedCapacity, joined.size());
+    // NUL between the fields keeps a plain word from matching across two of them.
+    QString joined(std::max<qsizetype>(length - 1, 0), Qt::Uninitialized);
+    QChar* out = joined.data();
+    for (qsizetype i = 0; i < fields.size(); ++i) {
+        if (i > 0)
+            *out++ = QChar(u'\0');
+        out = std::copy(fields[i].cbegin(), fields[i].cend(), out);
+    }
     // A field cut through a surrogate pair would leave half a character; searching such a
     // text unchecked is undefined, so the half becomes U+FFFD.
     if (!QStringView(joined).isValidUtf16()) {
@@ -180,11 +187,17 @@ QString ItemMatcher::keywordText(const LsofItem& item, LsofItem::Key key) const
         // Asked once per process (its id and command name, which is what a process without a
         // record is named by) and pass: a process has many sockets, and a process that has
         // gone would otherwise be searched for in /proc for each of them.
-        const std::pair process{item.processId(), item.processName()};
-        auto names = m_processNames.constFind(process);
-        if (names == m_processNames.cend())
-            names = m_processNames.insert(process, {item.processPath(), item.localizedAppName()});
-        return key == LsofItem::Key::processPath ? names->path : names->appName;
+        std::pair process{item.processId(), item.processName()};
+        if (process != m_lastProcess) {
+            auto names = m_processNames.constFind(process);
+            if (names == m_processNames.cend())
+                names =
+                    m_processNames.insert(process, {item.processPath(), item.localizedAppName()});
+            m_lastProcessNames = *names;
+            m_lastProcess = std::move(process);
+        }
+        return key == LsofItem::Key::processPath ? m_lastProcessNames.path
+                                                 : m_lastProcessNames.appName;
     }
     default:
         return ItemFields::text(item, key);

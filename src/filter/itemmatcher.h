@@ -55,7 +55,9 @@ private:
     quint64 m_textStamp = 0;
     quint64 m_patternStamp = 0;
     quint64 m_hostnameGeneration = 0;
-    // Per pass, by process id and command name; and the longest text assembled so far.
+    // Per pass, by process id and command name; the last process asked about, which the next
+    // row most often shares (lsof lists a process's sockets together).
     mutable QHash<std::pair<QString, QString>, ProcessNames> m_processNames;
-    mutable qsizetype m_joinedCapacity = 0;
+    mutable std::optional<std::pair<QString, QString>> m_lastProcess;
+    mutable ProcessNames m_lastProcessNames;
 };
