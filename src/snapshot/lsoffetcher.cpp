@@ -372,10 +372,10 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     m_freshItems.clear();
 
     static std::atomic<quint64> marks{0};
-    const quint64 mark = m_parseMark = ++marks;
+    const quint64 previousMark = std::exchange(m_parseMark, ++marks);
+    const quint64 mark = m_parseMark;
     // The text the items of the last parse point into, kept until this parse is done.
     const QString previousText = std::exchange(m_lastText, text);
-    const quint64 previousMark = std::exchange(m_lastTextMark, mark);
     static_assert(std::tuple_size_v<decltype(m_lastTitles)> == TitleCount);
     const bool sameTitles = std::exchange(m_lastTitles, *found) == *found;
     // Whether `line` reads exactly as the line that listed `item` in the last parse did, with

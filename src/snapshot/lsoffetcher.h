@@ -111,13 +111,12 @@ private:
     // detection that followed the parse of `items`.
     void updateIdentifierMap(const LsofItemList& closed);
 
-    // Marks are unique across fetchers, so an item parsed by another one never passes for
-    // one of this fetcher's.
+    // The last parse's mark (unique across fetchers, so an item parsed by another one never
+    // passes for one of this fetcher's), its text and its header's title positions: a line
+    // that reads exactly as the line of the same connection did there is that connection
+    // unchanged.
     quint64 m_parseMark = 0;
-    // The text of the last parse, its mark and its header's title positions: a line that
-    // reads exactly as the line of the same connection did there is that connection unchanged.
     QString m_lastText;
-    quint64 m_lastTextMark = 0;
     std::array<qsizetype, 8> m_lastTitles{};
     qsizetype m_parseResultSize = 0;
     AcquisitionRoads m_roads = AcquisitionRoads::system();
