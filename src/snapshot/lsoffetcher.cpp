@@ -6,6 +6,7 @@
 #include "userscript/cvuserscripthelper.h"
 
 #include <QFileInfo>
+#include <QRandomGenerator>
 #include <QThread>
 
 #include <array>
@@ -85,7 +86,12 @@ bool fits(QStringView line, qsizetype start, qsizetype length)
 // prefix sums; lets change detection place closed items without shifting the list each time.
 class GapCounter {
 public:
-    explicit GapCounter(qsizetype gaps) : m_tree(gaps + 1, 0) {}
+    // Counts in `tree`, a buffer kept from pass to pass: a big snapshot's would otherwise be
+    // asked of the allocator anew each time.
+    GapCounter(std::vector<qint32>& tree, qsizetype gaps) : m_tree(tree)
+    {
+        m_tree.assign(gaps + 1, 0);
+    }
     void add(qsizetype gap)
     {
         for (qsizetype i = gap + 1; i < qsizetype(m_tree.size()); i += i & -i)
@@ -122,7 +128,7 @@ public:
     }
 
 private:
-    std::vector<qint32> m_tree; // counts stay far below 2^31
+    std::vector<qint32>& m_tree; // counts stay far below 2^31
 };
 
 enum class Side { Local, Remote };
@@ -264,7 +270,7 @@ void writeIdentifier(const LineFields& f, QString& out)
 
 // The status change detection gives a connection seen before: changed (2) only when both
 // states are known and differ.
-qint8 reusedStatus(QStringView now, bool nowKnown, const QString& before)
+qint32 reusedStatus(QStringView now, bool nowKnown, const QString& before)
 {
     return !nowKnown || before.isNull() || now == before ? 0 : 2;
 }
@@ -353,7 +359,10 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     // stored list's open items, which m_openAt lists. (Copying them out would touch every
     // item of a big snapshot.) The map and the items' places among the open ones are kept up
     // to date by change detection; they are built again only after a detection that could not
-    // follow.
+    // follow, or after a parse whose list it never took (that parse moved the items' places on).
+    if (!m_parseResult.isEmpty())
+        m_mapStale = true;
+    m_parseResult = LsofItemList();
     m_closedDropped = true;
     if (m_mapStale) {
         m_previous.removeIf([](const LsofItemPtr& item) { return item->status() == 3; });
@@ -374,37 +383,25 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     static std::atomic<quint64> marks{0};
     const quint64 previousMark = std::exchange(m_parseMark, ++marks);
     const quint64 mark = m_parseMark;
-    // The text the items of the last parse point into, kept until this parse is done.
-    const QString previousText = std::exchange(m_lastText, text);
     static_assert(std::tuple_size_v<decltype(m_lastTitles)> == TitleCount);
     const bool sameTitles = std::exchange(m_lastTitles, *found) == *found;
-    // Whether `line` reads exactly as the line that listed `item` in the last parse did, with
-    // the columns where they were: then its identifier and state are the item's, and cutting
-    // it, building its identifier and comparing that can all be skipped. A connection that
-    // stays as it was, which most do, costs one comparison of two texts read in order.
-    const auto unchangedSince = [&](const LsofItem& item, QStringView line) {
-        if (!sameTitles || item.m_passMark != previousMark || !m_identifierMap.listsItem(item))
-            return false;
-        const qsizetype start = item.m_passLineStart;
-        const qsizetype end = start + line.size();
-        if (start < 0 || end > previousText.size() ||
-            (end < previousText.size() && previousText.at(end) != u'\n'))
-            return false;
-        // Both texts are read in order: ask for the lines a few ahead of this one.
-        constexpr qsizetype kAhead = 2048;
-        if (end + kAhead < previousText.size()) {
-            const char* const old = reinterpret_cast<const char*>(previousText.constData() + start);
-            const char* const now = reinterpret_cast<const char*>(line.data());
-            for (qsizetype offset = 0; offset < line.size() * 2; offset += 64) {
-                __builtin_prefetch(old + 2 * kAhead + offset);
-                __builtin_prefetch(now + 2 * kAhead + offset);
-            }
-        }
-        return QStringView(previousText).mid(start, line.size()) == line;
+    // Lines are known by a seeded hash: a line whose hash is the one the line of a connection
+    // had in the last parse, under the same columns, reads as that line did, and its identifier
+    // and state are the connection's. Cutting it, building its identifier and comparing that
+    // can all be skipped, and the last text need not be kept or read again. The seed is
+    // random, so no output can be made to collide on purpose; by chance, two different lines
+    // share a 64-bit hash once in about 10^19 comparisons.
+    static const size_t lineSeed = QRandomGenerator::system()->generate64();
+    const auto unchangedSince = [&](const LsofItem& item, size_t lineHash) {
+        return sameTitles && item.m_lineHash == lineHash && item.m_passMark == previousMark &&
+               m_identifierMap.listsItem(item);
     };
     qsizetype lineStart = headerEnd < 0 ? text.size() : headerEnd + 1;
-    const QChar* const textEnd = text.constEnd();
-    result.reserve(std::count(text.constBegin() + lineStart, textEnd, u'\n') + 1);
+    // Room for about as many lines as last time, and for the closed items change detection
+    // puts back in (a refresh closes a few percent of them); a first output is guessed from its
+    // length. More lines only cost a copy of the list. (Counting the lines would read a big
+    // output twice.)
+    result.reserve(std::max(qsizetype(m_openAt.size()) * 17 / 16, text.size() / 64) + 16);
     // lsof lists a machine's sockets in much the same order every time, so a line is most
     // often the connection that followed the previous line's in the previous snapshot. That
     // item is tried first, and the map is asked only when it is not the one the map lists
@@ -415,60 +412,71 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     const auto openItem = [&](qsizetype at) -> const LsofItemPtr* {
         return at < openCount ? m_previous.constData() + m_openAt[size_t(at)] : nullptr;
     };
-    // A connection of the previous snapshot listed again, its state already set.
-    const auto keep = [&](const LsofItemPtr& kept, QStringView line, const QString& previousState,
-                          qint8 status) {
-        kept->setOldState(previousState);
-        markListed(*kept, result.size(), true, false, status, line, text);
+    // The status a line's connection gets: new ones count as new only when there was a
+    // snapshot before.
+    const qint32 freshStatus = openCount > 0 ? 1 : 0;
+    // A connection of the previous snapshot listed again, with `state` as its new state (none:
+    // the state it has).
+    const auto keep = [&](const LsofItemPtr& kept, QStringView line, size_t lineHash,
+                          const QString* state, qint32 status) {
+        if (state || status != 0 || !kept->m_settled)
+            kept->carryState(state, status);
         if (kept->m_previousIndex >= 0 && kept->m_previousIndex < qsizetype(m_foundAt.size())) {
             m_foundAt[size_t(kept->m_previousIndex)] = result.size();
             cursor = kept->m_previousIndex + 1;
         }
+        markListed(*kept, result.size(), line, lineHash, text);
         result.append(kept);
     };
-    const auto take = [&](const LineFields& fields, QStringView line, const QString& identifier,
-                          size_t hash, const LsofItemPtr* likely) {
+    const auto take = [&](const LineFields& fields, QStringView line, size_t lineHash,
+                          const QString& identifier, size_t hash, const LsofItemPtr* likely) {
         const LsofItemPtr* earlier = likely && m_identifierMap.lists(**likely, identifier, hash)
                                          ? likely
                                          : m_identifierMap.find(identifier, hash);
         if (!earlier) {
-            auto item = std::make_shared<LsofItem>();
+            auto item = LsofItem::create();
             fillItem(*item, fields, m_texts);
             if (fields.hasState)
                 item->setState(m_texts.text(fields.state));
             // A copy of its own: the buffer is written again by a later line.
             item->adoptIdentifier(QString(identifier.constData(), identifier.size()));
-            markListed(*item, result.size(), false, true, 1, line, text);
+            item->m_status = freshStatus;
+            markListed(*item, result.size(), line, lineHash, text);
             m_freshItems.append(item);
             result.append(std::move(item));
             return;
         }
 
         // A connection still open: its earlier object lives on with the new state and keeps
-        // the previous one as `oldState`, which change detection compares against.
+        // the previous one as `oldState`, which change detection compares against. (States
+        // are written on this thread only, so reading them here needs no lock.)
         const LsofItemPtr& kept = *earlier;
         if (kept->m_passMark == mark) {
             // Listed again in this output: this line yields the object made for the line
             // before it, carrying this line's state.
-            auto item = std::make_shared<LsofItem>();
+            auto item = LsofItem::create();
             fillItem(*item, *cuts.cut(lineAt(text, kept->m_passLineStart)), m_texts);
             item->setState(fields.hasState ? m_texts.text(fields.state) : QString());
-            const QString before = kept->oldState();
-            item->setOldState(before);
+            item->setOldState(kept->m_oldState);
             item->adoptIdentifier(kept->m_identifier);
+            item->m_status = reusedStatus(fields.state, fields.hasState, kept->m_oldState);
             kept->m_passLineStart = line.data() - text.constData();
-            markListed(*item, result.size(), true, true,
-                       reusedStatus(fields.state, fields.hasState, before), line, text);
+            markListed(*item, result.size(), line, lineHash, text);
             m_freshItems.append(item);
             result.append(std::move(item));
             return;
         }
-        const QString previousState = kept->state();
-        if (!fields.hasState)
-            kept->setState(QString());
-        else if (previousState.isNull() || previousState != fields.state)
-            kept->setState(m_texts.text(fields.state));
-        keep(kept, line, previousState, reusedStatus(fields.state, fields.hasState, previousState));
+        const QString& previousState = kept->m_state;
+        const qint32 status = reusedStatus(fields.state, fields.hasState, previousState);
+        if (!fields.hasState) {
+            const QString none;
+            keep(kept, line, lineHash, &none, status);
+        } else if (previousState.isNull() || previousState != fields.state) {
+            const QString now = m_texts.text(fields.state);
+            keep(kept, line, lineHash, &now, status);
+        } else {
+            keep(kept, line, lineHash, nullptr, status);
+        }
     };
 
     // Lines go in batches: the look-ups of a whole batch are started (their slots, the items
@@ -478,11 +486,13 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     struct Pending {
         LineFields fields;
         QStringView line;
+        size_t lineHash = 0;
         size_t hash = 0;
         const LsofItemPtr* likely = nullptr; // the item it is expected to be, hash agreeing
         bool unchanged = false;              // `likely`'s line as it was; fields not cut
     };
     constexpr int kBatch = 16;
+    constexpr qsizetype kTextAhead = 4096;
     std::array<Pending, kBatch> batch;
     if (m_identifierBuffers.size() < kBatch)
         m_identifierBuffers.resize(kBatch);
@@ -491,19 +501,26 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         // Expected for the batch's lines: the items after the cursor, one per line.
         qsizetype expected = cursor;
         bool lost = false;
-        // The items a later batch expects: their first lines arrive while this one is taken.
+        // The items a later batch expects: the line that holds their count and bookkeeping
+        // arrives while this batch is taken (a line that reads as before needs no other).
         for (qsizetype ahead = cursor + 2 * kBatch; ahead < cursor + 3 * kBatch; ++ahead) {
-            if (const LsofItemPtr* item = openItem(ahead)) {
-                const char* const bytes = reinterpret_cast<const char*>(item->get());
-                __builtin_prefetch(bytes);
-                __builtin_prefetch(bytes + 64);
-            }
+            if (const LsofItemPtr* item = openItem(ahead))
+                __builtin_prefetch(reinterpret_cast<const char*>(item->get()) - 16, 1);
         }
         while (count < kBatch && lineStart <= text.size()) {
-            const qsizetype lineEnd =
-                std::find(text.constBegin() + lineStart, textEnd, u'\n') - text.constBegin();
+            qsizetype lineEnd = QStringView(text).indexOf(u'\n', lineStart);
+            if (lineEnd < 0)
+                lineEnd = text.size();
+            // A big output is read once, in order, from memory: ask for the text a few
+            // kilobytes ahead, across page ends, where the processor's own prefetching stops.
+            if (const qsizetype ahead = lineEnd + kTextAhead; ahead < text.size()) {
+                const char* const bytes = reinterpret_cast<const char*>(text.constData() + ahead);
+                for (qsizetype offset = 0; offset < (lineEnd - lineStart + 1) * 2; offset += 64)
+                    __builtin_prefetch(bytes - offset);
+            }
             const QStringView line = QStringView(text).mid(lineStart, lineEnd - lineStart);
             lineStart = lineEnd + 1;
+            const size_t lineHash = qHash(line, lineSeed);
             // The expected item; else the one after it (the expected one has closed); and after
             // a line that was neither, the one before (that line was a new connection).
             const LsofItemPtr* same = nullptr;
@@ -513,7 +530,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
                     break;
                 at = expected + step;
                 const LsofItemPtr* candidate = at >= 0 ? openItem(at) : nullptr;
-                if (candidate && unchangedSince(**candidate, line)) {
+                if (candidate && unchangedSince(**candidate, lineHash)) {
                     same = candidate;
                     break;
                 }
@@ -522,6 +539,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
                 // Its fields stay as they were: they are not read.
                 Pending& pending = batch[count];
                 pending.line = line;
+                pending.lineHash = lineHash;
                 pending.likely = same;
                 pending.unchanged = true;
                 expected = at + 1;
@@ -535,6 +553,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             Pending& pending = batch[count];
             pending.fields = *fields;
             pending.line = line;
+            pending.lineHash = lineHash;
             pending.unchanged = false;
             writeIdentifier(pending.fields, m_identifierBuffers[count]);
             pending.hash = IdentifierMap::hashOf(m_identifierBuffers[count]);
@@ -561,22 +580,24 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             if (pending.unchanged) {
                 const LsofItemPtr& kept = *pending.likely;
                 if (kept->m_passMark != mark) {
-                    keep(kept, pending.line, kept->state(), 0);
+                    keep(kept, pending.line, pending.lineHash, nullptr, 0);
                     continue;
                 }
                 // Listed twice in this output: the line goes the long way.
                 pending.fields = *cuts.cut(pending.line);
                 writeIdentifier(pending.fields, m_identifierBuffers[i]);
                 pending.hash = IdentifierMap::hashOf(m_identifierBuffers[i]);
-                take(pending.fields, pending.line, m_identifierBuffers[i], pending.hash, nullptr);
+                take(pending.fields, pending.line, pending.lineHash, m_identifierBuffers[i],
+                     pending.hash, nullptr);
                 continue;
             }
             // A line before it may have moved the cursor past the expected item.
             const LsofItemPtr* likely = pending.likely ? pending.likely : openItem(cursor);
-            take(pending.fields, pending.line, m_identifierBuffers[i], pending.hash, likely);
+            take(pending.fields, pending.line, pending.lineHash, m_identifierBuffers[i],
+                 pending.hash, likely);
         }
     }
-    m_parseResultSize = result.size();
+    m_parseResult = result;
     return result;
 }
 
@@ -604,22 +625,14 @@ void LsofFetcher::parseAddressAndPort(const QString& text, LsofItem& item, const
     item.setValue(QString(side % u"PortNumber"), LsofItem::integerValue(endpoint.port));
 }
 
-void LsofFetcher::markListed(LsofItem& item, qsizetype index, bool reused, bool fresh, qint8 status,
-                             QStringView line, const QString& text) const
+void LsofFetcher::markListed(LsofItem& item, qsizetype index, QStringView line, size_t lineHash,
+                             const QString& text) const
 {
+    item.m_previousIndex = qint32(index);
     item.m_passMark = m_parseMark;
-    item.m_passIndex = qint32(index);
-    item.m_passReused = reused;
-    item.m_passFresh = fresh;
-    item.m_passStatus = status;
     item.m_passLineStart = line.data() - text.constData();
+    item.m_lineHash = lineHash;
 }
-
-namespace {
-
-constexpr qsizetype kDetectionLookahead = 8;
-
-} // namespace
 
 void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
 {
@@ -633,27 +646,17 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         return m_previous.at(m_closedDropped ? m_openAt[size_t(p)] : p);
     };
 
-    // A list the last parse returned, untouched, is matched through the marks the parse left:
-    // one pass over the items instead of a look-up for each. The marks serve one detection.
-    bool fromParse = items.size() == m_parseResultSize;
-    m_parseResultSize = -1;
-    for (qsizetype i = 0; fromParse && i < items.size(); ++i) {
-        // The items lie all over the heap: ask for the ones a few steps ahead while this one
-        // is marked, or a big snapshot waits on memory once per item.
-        if (i + kDetectionLookahead < items.size())
-            __builtin_prefetch(items.at(i + kDetectionLookahead).get());
-        LsofItem& item = *items.at(i);
-        if (item.m_passMark != m_parseMark || item.m_passIndex != i) {
-            fromParse = false;
-            break;
-        }
-        // The parser compared the states while it had them at hand.
-        if (previousCount > 0)
-            item.setStatus(item.m_passReused ? item.m_passStatus : 1);
-        item.m_previousIndex = qint32(i);
-    }
-    LsofItemList closed;
-    std::vector<qint32> openAt(size_t(items.size()));
+    // The list the last parse returned, untouched: the parse has set its statuses and kept
+    // account of which previous items it listed where. Any other list is matched anew.
+    const bool fromParse =
+        items.constData() == m_parseResult.constData() && items.size() == m_parseResult.size();
+    m_parseResult = LsofItemList();
+    // The closed items, in a list whose room is kept from pass to pass.
+    LsofItemList& closed = m_closed;
+    // Where the open items will stand in the list given back: made in the buffer of the last
+    // pass but one, which a big snapshot would otherwise ask of the allocator anew.
+    std::vector<qint32>& openAt = m_nextOpenAt;
+    openAt.resize(size_t(items.size()));
     std::iota(openAt.begin(), openAt.end(), 0);
     if (previousCount > 0) {
         for (qsizetype i = 0; !fromParse && i < items.size(); ++i) {
@@ -685,7 +688,7 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
             return originalIndex.value(previousAt(previous).get(), -1);
         };
 
-        GapCounter inserted(originals + 1);
+        GapCounter inserted(m_gapTree, originals + 1);
         // The closed items of each gap that received some; a gap's list is found through
         // m_gapList, which is laid out only once a first closed item appears.
         std::vector<LsofItemList> gapItems;
@@ -737,23 +740,43 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         }
 
         if (closedCount > 0) {
-            // The pointers move out of the parser's list when nobody else holds it: copying
-            // them would write to every item's count, and so would freeing that list.
-            const bool own = items.isDetached();
-            LsofItemList placed;
-            placed.reserve(length);
-            for (qsizetype i = 0; i < originals; ++i) {
-                if (const qint32 at = m_gapList[size_t(i)]; at >= 0)
-                    placed.append(gapItems[size_t(at)]);
-                openAt[size_t(i)] = qint32(placed.size());
-                if (own)
-                    placed.append(std::move(items[i]));
-                else
+            const auto gapAt = [&](qsizetype gap) -> const LsofItemList* {
+                const qint32 at = m_gapList[size_t(gap)];
+                return at >= 0 ? &gapItems[size_t(at)] : nullptr;
+            };
+            if (items.isDetached()) {
+                // Nobody else holds the parser's list: its pointers move back to their places
+                // within it, last first, into the room the parser left at its end. Copying
+                // them would write to every item's count, and so would freeing that list.
+                items.resize(length);
+                LsofItemPtr* const data = items.data();
+                qsizetype to = length;
+                const auto placeGap = [&](qsizetype gap) {
+                    if (const LsofItemList* list = gapAt(gap)) {
+                        for (qsizetype k = list->size() - 1; k >= 0; --k)
+                            data[--to] = list->at(k);
+                    }
+                };
+                placeGap(originals);
+                for (qsizetype i = originals - 1; i >= 0; --i) {
+                    openAt[size_t(i)] = qint32(--to);
+                    if (to != i)
+                        data[to] = std::move(data[i]);
+                    placeGap(i);
+                }
+            } else {
+                LsofItemList placed;
+                placed.reserve(length);
+                for (qsizetype i = 0; i < originals; ++i) {
+                    if (const LsofItemList* list = gapAt(i))
+                        placed.append(*list);
+                    openAt[size_t(i)] = qint32(placed.size());
                     placed.append(items.at(i));
+                }
+                if (const LsofItemList* list = gapAt(originals))
+                    placed.append(*list);
+                items = std::move(placed);
             }
-            if (const qint32 at = m_gapList[size_t(originals)]; at >= 0)
-                placed.append(gapItems[size_t(at)]);
-            items = std::move(placed);
         }
     }
 
@@ -763,6 +786,7 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         m_mapStale = true;
     m_foundAt.clear();
     m_freshItems.clear();
+    closed.clear();
 
     if (m_reporter) {
         if (m_reporter->needsNotifyOrLogNewConnections())
@@ -772,7 +796,7 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
     }
     releaseItems(m_previous);
     m_previous = items;
-    m_openAt = std::move(openAt);
+    std::swap(m_openAt, m_nextOpenAt);
     m_closedDropped = false;
 }
 

@@ -105,20 +105,21 @@ public:
     const IdentifierMap& identifierMap() const { return m_identifierMap; }
 
 private:
-    void markListed(LsofItem& item, qsizetype index, bool reused, bool fresh, qint8 status,
-                    QStringView line, const QString& text) const;
+    void markListed(LsofItem& item, qsizetype index, QStringView line, size_t lineHash,
+                    const QString& text) const;
     // Brings the identifier map from the previous snapshot to `items`, the new one, after a
     // detection that followed the parse of `items`.
     void updateIdentifierMap(const LsofItemList& closed);
 
     // The last parse's mark (unique across fetchers, so an item parsed by another one never
-    // passes for one of this fetcher's), its text and its header's title positions: a line
-    // that reads exactly as the line of the same connection did there is that connection
-    // unchanged.
+    // passes for one of this fetcher's) and its header's title positions: a line whose hash is
+    // that of the line of the same connection there, under the same columns, is that
+    // connection unchanged.
     quint64 m_parseMark = 0;
-    QString m_lastText;
     std::array<qsizetype, 8> m_lastTitles{};
-    qsizetype m_parseResultSize = 0;
+    // The list the last parse returned, until change detection takes it. A list that shares its
+    // data is that very list, untouched, so detection can trust what the parse left on its items.
+    LsofItemList m_parseResult;
     AcquisitionRoads m_roads = AcquisitionRoads::system();
     std::once_flag m_helperChecked;
     bool m_helperInstalled = false;
@@ -132,6 +133,7 @@ private:
     // Where the open items of m_previous stand in it, in order: the previous snapshot once a
     // parse has begun (m_closedDropped), when the closed items are no longer part of it.
     std::vector<qint32> m_openAt;
+    std::vector<qint32> m_nextOpenAt;
     bool m_closedDropped = false;
     // Per item of the previous snapshot, where the parse listed it (-1: not listed); and the
     // objects the parse made, in order. Read by the detection that follows.
@@ -140,6 +142,9 @@ private:
     // Per gap of the new list, which list of closed items change detection is filling for it
     // (-1: none); kept between passes so that a big snapshot does not ask for it anew.
     std::vector<qint32> m_gapList;
+    // Buffers of change detection, kept so that a big snapshot does not ask for them anew.
+    std::vector<qint32> m_gapTree;
+    LsofItemList m_closed;
     QList<QString> m_identifierBuffers;
     TextPool m_texts;
     ChangeReporting* m_reporter = nullptr;

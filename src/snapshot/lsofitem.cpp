@@ -377,6 +377,7 @@ void LsofItem::setStatus(qint32 status)
 {
     QMutexLocker locker(&m_lock);
     m_status = status;
+    m_settled = false;
 }
 
 void LsofItem::setProcessName(const QString& name)
@@ -412,6 +413,7 @@ void LsofItem::setState(const QString& value)
 {
     QMutexLocker locker(&m_lock);
     m_state = value;
+    m_settled = false;
 }
 
 QString LsofItem::oldState() const
@@ -424,6 +426,22 @@ void LsofItem::setOldState(const QString& value)
 {
     QMutexLocker locker(&m_lock);
     m_oldState = value;
+    m_settled = false;
+}
+
+void LsofItem::carryState(const QString* state, qint32 status)
+{
+    // The very same characters: assigning would only move two reference counts.
+    const auto same = [](const QString& a, const QString& b) {
+        return a.data_ptr().data() == b.data_ptr().data() && a.size() == b.size();
+    };
+    QMutexLocker locker(&m_lock);
+    if (!same(m_oldState, m_state))
+        m_oldState = m_state;
+    if (state && !same(*state, m_state))
+        m_state = *state;
+    m_status = status;
+    m_settled = status == 0 && same(m_oldState, m_state);
 }
 
 QString LsofItem::identifier() const
@@ -463,18 +481,41 @@ void LsofItem::setSearchCache(const SearchCache& cache) const
     m_searchCache = cache;
 }
 
+namespace {
+
+// Memory on a cache line's start. The shared count of std::allocate_shared comes first (16
+// bytes), so the first fields of the item share its line.
+template <typename T> struct LineAligned {
+    using value_type = T;
+    static constexpr std::align_val_t kLine{64};
+    LineAligned() = default;
+    template <typename U> explicit LineAligned(const LineAligned<U>&) {}
+    T* allocate(size_t n) { return static_cast<T*>(::operator new(n * sizeof(T), kLine)); }
+    void deallocate(T* p, size_t) { ::operator delete(p, kLine); }
+    bool operator==(const LineAligned&) const { return true; }
+};
+
+} // namespace
+
+std::shared_ptr<LsofItem> LsofItem::create()
+{
+    return std::allocate_shared<LsofItem>(LineAligned<LsofItem>());
+}
+
 void releaseItems(LsofItemList& items)
 {
     if (!items.isDetached()) {
         items.clear();
         return;
     }
-    constexpr qsizetype kAhead = 32;
+    // Most items live on in a newer list and only their count changes: the line that holds it
+    // is what is asked for.
+    constexpr qsizetype kAhead = 64;
     LsofItemPtr* const data = items.data();
     const qsizetype count = items.size();
     for (qsizetype i = 0; i < count; ++i) {
         if (i + kAhead < count && data[i + kAhead])
-            prefetchItem(data[i + kAhead]);
+            __builtin_prefetch(reinterpret_cast<const char*>(data[i + kAhead].get()) - 16, 1);
         data[i].reset();
     }
     items.clear();

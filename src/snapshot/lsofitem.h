@@ -51,6 +51,9 @@ public:
     LsofItem() = default;
     Q_DISABLE_COPY_MOVE(LsofItem)
 
+    // A new item, laid out for the refresh: the parser makes its items this way.
+    static std::shared_ptr<LsofItem> create();
+
     static std::optional<Key> keyForName(QStringView name);
     static QString nameForKey(Key key);
     // All keys, in field order (the order of the command line's JSON objects).
@@ -181,34 +184,37 @@ public:
     static QString descriptionForPort(const QString& port, const QString& protocol);
 
 private:
+    // A parse lists the item again: the state becomes the old state, `state` (when given) the
+    // new one, and the status is set, all under one lock. A state that is already the old one
+    // is not written again, which spares a connection that stays as it was two reference
+    // counts.
+    void carryState(const QString* state, qint32 status);
     // The field of a text key that is written before the item is published and never again;
     // null for the other keys.
     const QString* fixedText(Key key) const;
 
-    // What every refresh touches comes first, so that a pass over ten thousand items reads
-    // one or two cache lines of each rather than the whole object.
-    mutable QMutex m_lock;
-    qint32 m_status = 0;
-
-    // Bookkeeping of the parse that last listed this item, read by the change detection that
-    // follows it on the same thread: the status the parse found for it, whether it stood for
-    // a connection already known, whether the parse made it, which parse, where in its result,
-    // where the item stands in the previous snapshot (kept by change detection for the next
-    // parse), and where its line starts in that parse's text.
+    // What a refresh reads and writes of an item that stays as it was comes first: with the
+    // shared count that precedes the object (LsofItem::create aligns the two), it is one
+    // cache line, and a pass over a hundred thousand items waits for one line of each.
+    //
+    // Bookkeeping of the parse that last listed this item, for the next parse: the identifier
+    // map that lists this very object under its identifier, if any; which parse; a hash of its
+    // line and where that line starts in the parse's text; where it stands in that parse's list.
     friend class LsofFetcher;
     friend class IdentifierMap;
-    qint8 m_passStatus = 0;
-    bool m_passReused = false;
-    bool m_passFresh = false;
-    quint64 m_passMark = 0;
-    qint32 m_passIndex = -1;
-    qint32 m_previousIndex = -1;
-    qsizetype m_passLineStart = -1;
-    // The identifier map that lists this very object under its identifier, if any, and that
-    // identifier's hash: a line can then be checked against a likely item without a look-up.
     const IdentifierMap* m_listedIn = nullptr;
-    size_t m_identifierHash = 0;
+    quint64 m_passMark = 0;
+    size_t m_lineHash = 0;
+    qsizetype m_passLineStart = -1;
+    qint32 m_previousIndex = -1;
+    qint32 m_status = 0;
+    // The status is 0 and the old state is the very state: carrying the state over to another
+    // pass would change nothing, and the fields need not be read.
+    bool m_settled = false;
 
+    mutable QMutex m_lock;
+    // The hash of the identifier the map lists this object under.
+    size_t m_identifierHash = 0;
     QString m_state;
     QString m_oldState;
     mutable QString m_identifier;

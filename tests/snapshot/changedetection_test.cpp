@@ -149,6 +149,59 @@ TEST(ChangeDetection, EmptyResultKeepsThePreviousSnapshot)
     EXPECT_EQ(statuses(next), (QList<int>{2, 0}));
 }
 
+// A connection listed as before comes out unchanged, its state carried over, whatever its
+// status and old state were: a pass that changed it, or a write from elsewhere.
+TEST(ChangeDetection, AConnectionListedAsBeforeIsUnchangedWhateverItWasTold)
+{
+    LsofFetcher fetcher;
+    pass(fetcher, output({{1, u"ESTABLISHED"_s}}));
+    LsofItemList items = pass(fetcher, output({{1, u"CLOSE_WAIT"_s}}));
+    ASSERT_EQ(items.size(), 1);
+    const LsofItemPtr item = items[0];
+    EXPECT_EQ(item->status(), 2);
+    EXPECT_EQ(item->oldState(), u"ESTABLISHED"_s);
+
+    for (int round = 0; round < 3; ++round) {
+        if (round == 1)
+            item->setStatus(2);
+        if (round == 2)
+            item->setOldState(u"SYN_SENT"_s);
+        items = pass(fetcher, output({{1, u"CLOSE_WAIT"_s}}));
+        ASSERT_EQ(items, LsofItemList{item}) << "round " << round;
+        EXPECT_EQ(item->status(), 0) << "round " << round;
+        EXPECT_EQ(item->state(), u"CLOSE_WAIT"_s) << "round " << round;
+        EXPECT_EQ(item->oldState(), u"CLOSE_WAIT"_s) << "round " << round;
+    }
+
+    // A state where there was none is no change, but the next pass still carries it over.
+    const auto line = [](const QString& name) -> QString {
+        return kLsofHeader + u'\n' +
+               lsofLine(u"app"_s, 42, u"7u"_s, u"IPv4"_s, 1007, u"TCP"_s, name) + u'\n';
+    };
+    LsofFetcher other;
+    pass(other, line(u"10.0.0.2:5007->10.0.0.9:443"_s));
+    items = pass(other, line(u"10.0.0.2:5007->10.0.0.9:443 (ESTABLISHED)"_s));
+    ASSERT_EQ(items.size(), 1);
+    EXPECT_EQ(items[0]->status(), 0);
+    EXPECT_TRUE(items[0]->oldState().isNull());
+    items = pass(other, line(u"10.0.0.2:5007->10.0.0.9:443 (ESTABLISHED)"_s));
+    ASSERT_EQ(items.size(), 1);
+    EXPECT_EQ(items[0]->oldState(), u"ESTABLISHED"_s);
+}
+
+// Detection compares with the snapshot it last gave, even when a parse came in between whose
+// list it never took (a one-off listing on the same fetcher).
+TEST(ChangeDetection, AParseLeftUndetectedChangesNothingForTheNext)
+{
+    LsofFetcher fetcher;
+    const LsofItemList first = pass(fetcher, output(established({1, 2, 3})));
+    EXPECT_EQ(fetcher.parseLsofResult(output(established({3, 4}))).size(), 2);
+    const LsofItemList items = pass(fetcher, output(established({1, 2, 3})));
+    EXPECT_EQ(fds(items), (QList<int>{1, 2, 3}));
+    EXPECT_TRUE(items == first) << "the same objects";
+    EXPECT_EQ(statuses(items), (QList<int>{0, 0, 0}));
+}
+
 TEST(ChangeDetection, ClosedItemsLandWhereTheNeverResetCounterPutsThem)
 {
     struct Case {
