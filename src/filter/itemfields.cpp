@@ -1,5 +1,7 @@
 #include "itemfields.h"
 
+#include <algorithm>
+
 QString ItemFields::text(const LsofItem& item, LsofItem::Key key)
 {
     using K = LsofItem::Key;
@@ -44,8 +46,17 @@ QString ItemFields::text(const LsofItem& item, LsofItem::Key key)
         return item.identifier();
     case K::localizedAppName:
         return item.localizedAppName();
+    case K::PID: {
+        // A process id as lsof prints it is already the number's text.
+        const QString id = item.processId();
+        const bool plain =
+            !id.isEmpty() && id.size() < 16 && (id.size() == 1 || id[0] != u'0') &&
+            std::all_of(id.cbegin(), id.cend(), [](QChar c) { return c >= u'0' && c <= u'9'; });
+        if (plain)
+            return id;
+        break;
+    }
     case K::status:
-    case K::PID:
     case K::localPortNumber:
     case K::remotePortNumber:
         break;

@@ -106,15 +106,38 @@ bool ItemMatcher::passesKeyword(const LsofItem& item, MatchBudget* budget) const
     }
 
     // Most rows are the same from one refresh to the next: their text is assembled again only
-    // when the state or the host name moved, and searched again only for a new pattern.
-    LsofItem::SearchCache cache = item.searchCache();
-    bool changed = false;
-    const QString state = item.state();
-    bool textCurrent = cache.textStamp == m_textStamp && state == cache.state;
+    // when the state or the host name moved, and searched again only for a new pattern. The
+    // cache is read in place; a row whose verdict stands costs no copy of it.
+    std::optional<LsofItem::SearchCache> kept;
+    QString state;
+    bool matched = false;
+    enum class Look { Current, Stale, Unknown };
+    const Look look =
+        item.readSearchCache([&](const LsofItem::SearchCache& cache, const QString& now) {
+            if (cache.textStamp != m_textStamp || now != cache.state) {
+                state = now;
+                return Look::Unknown;
+            }
+            if (cache.patternStamp == m_patternStamp &&
+                (!m_usesHostname || cache.hostnameGeneration == m_hostnameGeneration)) {
+                matched = cache.matched;
+                return Look::Current;
+            }
+            kept = cache;
+            return Look::Stale;
+        });
+    if (look == Look::Current)
+        return matched;
+
+    LsofItem::SearchCache cache;
+    if (look == Look::Stale) {
+        cache = std::move(*kept);
+        state = cache.state;
+    }
+    bool textCurrent = look == Look::Stale;
     if (textCurrent && m_usesHostname && cache.hostnameGeneration != m_hostnameGeneration) {
         textCurrent = item.cachedRemoteHostname() == cache.hostname;
         cache.hostnameGeneration = m_hostnameGeneration;
-        changed = true;
     }
     if (!textCurrent) {
         cache.hostname = m_usesHostname ? item.cachedRemoteHostname() : QString();
@@ -123,18 +146,16 @@ bool ItemMatcher::passesKeyword(const LsofItem& item, MatchBudget* budget) const
         cache.textStamp = m_textStamp;
         cache.hostnameGeneration = m_hostnameGeneration;
         cache.patternStamp = 0;
-        changed = true;
     }
     if (cache.patternStamp != m_patternStamp) {
         if (budget && !budget->allows())
             return false;
         cache.matched = search(cache.text);
         cache.patternStamp = m_patternStamp;
-        changed = true;
     }
-    if (changed)
-        item.setSearchCache(cache);
-    return cache.matched;
+    matched = cache.matched;
+    item.setSearchCache(std::move(cache));
+    return matched;
 }
 
 bool ItemMatcher::search(const QString& text) const
@@ -149,13 +170,24 @@ bool ItemMatcher::search(const QString& text) const
 
 QString ItemMatcher::joinedText(const LsofItem& item, const QString& hostname) const
 {
-    // The fields are gathered first and copied into a text of the right length: one
-    // allocation per row rather than a growing text.
-    QVarLengthArray<QString, 24> fields;
+    // The fields an item holds for good are read in place; the others are made and kept here
+    // while the text is copied together: one allocation per row, and no reference count moved
+    // for a field read in place.
+    QVarLengthArray<QStringView, 24> fields;
+    QVarLengthArray<QString, 24> made;
     qsizetype length = 0;
     for (const LsofItem::Key key : m_filter.keywordKeys) {
-        fields.append(key == LsofItem::Key::remoteHostname ? hostname : keywordText(item, key));
-        length += fields.back().size() + 1;
+        QStringView field;
+        if (key == LsofItem::Key::remoteHostname) {
+            field = hostname;
+        } else if (const QString* fixed = item.fixedText(key)) {
+            field = *fixed;
+        } else {
+            made.append(keywordText(item, key));
+            field = made.back();
+        }
+        fields.append(field);
+        length += field.size() + 1;
     }
     // NUL between the fields keeps a plain word from matching across two of them.
     QString joined(std::max<qsizetype>(length - 1, 0), Qt::Uninitialized);
@@ -163,11 +195,16 @@ QString ItemMatcher::joinedText(const LsofItem& item, const QString& hostname) c
     for (qsizetype i = 0; i < fields.size(); ++i) {
         if (i > 0)
             *out++ = QChar(u'\0');
-        out = std::copy(fields[i].cbegin(), fields[i].cend(), out);
+        out = std::copy(fields[i].begin(), fields[i].end(), out);
     }
     // A field cut through a surrogate pair would leave half a character; searching such a
-    // text unchecked is undefined, so the half becomes U+FFFD.
-    if (!QStringView(joined).isValidUtf16()) {
+    // text unchecked is undefined, so the half becomes U+FFFD. Most texts hold no surrogate at
+    // all, which a plain scan tells quickly.
+    const char16_t* const units = reinterpret_cast<const char16_t*>(joined.constData());
+    bool surrogates = false;
+    for (qsizetype i = 0; i < joined.size(); ++i)
+        surrogates |= (units[i] & 0xF800) == 0xD800;
+    if (surrogates && !QStringView(joined).isValidUtf16()) {
         for (qsizetype i = 0; i < joined.size(); ++i) {
             const QChar c = joined.at(i);
             if (c.isHighSurrogate() && i + 1 < joined.size() && joined.at(i + 1).isLowSurrogate())

@@ -469,16 +469,10 @@ QString LsofItem::description() const
     return u"<LsofItem: 0x"_s % QString::number(quintptr(this), 16) % u">: "_s % identifier();
 }
 
-LsofItem::SearchCache LsofItem::searchCache() const
+void LsofItem::setSearchCache(SearchCache cache) const
 {
     QMutexLocker locker(&m_lock);
-    return m_searchCache;
-}
-
-void LsofItem::setSearchCache(const SearchCache& cache) const
-{
-    QMutexLocker locker(&m_lock);
-    m_searchCache = cache;
+    std::swap(m_searchCache, cache);
 }
 
 namespace {

@@ -71,6 +71,9 @@ public:
     // The value as text, the way a field prints ("" for null): what the keyword search and
     // the table's display read.
     QString text(Key key) const;
+    // The field of a text key that is written before the item is published and never again,
+    // so that it can be read in place from any thread; null for the other keys.
+    const QString* fixedText(Key key) const;
 
     qint32 status() const;
     void setStatus(qint32 status);
@@ -155,8 +158,15 @@ public:
         quint64 patternStamp = 0;
         bool matched = false;
     };
-    SearchCache searchCache() const;
-    void setSearchCache(const SearchCache& cache) const;
+    // Runs `read` on the search cache and the state, under the item's lock, and gives back what
+    // it returns: a row's cache is checked without copying it.
+    template <typename Read> auto readSearchCache(Read&& read) const
+    {
+        QMutexLocker locker(&m_lock);
+        return read(std::as_const(m_searchCache), std::as_const(m_state));
+    }
+    // Replaces the cache; the texts it held are let go after the lock.
+    void setSearchCache(SearchCache cache) const;
     // Asks memory for the fields reading `key` starts from (for names derived from the process:
     // its id and command name). A pass that reads one column of many items asks a few items
     // ahead, so that their cold fields arrive together instead of one after the other.
@@ -189,9 +199,6 @@ private:
     // is not written again, which spares a connection that stays as it was two reference
     // counts.
     void carryState(const QString* state, qint32 status);
-    // The field of a text key that is written before the item is published and never again;
-    // null for the other keys.
-    const QString* fixedText(Key key) const;
 
     // What a refresh reads and writes of an item that stays as it was comes first: with the
     // shared count that precedes the object (LsofItem::create aligns the two), it is one

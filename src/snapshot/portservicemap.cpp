@@ -29,6 +29,26 @@ std::optional<int> portNumber(QStringView port)
     return value;
 }
 
+// Whether `protocol` is `known` but for case. Protocols are short ASCII words; anything else
+// takes Qt's Unicode comparison.
+bool sameProtocol(QStringView protocol, QStringView known)
+{
+    if (protocol.size() != known.size())
+        return false;
+    for (qsizetype i = 0; i < protocol.size(); ++i) {
+        char16_t a = protocol[i].unicode(), b = known[i].unicode();
+        if (a >= 0x80 || b >= 0x80)
+            return protocol.compare(known, Qt::CaseInsensitive) == 0;
+        if (a >= u'A' && a <= u'Z')
+            a += u'a' - u'A';
+        if (b >= u'A' && b <= u'Z')
+            b += u'a' - u'A';
+        if (a != b)
+            return false;
+    }
+    return true;
+}
+
 } // namespace
 
 PortServiceMap::PortServiceMap(const QString& table, Fallback fallback)
@@ -95,7 +115,7 @@ std::optional<quint32> PortServiceMap::rowKey(QStringView port, QStringView prot
     if (!number)
         return std::nullopt;
     for (qsizetype i = 0; i < m_protocols.size(); ++i) {
-        if (protocol.compare(m_protocols[i], Qt::CaseInsensitive) == 0)
+        if (sameProtocol(protocol, m_protocols[i]))
             return quint32(i) << 16 | quint32(*number);
     }
     return std::nullopt;

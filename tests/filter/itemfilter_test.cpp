@@ -237,7 +237,12 @@ TEST(ItemFilter, AnExhaustedBudgetDropsTheRestOnlyWhenPatternsAreInvolved)
 
 TEST(ItemFields, ReadEveryKeyAsTheItemsOwnKeyValueAccessDoes)
 {
-    const LsofItemList items = fixtureItems();
+    LsofItemList items = fixtureItems();
+    // Process ids that are not a number's own text: the PID prints the number.
+    for (const QString& id : {u"0123"_s, u"00"_s, u"+7"_s, u"-5"_s, u" 42"_s, u"4x"_s, u""_s}) {
+        items.append(std::make_shared<LsofItem>());
+        items.back()->setProcessId(id);
+    }
     items[0]->setStatus(3);
     items[0]->setOldState(u"SYN_SENT"_s);
     items[0]->setSizeAndOffset(u"0t0"_s);
