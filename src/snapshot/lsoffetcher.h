@@ -133,6 +133,7 @@ private:
     // Where the open items of m_previous stand in it, in order: the previous snapshot once a
     // parse has begun (m_closedDropped), when the closed items are no longer part of it.
     std::vector<qint32> m_openAt;
+    // The buffer change detection fills with the next m_openAt; the two trade places.
     std::vector<qint32> m_nextOpenAt;
     bool m_closedDropped = false;
     // Per item of the previous snapshot, where the parse listed it (-1: not listed); and the
