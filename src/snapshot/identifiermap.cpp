@@ -113,12 +113,15 @@ LsofItemPtr IdentifierMap::value(QStringView identifier) const
 
 void IdentifierMap::insert(const LsofItemPtr& item)
 {
+    insert(item, hashOf(identifierOf(*item)));
+}
+
+void IdentifierMap::insert(const LsofItemPtr& item, size_t hash)
+{
     // At most half the slots in use (emptied ones counting): probes stay short.
     if ((m_size + m_removed + 1) * 2 > qsizetype(m_slots.size()))
         grow(m_size + 1);
-    const QStringView identifier = identifierOf(*item);
-    const size_t hash = hashOf(identifier);
-    Slot& slot = m_slots[slotFor(identifier, hash)];
+    Slot& slot = m_slots[slotFor(identifierOf(*item), hash)];
     if (slot.hash != hash) {
         if (slot.hash == kRemoved)
             --m_removed;
@@ -136,11 +139,21 @@ void IdentifierMap::removeItem(const LsofItemPtr& item)
 {
     if (m_size == 0)
         return;
-    const QStringView identifier = identifierOf(*item);
-    const size_t hash = hashOf(identifier);
-    Slot& slot = m_slots[slotFor(identifier, hash)];
-    if (slot.hash != hash || slot.item != item)
-        return;
+    const size_t mask = m_slots.size() - 1;
+    size_t index = 0;
+    if (item->m_listedIn == this) {
+        // Its slot holds this very pointer, from its hash on: no text is read, and no hash
+        // computed. (A closed connection's identifier is cold by the time it goes.)
+        for (index = item->m_identifierHash & mask; m_slots[index].item != item;)
+            index = (index + 1) & mask;
+    } else {
+        // Another map may list it now, while this one still holds it under its identifier.
+        const QStringView identifier = identifierOf(*item);
+        index = slotFor(identifier, hashOf(identifier));
+        if (m_slots[index].item != item)
+            return;
+    }
+    Slot& slot = m_slots[index];
     slot.hash = kRemoved;
     if (item->m_listedIn == this)
         item->m_listedIn = nullptr;

@@ -49,6 +49,8 @@ public:
 
     // Lists `item` under its identifier, replacing what was listed there.
     void insert(const LsofItemPtr& item);
+    // The same with the identifier's hashOf() at hand.
+    void insert(const LsofItemPtr& item, size_t hash);
     // Removes the entry of `item`'s identifier when it is that very object.
     void removeItem(const LsofItemPtr& item);
 

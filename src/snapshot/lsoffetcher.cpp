@@ -207,7 +207,7 @@ void splitName(QStringView name, LineFields& fields)
 
 void setEndpoint(const Endpoint& endpoint, LsofItem& item, Side side, TextPool* pool)
 {
-    const QString address = pool ? pool->text(endpoint.address) : cutText(endpoint.address);
+    const QString address = cutText(endpoint.address);
     const qint64 number = LsofItem::integerValue(endpoint.port);
     if (side == Side::Local) {
         item.setLocalAddress(address);
@@ -221,7 +221,9 @@ void setEndpoint(const Endpoint& endpoint, LsofItem& item, Side side, TextPool* 
 }
 
 // Every field but the state, which the caller decides. Texts that repeat from line to line
-// come from the pool; the device and the local port are nearly unique and are not pooled.
+// come from the pool. The device and the local port are nearly unique, and addresses are too
+// many on a busy machine: a copy costs less than finding one among tens of thousands of
+// pooled texts, at places the cache no longer holds.
 void fillItem(LsofItem& item, const LineFields& fields, TextPool& pool)
 {
     item.setProcessName(pool.text(fields.processName));
@@ -379,6 +381,10 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     }
     m_foundAt.assign(m_openAt.size(), -1);
     m_freshItems.clear();
+    LsofItemList retired = std::exchange(m_retired, LsofItemList());
+    if (!retired.isDetached())
+        retired.clear(); // another holder lets its items go
+    qsizetype retiredDone = 0;
 
     static std::atomic<quint64> marks{0};
     const quint64 previousMark = std::exchange(m_parseMark, ++marks);
@@ -440,6 +446,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
                 item->setState(m_texts.text(fields.state));
             // A copy of its own: the buffer is written again by a later line.
             item->adoptIdentifier(QString(identifier.constData(), identifier.size()));
+            item->m_identifierHash = hash;
             item->m_status = freshStatus;
             markListed(*item, result.size(), line, lineHash, text);
             m_freshItems.append(item);
@@ -459,6 +466,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             item->setState(fields.hasState ? m_texts.text(fields.state) : QString());
             item->setOldState(kept->m_oldState);
             item->adoptIdentifier(kept->m_identifier);
+            item->m_identifierHash = hash;
             item->m_status = reusedStatus(fields.state, fields.hasState, kept->m_oldState);
             kept->m_passLineStart = line.data() - text.constData();
             markListed(*item, result.size(), line, lineHash, text);
@@ -596,7 +604,15 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             take(pending.fields, pending.line, pending.lineHash, m_identifierBuffers[i],
                  pending.hash, likely);
         }
+        // The retired snapshot lists much the same items in much the same order: the share of
+        // it the text read so far stands for has just been touched.
+        if (const qsizetype upTo = std::min(lineStart, text.size()) * retired.size() / text.size();
+            upTo > retiredDone) {
+            releaseItemRange(retired, retiredDone, upTo);
+            retiredDone = upTo;
+        }
     }
+    releaseItemRange(retired, retiredDone, retired.size());
     m_parseResult = result;
     return result;
 }
@@ -710,6 +726,10 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         // closed item needs it: nothing is inserted between that item and the closed one.
         qsizetype lastFoundOriginal = -1;
         for (qsizetype p = 0; p < previousCount; ++p) {
+            // A closed item is written below, and on a big snapshot it is cold: ask for the
+            // ones a little ahead.
+            if (fromParse && p + 16 < previousCount && m_foundAt[size_t(p + 16)] < 0)
+                prefetchItem(previousAt(p + 16));
             const qsizetype found = positionOf(p);
             if (found >= 0) {
                 lastFoundOriginal = found;
@@ -794,8 +814,8 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         if (m_reporter->needsNotifyOrLogConnectionStateChange())
             m_reporter->notifyChangedItems(items);
     }
-    releaseItems(m_previous);
-    m_previous = items;
+    releaseItems(m_retired);
+    m_retired = std::exchange(m_previous, items);
     std::swap(m_openAt, m_nextOpenAt);
     m_closedDropped = false;
 }
@@ -817,10 +837,19 @@ void LsofFetcher::updateIdentifierMap(const LsofItemList& closed)
     // identifier, a later item of the same identifier replacing an earlier one. Objects kept
     // from the previous snapshot are in the map already and always precede the objects made
     // for the same identifier in this parse.
-    for (const LsofItemPtr& item : closed)
-        m_identifierMap.removeItem(item);
-    for (const LsofItemPtr& item : std::as_const(m_freshItems))
-        m_identifierMap.insert(item);
+    // The slots a few items ahead are asked of memory first: on a big snapshot the table is
+    // cold, and each change would wait for its slot in turn.
+    constexpr qsizetype kAhead = 8;
+    for (qsizetype i = 0; i < closed.size(); ++i) {
+        if (i + kAhead < closed.size())
+            m_identifierMap.prefetchSlot(closed.at(i + kAhead)->m_identifierHash);
+        m_identifierMap.removeItem(closed.at(i));
+    }
+    for (qsizetype i = 0; i < m_freshItems.size(); ++i) {
+        if (i + kAhead < m_freshItems.size())
+            m_identifierMap.prefetchSlot(m_freshItems.at(i + kAhead)->m_identifierHash);
+        m_identifierMap.insert(m_freshItems.at(i), m_freshItems.at(i)->m_identifierHash);
+    }
 }
 
 namespace {

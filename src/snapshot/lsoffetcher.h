@@ -126,6 +126,11 @@ private:
     SnapshotSource::Road m_lastRoad = SnapshotSource::Road::None;
     QString m_lastProblem;
     LsofItemList m_previous;
+    // The snapshot before m_previous. When nobody else holds it any longer, the next parse lets
+    // go of its items in step with its own walk, while they are in the cache for the lines that
+    // list them again; let go at once, a big snapshot's items would be walked cold (here, or
+    // on whichever thread drops the list last).
+    LsofItemList m_retired;
     IdentifierMap m_identifierMap;
     // The map no longer follows the previous snapshot (after a detection on a list the last
     // parse did not return); the next parse builds it again.

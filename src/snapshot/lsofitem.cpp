@@ -498,19 +498,22 @@ std::shared_ptr<LsofItem> LsofItem::create()
 
 void releaseItems(LsofItemList& items)
 {
-    if (!items.isDetached()) {
-        items.clear();
+    if (items.isDetached())
+        releaseItemRange(items, 0, items.size());
+    items.clear();
+}
+
+void releaseItemRange(LsofItemList& items, qsizetype first, qsizetype last)
+{
+    if (first >= last)
         return;
-    }
     // Most items live on in a newer list and only their count changes: the line that holds it
     // is what is asked for.
     constexpr qsizetype kAhead = 64;
     LsofItemPtr* const data = items.data();
-    const qsizetype count = items.size();
-    for (qsizetype i = 0; i < count; ++i) {
-        if (i + kAhead < count && data[i + kAhead])
+    for (qsizetype i = first; i < last; ++i) {
+        if (i + kAhead < last && data[i + kAhead])
             __builtin_prefetch(reinterpret_cast<const char*>(data[i + kAhead].get()) - 16, 1);
         data[i].reset();
     }
-    items.clear();
 }

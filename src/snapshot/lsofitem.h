@@ -220,7 +220,7 @@ private:
     bool m_settled = false;
 
     mutable QMutex m_lock;
-    // The hash of the identifier the map lists this object under.
+    // The hash of its identifier (IdentifierMap::hashOf) once a parse or a map has it.
     size_t m_identifierHash = 0;
     QString m_state;
     QString m_oldState;
@@ -260,3 +260,6 @@ inline void prefetchItem(const LsofItemPtr& item)
 // ones a few places ahead asked of memory first: a big snapshot's items are cold by the time
 // it is dropped, and giving up each reference waits for its item otherwise.
 void releaseItems(LsofItemList& items);
+// Lets go of the references in [first, last) of a list nobody else holds, in the same way;
+// the list keeps its length, with those places empty.
+void releaseItemRange(LsofItemList& items, qsizetype first, qsizetype last);

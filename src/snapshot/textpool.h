@@ -5,7 +5,7 @@
 #include <QStringView>
 
 // One shared copy of each text the parser sees again and again: states, protocols, users,
-// process names, addresses. Ten thousand connections then hold a few hundred texts instead
+// process names, descriptors. Ten thousand connections then hold a few hundred texts instead
 // of ten thousand copies of each, and comparing a state with the one before reads memory
 // that is already in the cache. Bounded: past the limit it starts afresh.
 class TextPool final {
