@@ -36,6 +36,9 @@ public:
     void prefetchIdentifier(size_t hash) const;
     // Asks memory for an item's identifier, which comparing with a line reads whole.
     static void prefetchIdentifierOf(const LsofItem& item);
+    // Asks memory for where an item's identifier's characters are, without waiting for the
+    // item: the step before prefetchIdentifierOf.
+    static void prefetchIdentifierField(const LsofItem& item);
     bool contains(QStringView identifier) const { return find(identifier) != nullptr; }
     // Whether find(identifier, hash) would give this very item; reads only the item.
     bool lists(const LsofItem& item, QStringView identifier, size_t hash) const

@@ -386,9 +386,12 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         retired.clear(); // another holder lets its items go
     qsizetype retiredDone = 0;
 
-    static std::atomic<quint64> marks{0};
-    const quint64 previousMark = std::exchange(m_parseMark, ++marks);
-    const quint64 mark = m_parseMark;
+    static std::atomic<quint32> marks{0};
+    quint32 nextMark = ++marks;
+    if (nextMark == 0) // the mark of an item no parse has listed; reached after 2^32 parses
+        nextMark = ++marks;
+    const quint32 previousMark = std::exchange(m_parseMark, nextMark);
+    const quint32 mark = m_parseMark;
     static_assert(std::tuple_size_v<decltype(m_lastTitles)> == TitleCount);
     const bool sameTitles = std::exchange(m_lastTitles, *found) == *found;
     // Lines are known by a seeded hash: a line whose hash is the one the line of a connection
@@ -501,6 +504,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     };
     constexpr int kBatch = 16;
     constexpr qsizetype kTextAhead = 4096;
+    constexpr qsizetype kRetiredBehind = 1024;
     std::array<Pending, kBatch> batch;
     if (m_identifierBuffers.size() < kBatch)
         m_identifierBuffers.resize(kBatch);
@@ -570,7 +574,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
                 likely && (*likely)->m_identifierHash == pending.hash ? likely : nullptr;
             lost = !pending.likely;
             if (pending.likely)
-                IdentifierMap::prefetchIdentifierOf(**pending.likely);
+                IdentifierMap::prefetchIdentifierField(**pending.likely);
             else
                 m_identifierMap.prefetchSlot(pending.hash);
             ++count;
@@ -578,6 +582,8 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         for (int i = 0; i < count; ++i) {
             if (!batch[i].likely)
                 m_identifierMap.prefetchItem(batch[i].hash);
+            else if (!batch[i].unchanged)
+                IdentifierMap::prefetchIdentifierOf(**batch[i].likely);
         }
         for (int i = 0; i < count; ++i) {
             if (!batch[i].likely)
@@ -604,9 +610,10 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             take(pending.fields, pending.line, pending.lineHash, m_identifierBuffers[i],
                  pending.hash, likely);
         }
-        // The retired snapshot lists much the same items in much the same order: the share of
-        // it the text read so far stands for has just been touched.
-        if (const qsizetype upTo = std::min(lineStart, text.size()) * retired.size() / text.size();
+        // The retired snapshot lists much the same items in much the same order, so its items
+        // some way behind the place this list has reached have just been touched. (Connections
+        // that opened or closed shift the two lists against each other a little.)
+        if (const qsizetype upTo = std::min(retired.size(), result.size() - kRetiredBehind);
             upTo > retiredDone) {
             releaseItemRange(retired, retiredDone, upTo);
             retiredDone = upTo;

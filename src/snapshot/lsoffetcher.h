@@ -115,7 +115,7 @@ private:
     // passes for one of this fetcher's) and its header's title positions: a line whose hash is
     // that of the line of the same connection there, under the same columns, is that
     // connection unchanged.
-    quint64 m_parseMark = 0;
+    quint32 m_parseMark = 0;
     std::array<qsizetype, 8> m_lastTitles{};
     // The list the last parse returned, until change detection takes it. A list that shares its
     // data is that very list, untouched, so detection can trust what the parse left on its items.

@@ -205,23 +205,24 @@ private:
     // cache line, and a pass over a hundred thousand items waits for one line of each.
     //
     // Bookkeeping of the parse that last listed this item, for the next parse: the identifier
-    // map that lists this very object under its identifier, if any; which parse; a hash of its
-    // line and where that line starts in the parse's text; where it stands in that parse's list.
+    // map that lists this very object under its identifier, if any; which parse (0: none);
+    // where it stands in that parse's list; a hash of its line and where that line starts in
+    // the parse's text; the hash of its identifier (IdentifierMap::hashOf) once a parse or a
+    // map has it, which a line that changed is matched by.
     friend class LsofFetcher;
     friend class IdentifierMap;
     const IdentifierMap* m_listedIn = nullptr;
-    quint64 m_passMark = 0;
+    quint32 m_passMark = 0;
+    qint32 m_previousIndex = -1;
     size_t m_lineHash = 0;
     qsizetype m_passLineStart = -1;
-    qint32 m_previousIndex = -1;
+    size_t m_identifierHash = 0;
     qint32 m_status = 0;
     // The status is 0 and the old state is the very state: carrying the state over to another
     // pass would change nothing, and the fields need not be read.
     bool m_settled = false;
 
     mutable QMutex m_lock;
-    // The hash of its identifier (IdentifierMap::hashOf) once a parse or a map has it.
-    size_t m_identifierHash = 0;
     QString m_state;
     QString m_oldState;
     mutable QString m_identifier;
