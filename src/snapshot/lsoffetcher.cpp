@@ -410,6 +410,9 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     // puts back in (a refresh closes a few percent of them); a first output is guessed from its
     // length. More lines only cost a copy of the list. (Counting the lines would read a big
     // output twice.)
+    // The room is, when it can be, that of the snapshot retired by the last parse: a big list
+    // asked of the allocator anew each time costs it a sweep of its free lists and fresh pages.
+    result = std::exchange(m_spareList, LsofItemList());
     result.reserve(std::max(qsizetype(m_openAt.size()) * 17 / 16, text.size() / 64) + 16);
     // lsof lists a machine's sockets in much the same order every time, so a line is most
     // often the connection that followed the previous line's in the previous snapshot. That
@@ -620,6 +623,10 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         }
     }
     releaseItemRange(retired, retiredDone, retired.size());
+    if (retired.isDetached()) {
+        retired.clear(); // keeps its room
+        m_spareList = std::move(retired);
+    }
     m_parseResult = result;
     return result;
 }

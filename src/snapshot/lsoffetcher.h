@@ -131,6 +131,8 @@ private:
     // list them again; let go at once, a big snapshot's items would be walked cold (here, or
     // on whichever thread drops the list last).
     LsofItemList m_retired;
+    // The emptied room of the last snapshot retired, for the next parse's list.
+    LsofItemList m_spareList;
     IdentifierMap m_identifierMap;
     // The map no longer follows the previous snapshot (after a detection on a list the last
     // parse did not return); the next parse builds it again.
