@@ -130,6 +130,36 @@ TEST(ChangeDetection, RealSequenceMarksNewChangedAndClosedForOnePass)
     EXPECT_EQ(statuses(fourth), QList<int>(5, 0));
 }
 
+// The service holds on to the snapshot it replaced until its next parse; a closed
+// connection's object must still be gone two refreshes after it was shown as closed, whether
+// the caller drops each list at once (the command line) or holds it until the next one
+// arrives (the window).
+TEST(ChangeDetection, AClosedConnectionIsLetGoWhoeverHoldsTheLists)
+{
+    for (const bool holdsLast : {false, true}) {
+        SCOPED_TRACE(holdsLast ? "caller holds the last list" : "caller drops each list");
+        LsofFetcher fetcher;
+        LsofItemList held;
+        const auto refresh = [&](const QString& text) {
+            LsofItemList items = pass(fetcher, text);
+            held = holdsLast ? items : LsofItemList();
+            return items;
+        };
+        const QString both = output({{1, u"ESTABLISHED"_s}, {2, u"ESTABLISHED"_s}});
+        const QString one = output({{1, u"ESTABLISHED"_s}});
+        LsofItemList first = refresh(both);
+        ASSERT_EQ(fds(first), (QList<int>{1, 2}));
+        const std::weak_ptr<LsofItem> staying = first[0];
+        const std::weak_ptr<LsofItem> closing = first[1];
+        first.clear();
+        EXPECT_EQ(statuses(refresh(one)), (QList<int>{0, 3}));
+        refresh(one);
+        refresh(one);
+        EXPECT_TRUE(closing.expired());
+        EXPECT_FALSE(staying.expired());
+    }
+}
+
 TEST(ChangeDetection, EmptyResultKeepsThePreviousSnapshot)
 {
     LsofFetcher fetcher;
