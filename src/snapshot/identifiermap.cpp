@@ -151,8 +151,13 @@ void IdentifierMap::removeItem(const LsofItemPtr& item)
     if (item->m_listedIn == this) {
         // Its slot holds this very pointer, from its hash on: no text is read, and no hash
         // computed. (A closed connection's identifier is cold by the time it goes.)
-        for (index = item->m_identifierHash & mask; m_slots[index].item != item;)
+        for (index = item->m_identifierHash & mask; m_slots[index].item != item;) {
+            if (m_slots[index].hash == kEmpty) {
+                item->m_listedIn = nullptr; // not there after all: nothing to remove
+                return;
+            }
             index = (index + 1) & mask;
+        }
     } else {
         // Another map may list it now, while this one still holds it under its identifier.
         const QStringView identifier = identifierOf(*item);
