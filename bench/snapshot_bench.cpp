@@ -20,12 +20,13 @@ void perLine(benchmark::State& state, int lines)
         double(lines), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-// Two consecutive snapshots of a busy machine, 5 % of lines apart.
+// Two consecutive snapshots of a busy machine, 5 % of lines apart (or the same output twice).
 struct Snapshots {
-    explicit Snapshots(int lines) : generator(lines)
+    explicit Snapshots(int lines, bool changing = true) : generator(lines)
     {
         first = generator.text();
-        generator.next();
+        if (changing)
+            generator.next();
         second = generator.text();
     }
     LsofGenerator generator;
@@ -66,6 +67,15 @@ void BM_ParseAndDetect(benchmark::State& state)
     refreshes(state, snapshots, fetcher);
 }
 
+// The same with no line changing between the two outputs: what the lines that stay as they
+// were cost, under what the changes add.
+void BM_ParseAndDetectUnchanged(benchmark::State& state)
+{
+    const Snapshots snapshots(int(state.range(0)), false);
+    LsofFetcher fetcher;
+    refreshes(state, snapshots, fetcher);
+}
+
 // The same with the reporters on: console messages built, CSV rows written and flushed.
 void BM_ParseDetectAndReport(benchmark::State& state)
 {
@@ -87,6 +97,11 @@ void BM_ParseDetectAndReport(benchmark::State& state)
 
 BENCHMARK(BM_Parse)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ParseAndDetect)->Arg(1000)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ParseAndDetectUnchanged)
+    ->Arg(1000)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_ParseDetectAndReport)
     ->Arg(1000)
     ->Arg(10000)
