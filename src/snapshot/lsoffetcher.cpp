@@ -406,12 +406,12 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
                m_identifierMap.listsItem(item);
     };
     qsizetype lineStart = headerEnd < 0 ? text.size() : headerEnd + 1;
-    // Room for about as many lines as last time, and for the closed items change detection
-    // puts back in (a refresh closes a few percent of them); a first output is guessed from its
-    // length. More lines only cost a copy of the list. (Counting the lines would read a big
-    // output twice.)
-    // The room is, when it can be, that of the snapshot retired by the last parse: a big list
-    // asked of the allocator anew each time costs it a sweep of its free lists and fresh pages.
+    // The list is made, when it can be, in the room of the snapshot the last parse retired: a
+    // big list asked of the allocator anew each time costs it a sweep of its free lists and
+    // fresh pages. It needs room for about as many lines as last time, and for the closed items
+    // change detection puts back in (a refresh closes a few percent of them); a first output is
+    // guessed from its length. More lines only cost a copy of the list. (Counting the lines
+    // would read a big output twice.)
     result = std::exchange(m_spareList, LsofItemList());
     result.reserve(std::max(qsizetype(m_openAt.size()) * 17 / 16, text.size() / 64) + 16);
     // lsof lists a machine's sockets in much the same order every time, so a line is most
