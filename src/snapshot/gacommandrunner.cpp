@@ -5,7 +5,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QStringDecoder>
 
 #include <cerrno>
 #include <csignal>
@@ -121,15 +120,12 @@ ChildOutput runChild(const std::vector<std::string>& argv, std::chrono::millisec
     return result;
 }
 
-QString decodedUtf8(const QByteArray& bytes)
+// The bytes when they are UTF-8 (empty, never null, when there are none), else null.
+QByteArray validUtf8(const QByteArray& bytes)
 {
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = decoder.decode(bytes);
-    if (decoder.hasError())
+    if (!bytes.isValidUtf8())
         return {};
-    if (text.isNull())
-        text = u""_s;
-    return text;
+    return bytes.isNull() ? QByteArray("") : bytes;
 }
 
 } // namespace
@@ -163,8 +159,12 @@ QString GACommandRunner::runCommandSync(const QString& path, const QString& curr
     Q_UNUSED(currentDirectory);
     Q_UNUSED(inputText);
     const Road road = Sandbox::isSandboxed() ? Road::Script : Road::Shell;
-    return runCommandSync(path, arguments, road, road == Road::Script ? kScriptBound : kShellBound)
-        .output;
+    const QByteArray output =
+        runCommandSync(path, arguments, road, road == Road::Script ? kScriptBound : kShellBound)
+            .output;
+    if (output.isNull())
+        return {};
+    return output.isEmpty() ? u""_s : QString::fromUtf8(output);
 }
 
 GACommandRunner::SyncResult GACommandRunner::runCommandSync(const QString& path,
@@ -199,7 +199,7 @@ GACommandRunner::SyncResult GACommandRunner::runCommandSync(const QString& path,
         result.problem = u"%1 printed more than %2 MiB and was stopped."_s.arg(name).arg(
             kMaxOutput / (1024 * 1024));
     } else {
-        result.output = decodedUtf8(child.bytes);
+        result.output = validUtf8(child.bytes);
         if (result.output.isNull())
             result.problem = u"%1 printed text that is not UTF-8."_s.arg(name);
         else if (child.exitCode == 127 && child.bytes.isEmpty())

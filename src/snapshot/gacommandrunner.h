@@ -26,7 +26,9 @@ public:
 
     // What a synchronous run gave, with the reason when it gave nothing usable.
     struct SyncResult {
-        QString output; // null when the bytes were not UTF-8 or the run failed
+        // The child's standard output, UTF-8; null when it was not UTF-8 or the run failed. Kept
+        // as bytes: lsof's output is parsed as it came, not first copied into UTF-16.
+        QByteArray output;
         int exitCode = -1;
         bool timedOut = false;
         bool started = false;

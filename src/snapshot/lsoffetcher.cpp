@@ -11,6 +11,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstring>
 #include <numeric>
 #include <optional>
 #include <utility>
@@ -239,11 +240,34 @@ void fillItem(LsofItem& item, const LineFields& fields, TextPool& pool)
         setEndpoint(fields.remote, item, Side::Remote, &pool);
 }
 
-// The line that starts at `start`.
-QStringView lineAt(const QString& text, qsizetype start)
+// Where the line that starts at `start` ends: its line feed, or the end of the text.
+qsizetype lineEndFrom(QByteArrayView text, qsizetype start)
 {
-    const qsizetype end = text.indexOf(u'\n', start);
-    return QStringView(text).mid(start, (end < 0 ? text.size() : end) - start);
+    const void* end = std::memchr(text.data() + start, '\n', size_t(text.size() - start));
+    return end ? static_cast<const char*>(end) - text.data() : text.size();
+}
+
+// The line that starts at `start`.
+QByteArrayView lineAt(QByteArrayView text, qsizetype start)
+{
+    return text.sliced(start, lineEndFrom(text, start) - start);
+}
+
+// The line as UTF-16 in `out`, whose storage is reused from line to line. Fields are cut by
+// character, as lsof lays them out; a line of plain ASCII (nearly every one) is widened byte
+// by byte.
+void widenLine(QByteArrayView line, QString& out)
+{
+    out.resize(line.size());
+    char16_t* const to = reinterpret_cast<char16_t*>(out.data());
+    uchar high = 0;
+    for (qsizetype i = 0; i < line.size(); ++i) {
+        const uchar byte = uchar(line[i]);
+        high |= byte;
+        to[i] = byte;
+    }
+    if (high & 0x80)
+        out = QString::fromUtf8(line);
 }
 
 // Writes what LsofItem::identifier() gives for an item filled from these fields into `out`,
@@ -346,12 +370,19 @@ QString LsofFetcher::substring(QStringView text, qsizetype start, qsizetype leng
 
 LsofItemList LsofFetcher::parseLsofResult(const QString& text)
 {
+    return parseLsofOutput(text.toUtf8());
+}
+
+LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
+{
     LsofItemList result;
     if (text.isEmpty())
         return result;
 
-    const qsizetype headerEnd = text.indexOf(u'\n');
-    const QStringView header = QStringView(text).left(headerEnd < 0 ? text.size() : headerEnd);
+    const qsizetype firstEnd = lineEndFrom(text, 0);
+    const qsizetype headerEnd = firstEnd < text.size() ? firstEnd : -1; // -1: no data lines
+    // Title positions count characters, as the cuts of the lines do.
+    const QString header = QString::fromUtf8(text.first(firstEnd));
     const std::optional<Positions> found = headerPositions(header);
     if (!found)
         return result;
@@ -429,7 +460,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     const qint32 freshStatus = openCount > 0 ? 1 : 0;
     // A connection of the previous snapshot listed again, with `state` as its new state (none:
     // the state it has).
-    const auto keep = [&](const LsofItemPtr& kept, QStringView line, size_t lineHash,
+    const auto keep = [&](const LsofItemPtr& kept, QByteArrayView line, size_t lineHash,
                           const QString* state, qint32 status) {
         if (state || status != 0 || !kept->m_settled)
             kept->carryState(state, status);
@@ -440,7 +471,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
         markListed(*kept, result.size(), line, lineHash, text);
         result.append(kept);
     };
-    const auto take = [&](const LineFields& fields, QStringView line, size_t lineHash,
+    const auto take = [&](const LineFields& fields, QByteArrayView line, size_t lineHash,
                           const QString& identifier, size_t hash, const LsofItemPtr* likely) {
         const LsofItemPtr* earlier = likely && m_identifierMap.lists(**likely, identifier, hash)
                                          ? likely
@@ -468,13 +499,14 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
             // Listed again in this output: this line yields the object made for the line
             // before it, carrying this line's state.
             auto item = LsofItem::create();
-            fillItem(*item, *cuts.cut(lineAt(text, kept->m_passLineStart)), m_texts);
+            widenLine(lineAt(text, kept->m_passLineStart), m_earlierLine);
+            fillItem(*item, *cuts.cut(m_earlierLine), m_texts);
             item->setState(fields.hasState ? m_texts.text(fields.state) : QString());
             item->setOldState(kept->m_oldState);
             item->adoptIdentifier(kept->m_identifier);
             item->m_identifierHash = hash;
             item->m_status = reusedStatus(fields.state, fields.hasState, kept->m_oldState);
-            kept->m_passLineStart = line.data() - text.constData();
+            kept->m_passLineStart = line.data() - text.data();
             markListed(*item, result.size(), line, lineHash, text);
             m_freshItems.append(item);
             result.append(std::move(item));
@@ -498,8 +530,8 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     // taken, so that on a big snapshot the cache misses of many lines overlap instead of
     // queueing one behind the other.
     struct Pending {
-        LineFields fields;
-        QStringView line;
+        LineFields fields; // views into m_lineBuffers at the batch's place
+        QByteArrayView line;
         size_t lineHash = 0;
         size_t hash = 0;
         const LsofItemPtr* likely = nullptr; // the item it is expected to be, hash agreeing
@@ -511,6 +543,8 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
     std::array<Pending, kBatch> batch;
     if (m_identifierBuffers.size() < kBatch)
         m_identifierBuffers.resize(kBatch);
+    if (m_lineBuffers.size() < kBatch)
+        m_lineBuffers.resize(kBatch);
     while (headerEnd >= 0 && lineStart <= text.size()) {
         int count = 0;
         // Expected for the batch's lines: the items after the cursor, one per line.
@@ -523,19 +557,17 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
                 __builtin_prefetch(reinterpret_cast<const char*>(item->get()) - 16, 1);
         }
         while (count < kBatch && lineStart <= text.size()) {
-            qsizetype lineEnd = QStringView(text).indexOf(u'\n', lineStart);
-            if (lineEnd < 0)
-                lineEnd = text.size();
+            const qsizetype lineEnd = lineEndFrom(text, lineStart);
             // A big output is read once, in order, from memory: ask for the text a few
             // kilobytes ahead, across page ends, where the processor's own prefetching stops.
             if (const qsizetype ahead = lineEnd + kTextAhead; ahead < text.size()) {
-                const char* const bytes = reinterpret_cast<const char*>(text.constData() + ahead);
-                for (qsizetype offset = 0; offset < (lineEnd - lineStart + 1) * 2; offset += 64)
+                const char* const bytes = text.data() + ahead;
+                for (qsizetype offset = 0; offset < lineEnd - lineStart + 1; offset += 64)
                     __builtin_prefetch(bytes - offset);
             }
-            const QStringView line = QStringView(text).mid(lineStart, lineEnd - lineStart);
+            const QByteArrayView line = text.sliced(lineStart, lineEnd - lineStart);
             lineStart = lineEnd + 1;
-            const size_t lineHash = qHash(line, lineSeed);
+            const size_t lineHash = qHashBits(line.data(), size_t(line.size()), lineSeed);
             // The expected item; else the one after it (the expected one has closed); and after
             // a line that was neither, the one before (that line was a new connection).
             const LsofItemPtr* same = nullptr;
@@ -562,7 +594,8 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
                 ++count;
                 continue;
             }
-            std::optional<LineFields> fields = cuts.cut(line);
+            widenLine(line, m_lineBuffers[count]);
+            std::optional<LineFields> fields = cuts.cut(m_lineBuffers[count]);
             if (!fields)
                 continue;
             Pending& pending = batch[count];
@@ -601,7 +634,8 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
                     continue;
                 }
                 // Listed twice in this output: the line goes the long way.
-                pending.fields = *cuts.cut(pending.line);
+                widenLine(pending.line, m_lineBuffers[i]);
+                pending.fields = *cuts.cut(m_lineBuffers[i]);
                 writeIdentifier(pending.fields, m_identifierBuffers[i]);
                 pending.hash = IdentifierMap::hashOf(m_identifierBuffers[i]);
                 take(pending.fields, pending.line, pending.lineHash, m_identifierBuffers[i],
@@ -655,12 +689,12 @@ void LsofFetcher::parseAddressAndPort(const QString& text, LsofItem& item, const
     item.setValue(QString(side % u"PortNumber"), LsofItem::integerValue(endpoint.port));
 }
 
-void LsofFetcher::markListed(LsofItem& item, qsizetype index, QStringView line, size_t lineHash,
-                             const QString& text) const
+void LsofFetcher::markListed(LsofItem& item, qsizetype index, QByteArrayView line, size_t lineHash,
+                             QByteArrayView text) const
 {
     item.m_previousIndex = qint32(index);
     item.m_passMark = m_parseMark;
-    item.m_passLineStart = line.data() - text.constData();
+    item.m_passLineStart = line.data() - text.data();
     item.m_lineHash = lineHash;
 }
 
@@ -950,7 +984,7 @@ LsofItemList LsofFetcher::getLsofItems()
                         u"install the lsof package to see connections."_s;
     else if (script && !QFileInfo::exists(program))
         m_lastProblem = u"The lsof script is not installed at %1."_s.arg(program);
-    return parseLsofResult(result.output);
+    return parseLsofOutput(result.output);
 }
 
 LsofItemList LsofFetcher::getCurrentItems()

@@ -71,6 +71,8 @@ public:
     // Cuts the text into items, reusing the earlier object of every connection that is still
     // open and leaving behind the identifier map that change detection reads.
     LsofItemList parseLsofResult(const QString& text);
+    // The same from lsof's output as it came, UTF-8: what the application parses.
+    LsofItemList parseLsofOutput(QByteArrayView output);
     static void parseConnection(const QString& text, LsofItem& item);
     static void parseAddressAndPort(const QString& text, LsofItem& item, const QString& side);
     // Characters [start, start + length) with blanks and line ends trimmed at both ends.
@@ -105,8 +107,8 @@ public:
     const IdentifierMap& identifierMap() const { return m_identifierMap; }
 
 private:
-    void markListed(LsofItem& item, qsizetype index, QStringView line, size_t lineHash,
-                    const QString& text) const;
+    void markListed(LsofItem& item, qsizetype index, QByteArrayView line, size_t lineHash,
+                    QByteArrayView text) const;
     // Brings the identifier map from the previous snapshot to `items`, the new one, after a
     // detection that followed the parse of `items`.
     void updateIdentifierMap(const LsofItemList& closed);
@@ -154,6 +156,10 @@ private:
     std::vector<qint32> m_gapTree;
     LsofItemList m_closed;
     QList<QString> m_identifierBuffers;
+    // The lines of a batch that are cut, in UTF-16, and an earlier line cut again; their
+    // storage is reused from line to line.
+    QList<QString> m_lineBuffers;
+    QString m_earlierLine;
     TextPool m_texts;
     ChangeReporting* m_reporter = nullptr;
 };

@@ -38,7 +38,7 @@ struct FakeSystem {
                        GACommandRunner::Road) {
             programsRun << program + u' ' + arguments.join(u' ');
             GACommandRunner::SyncResult result;
-            result.output = localOutput;
+            result.output = localOutput.toUtf8();
             result.started = true;
             return result;
         };

@@ -16,7 +16,7 @@ TEST(CommandRunnerSync, ShellRoadJoinsArgumentsWithoutQuoting)
 {
     const auto result = GACommandRunner::runCommandSync(u"/usr/bin/printf"_s, {u"[%s]"_s, u"a b"_s},
                                                         Road::Shell, 5s);
-    EXPECT_EQ(result.output, u"[a][b]"_s) << "an argument with a blank becomes two words";
+    EXPECT_EQ(result.output, "[a][b]") << "an argument with a blank becomes two words";
     EXPECT_TRUE(result.problem.isEmpty());
 }
 
@@ -60,7 +60,7 @@ TEST(CommandRunnerSync, ScriptRoadKeepsOnlyWhatArrivedWithinItsBound)
 
     const auto result = GACommandRunner::runCommandSync(script, {u"x y"_s}, Road::Script, 300ms);
     // Arguments reach a script as they are: no shell splits them.
-    EXPECT_EQ(result.output, u"early x y\n"_s);
+    EXPECT_EQ(result.output, "early x y\n");
     EXPECT_FALSE(result.timedOut) << "the bound is the script road's normal end";
 }
 

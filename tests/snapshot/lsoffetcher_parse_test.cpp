@@ -224,6 +224,40 @@ TEST(LsofParser, ReusesTheEarlierObjectAndSwapsStates)
     EXPECT_TRUE(fetcher.identifierMap().contains(second[1]->identifier()));
 }
 
+// lsof's output is parsed as the bytes it printed. Columns line up by character, so a line with
+// characters beyond ASCII is cut by character like any other, and reads as unchanged next time.
+TEST(LsofParser, OutputBytesAreCutByCharacter)
+{
+    const QString text =
+        u"COMMAND         PID USER   FD   TYPE DEVICE SIZE/OFF NODE NAME\n"_s +
+        u"Grüße-dienst"_s.leftJustified(14) +
+        u" 6362 root    4u  IPv4  11791      0t0  TCP 127.0.0.1:49664->127.0.0.1:36993 "
+        u"(ESTABLISHED)\n"
+        u"echo\\x20server 6362 root    5u  IPv4  11792      0t0  TCP 127.0.0.1:36993 (LISTEN)\n"_s;
+    const QByteArray output = text.toUtf8();
+    LsofFetcher fetcher;
+    LsofItemList items = fetcher.parseLsofOutput(output);
+    ASSERT_EQ(items.size(), 2);
+    expectItem(*items[0], {u"Grüße-dienst"_s, u"6362"_s, u"root"_s, u"4u"_s, u"IPv4"_s, u"11791"_s,
+                           u"0t0"_s, u"TCP"_s, u"127.0.0.1"_s, u"49664"_s, 49664, u"127.0.0.1"_s,
+                           u"36993"_s, 36993, u"ESTABLISHED"_s});
+    EXPECT_EQ(items[1]->processName(), u"echo server"_s);
+
+    LsofFetcher fromText;
+    const LsofItemList same = fromText.parseLsofResult(text);
+    ASSERT_EQ(same.size(), items.size());
+    for (qsizetype i = 0; i < items.size(); ++i)
+        EXPECT_EQ(same[i]->identifier(), items[i]->identifier());
+
+    fetcher.processLsofItemsChanges(items);
+    const LsofItemList again = fetcher.parseLsofOutput(output);
+    ASSERT_EQ(again.size(), 2);
+    for (qsizetype i = 0; i < again.size(); ++i) {
+        EXPECT_EQ(again[i], items[i]) << "line " << i << " keeps its object";
+        EXPECT_EQ(again[i]->status(), 0);
+    }
+}
+
 TEST(LsofParser, DuplicateIdentifiersInOneOutput)
 {
     LsofFetcher fetcher;
