@@ -20,28 +20,29 @@ void perLine(benchmark::State& state, int lines)
         double(lines), benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
-// Two consecutive snapshots of a busy machine, 5 % of lines apart (or the same output twice).
+// Two consecutive outputs of a busy machine, 5 % of lines apart (or the same output twice), as
+// lsof prints them.
 struct Snapshots {
     explicit Snapshots(int lines, bool changing = true) : generator(lines)
     {
-        first = generator.text();
+        first = generator.text().toUtf8();
         if (changing)
             generator.next();
-        second = generator.text();
+        second = generator.text().toUtf8();
     }
     LsofGenerator generator;
-    QString first, second;
+    QByteArray first, second;
 };
 
 // Parse and change detection as a refresh runs them, alternating the two snapshots after a
 // first pass that is not timed.
 void refreshes(benchmark::State& state, const Snapshots& snapshots, LsofFetcher& fetcher)
 {
-    LsofItemList items = fetcher.parseLsofResult(snapshots.first);
+    LsofItemList items = fetcher.parseLsofOutput(snapshots.first);
     fetcher.processLsofItemsChanges(items);
     bool second = true;
     for (auto _ : state) {
-        items = fetcher.parseLsofResult(second ? snapshots.second : snapshots.first);
+        items = fetcher.parseLsofOutput(second ? snapshots.second : snapshots.first);
         fetcher.processLsofItemsChanges(items);
         second = !second;
     }
@@ -54,7 +55,7 @@ void BM_Parse(benchmark::State& state)
     const Snapshots snapshots(int(state.range(0)));
     for (auto _ : state) {
         LsofFetcher fetcher;
-        benchmark::DoNotOptimize(fetcher.parseLsofResult(snapshots.first));
+        benchmark::DoNotOptimize(fetcher.parseLsofOutput(snapshots.first));
     }
     perLine(state, int(state.range(0)));
 }
