@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 #include <cstddef>
@@ -20,7 +21,22 @@ inline QString utf16Of(const std::uint8_t* data, std::size_t size)
     return text;
 }
 
-// Cuts the bytes at every `separator` byte into the texts lsof would have printed.
+// Cuts the bytes at every `separator` byte into the outputs lsof would have printed.
+inline std::vector<QByteArray> splitOutputs(const std::uint8_t* data, std::size_t size,
+                                            std::uint8_t separator)
+{
+    std::vector<QByteArray> outputs;
+    std::size_t start = 0;
+    for (std::size_t i = 0; i <= size; ++i) {
+        if (i == size || data[i] == separator) {
+            outputs.emplace_back(reinterpret_cast<const char*>(data + start), qsizetype(i - start));
+            start = i + 1;
+        }
+    }
+    return outputs;
+}
+
+// The same, decoded as UTF-8.
 inline std::vector<QString> splitTexts(const std::uint8_t* data, std::size_t size,
                                        std::uint8_t separator)
 {

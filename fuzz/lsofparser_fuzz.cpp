@@ -35,19 +35,27 @@ LsofItemList expectedOrder(const LsofItemList& items, const LsofItemList& previo
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     LsofFetcher fetcher;
-    for (const QString& text : FuzzInput::splitTexts(data, size, 0x01)) {
-        LsofItemList items = fetcher.parseLsofResult(text);
+    for (const QByteArray& output : FuzzInput::splitOutputs(data, size, 0x01)) {
+        LsofItemList items = fetcher.parseLsofOutput(output);
         for (const LsofItemPtr& item : items)
             require(item != nullptr, "parsed item is null");
+        const auto requireSame = [&](const LsofItemList& alone, const char* what) {
+            require(alone.size() == items.size(), what);
+            for (qsizetype i = 0; i < items.size(); ++i) {
+                require(items[i]->identifier() == alone[i]->identifier(), what);
+                require(items[i]->processName() == alone[i]->processName(), what);
+                require(items[i]->state() == alone[i]->state() &&
+                            items[i]->state().isNull() == alone[i]->state().isNull(),
+                        what);
+            }
+        };
         LsofFetcher fresh;
-        const LsofItemList alone = fresh.parseLsofResult(text);
-        require(alone.size() == items.size(), "the earlier outputs changed the line count");
-        for (qsizetype i = 0; i < items.size(); ++i) {
-            require(items[i]->identifier() == alone[i]->identifier(),
-                    "the earlier outputs changed a connection");
-            require(items[i]->state() == alone[i]->state() &&
-                        items[i]->state().isNull() == alone[i]->state().isNull(),
-                    "the earlier outputs changed a state");
+        requireSame(fresh.parseLsofOutput(output), "the earlier outputs changed a connection");
+        // The application's outputs are UTF-8; their text parses as their bytes do.
+        if (output.isValidUtf8()) {
+            LsofFetcher fromText;
+            requireSame(fromText.parseLsofResult(QString::fromUtf8(output)),
+                        "the text and its bytes parse apart");
         }
         if (items.isEmpty())
             continue;
