@@ -20,7 +20,7 @@ QString CVHelperUtility::bundledHelperVersion() const
     return u"1.0"_s;
 }
 
-void CVHelperUtility::runLsofWithReply(TextReply reply)
+void CVHelperUtility::runLsofWithReply(BytesReply reply)
 {
-    sendRequest(HelperProtocol::Operation::RunLsof, std::move(reply));
+    sendBytesRequest(HelperProtocol::Operation::RunLsof, std::move(reply));
 }

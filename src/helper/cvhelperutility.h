@@ -20,7 +20,7 @@ public:
     QString helperToolServiceName() const override;
     QString bundledHelperVersion() const override;
 
-    // `reply` runs exactly once, with the lsof text or with null on any failure, on the
-    // connection's thread rather than the GUI thread.
-    void runLsofWithReply(TextReply reply);
+    // `reply` runs exactly once, with lsof's output (UTF-8) or with null on any failure, on
+    // the connection's thread rather than the GUI thread.
+    void runLsofWithReply(BytesReply reply);
 };

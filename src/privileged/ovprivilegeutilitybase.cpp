@@ -212,11 +212,24 @@ void OVPrivilegeUtilityBase::dropConnection(const std::shared_ptr<HelperConnecti
 void OVPrivilegeUtilityBase::sendRequest(Operation operation, TextReply reply,
                                          std::function<void()> onError)
 {
+    sendBytesRequest(
+        operation,
+        [reply](std::optional<QByteArray> bytes) {
+            reply(bytes ? std::optional<QString>(QString::fromUtf8(*bytes)) : std::nullopt);
+        },
+        std::move(onError));
+}
+
+void OVPrivilegeUtilityBase::sendBytesRequest(Operation operation, BytesReply reply,
+                                              std::function<void()> onError)
+{
     const auto connection = connectToHelperTool();
     connection->send(
         operation,
         [reply](std::optional<std::string> text) {
-            reply(text ? std::optional<QString>(QString::fromStdString(*text)) : std::nullopt);
+            reply(text
+                      ? std::optional<QByteArray>(QByteArray(text->data(), qsizetype(text->size())))
+                      : std::nullopt);
         },
         [reply, onError](const std::string& error) {
             SystemLog::write(u"connect error "_s + QString::fromStdString(error));

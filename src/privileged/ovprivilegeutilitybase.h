@@ -40,6 +40,8 @@ class OVPrivilegeUtilityBase : public QObject {
 
 public:
     using TextReply = std::function<void(std::optional<QString>)>;
+    // A reply kept as the bytes the daemon sent (UTF-8): a big one is not decoded for nothing.
+    using BytesReply = std::function<void(std::optional<QByteArray>)>;
 
     struct Environment {
         QString socketPath;
@@ -87,6 +89,8 @@ protected:
     // Exactly one of the two handlers runs, on the connection's thread.
     void sendRequest(HelperProtocol::Operation operation, TextReply reply,
                      std::function<void()> onError = {});
+    void sendBytesRequest(HelperProtocol::Operation operation, BytesReply reply,
+                          std::function<void()> onError = {});
 
 private:
     void dropConnection(const std::shared_ptr<HelperConnection>& connection);

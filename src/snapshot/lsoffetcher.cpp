@@ -933,8 +933,8 @@ AcquisitionRoads AcquisitionRoads::system(const HelperChoice& helper)
 {
     AcquisitionRoads roads;
     roads.helperInstalled = [] { return false; };
-    roads.runLsofThroughHelper = [](const std::function<void(const QString&)>& reply) {
-        reply(QString());
+    roads.runLsofThroughHelper = [](const std::function<void(const QByteArray&)>& reply) {
+        reply(QByteArray());
     };
     if (helper.mode != HelperChoice::Mode::Off) {
         CVHelperUtility* utility = helperUtility(helper);
@@ -942,21 +942,22 @@ AcquisitionRoads AcquisitionRoads::system(const HelperChoice& helper)
         roads.helperInstalled = [utility, taken] {
             return taken || utility->checkHelperInstalled();
         };
-        roads.runLsofThroughHelper = [utility](const std::function<void(const QString&)>& reply) {
-            auto send = [utility, reply] {
-                utility->runLsofWithReply([reply](std::optional<QString> text) {
-                    if (!text)
-                        reply(QString());
-                    else
-                        reply(text->isNull() ? u""_s : *text);
-                });
+        roads.runLsofThroughHelper =
+            [utility](const std::function<void(const QByteArray&)>& reply) {
+                auto send = [utility, reply] {
+                    utility->runLsofWithReply([reply](std::optional<QByteArray> output) {
+                        if (!output)
+                            reply(QByteArray());
+                        else
+                            reply(output->isNull() ? QByteArray("") : *output);
+                    });
+                };
+                // The client's connection is made on its own thread; the reply comes on another.
+                if (QThread::currentThread() == utility->thread())
+                    send();
+                else
+                    QMetaObject::invokeMethod(utility, send, Qt::QueuedConnection);
             };
-            // The client's connection is made on its own thread; the reply comes on another.
-            if (QThread::currentThread() == utility->thread())
-                send();
-            else
-                QMetaObject::invokeMethod(utility, send, Qt::QueuedConnection);
-        };
     }
     roads.sandboxed = [] { return Sandbox::isSandboxed(); };
     roads.scriptPath = [] { return CVUserScriptHelper::scriptPath(); };
@@ -1001,14 +1002,14 @@ void LsofFetcher::getCurrentItemsWithCompletion(const std::function<void(LsofIte
         completion(getCurrentItems());
         return;
     }
-    m_roads.runLsofThroughHelper([this, completion](const QString& text) {
-        if (text.isNull()) {
+    m_roads.runLsofThroughHelper([this, completion](const QByteArray& output) {
+        if (output.isNull()) {
             completion(getCurrentItems());
             return;
         }
         m_lastRoad = SnapshotSource::Road::Helper;
         m_lastProblem.clear();
-        LsofItemList items = parseLsofResult(text);
+        LsofItemList items = parseLsofOutput(output);
         processLsofItemsChanges(items);
         completion(items);
     });

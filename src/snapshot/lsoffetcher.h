@@ -29,8 +29,9 @@ public:
 struct AcquisitionRoads {
     // Asked once per run: is the privileged helper installed?
     std::function<bool()> helperInstalled;
-    // Asks the helper for lsof's text; the reply (null on any failure) may come on any thread.
-    std::function<void(std::function<void(const QString&)>)> runLsofThroughHelper;
+    // Asks the helper for lsof's output (UTF-8); the reply (null on any failure) may come on
+    // any thread.
+    std::function<void(std::function<void(const QByteArray&)>)> runLsofThroughHelper;
     // Confined (Flatpak, Snap): lsof runs through the user's script.
     std::function<bool()> sandboxed;
     std::function<QString()> scriptPath;

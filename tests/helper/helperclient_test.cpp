@@ -25,17 +25,18 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Collects every reply of one request: the tests check it came exactly once.
-struct ReplyRecorder {
+// Collects every reply of one request: the tests check it came exactly once. Texts are
+// QString, lsof's output QByteArray.
+template <typename Reply = QString> struct ReplyRecorder {
     std::mutex lock;
-    std::vector<std::optional<QString>> replies;
+    std::vector<std::optional<Reply>> replies;
     std::vector<Qt::HANDLE> threads;
     std::promise<void> first;
     std::atomic<bool> fulfilled{false};
 
-    OVPrivilegeUtilityBase::TextReply callback()
+    std::function<void(std::optional<Reply>)> callback()
     {
-        return [this](std::optional<QString> reply) {
+        return [this](std::optional<Reply> reply) {
             std::lock_guard guard(lock);
             replies.push_back(std::move(reply));
             threads.push_back(QThread::currentThreadId());
@@ -116,18 +117,18 @@ TEST_F(HelperClientTest, GetsVersionAndLsofTextOffTheGuiThread)
     startDaemon("echo 'COMMAND PID'; echo \"$@\"");
     CVHelperUtility utility(environment());
 
-    ReplyRecorder version;
+    ReplyRecorder<> version;
     utility.getVersion(version.callback());
     ASSERT_TRUE(version.waitForReply());
     ASSERT_EQ(version.replies.size(), 1u);
     EXPECT_EQ(version.replies[0], utility.bundledHelperVersion());
 
-    ReplyRecorder lsof;
+    ReplyRecorder<QByteArray> lsof;
     utility.runLsofWithReply(lsof.callback());
     ASSERT_TRUE(lsof.waitForReply());
     // The version is stored after its callback ran; requests are answered in order.
     EXPECT_EQ(utility.helperVersion(), u"1.0"_s);
-    EXPECT_EQ(lsof.replies.at(0), u"COMMAND PID\n-i -n -P +c 0\n"_s);
+    EXPECT_EQ(lsof.replies.at(0), QByteArray("COMMAND PID\n-i -n -P +c 0\n"));
     EXPECT_NE(lsof.threads.at(0), QThread::currentThreadId());
     EXPECT_TRUE(log().isEmpty()) << log().join(u'\n').toStdString();
 }
@@ -154,15 +155,15 @@ TEST_F(HelperClientTest, DestroyingTheUtilityRightAfterAReplyWaitsForTheReplyToE
 TEST_F(HelperClientTest, MissingDaemonAnswersNullOnceAndLogsConnectError)
 {
     CVHelperUtility utility(environment());
-    ReplyRecorder lsof;
+    ReplyRecorder<QByteArray> lsof;
     utility.runLsofWithReply(lsof.callback());
     ASSERT_TRUE(lsof.waitForReply());
-    ReplyRecorder version;
+    ReplyRecorder<> version;
     utility.getVersion(version.callback());
     ASSERT_TRUE(version.waitForReply());
     std::this_thread::sleep_for(50ms);
 
-    EXPECT_EQ(lsof.replies, (std::vector<std::optional<QString>>{std::nullopt}));
+    EXPECT_EQ(lsof.replies, (std::vector<std::optional<QByteArray>>{std::nullopt}));
     EXPECT_EQ(version.replies, (std::vector<std::optional<QString>>{std::nullopt}));
     EXPECT_EQ(utility.helperVersion(), std::nullopt);
     const QStringList messages = log();
@@ -177,13 +178,13 @@ TEST_F(HelperClientTest, DaemonKilledMidRequestGivesOneNullThenReconnects)
     CVHelperUtility utility(environment());
     const auto firstConnection = utility.connectToHelperTool();
 
-    ReplyRecorder lsof;
+    ReplyRecorder<QByteArray> lsof;
     utility.runLsofWithReply(lsof.callback());
     std::this_thread::sleep_for(200ms);
     m_daemon.kill();
     ASSERT_TRUE(lsof.waitForReply(3s));
     std::this_thread::sleep_for(100ms);
-    EXPECT_EQ(lsof.replies, (std::vector<std::optional<QString>>{std::nullopt}));
+    EXPECT_EQ(lsof.replies, (std::vector<std::optional<QByteArray>>{std::nullopt}));
     EXPECT_TRUE(firstConnection->isInvalidated());
     ASSERT_FALSE(log().isEmpty());
     EXPECT_TRUE(log().first().startsWith(u"connect error "_s));
@@ -191,10 +192,10 @@ TEST_F(HelperClientTest, DaemonKilledMidRequestGivesOneNullThenReconnects)
     // The next request goes through a new connection to the restarted daemon.
     startDaemon();
     QCoreApplication::processEvents();
-    ReplyRecorder again;
+    ReplyRecorder<QByteArray> again;
     utility.runLsofWithReply(again.callback());
     ASSERT_TRUE(again.waitForReply());
-    EXPECT_EQ(again.replies.at(0), u"COMMAND\n"_s);
+    EXPECT_EQ(again.replies.at(0), QByteArray("COMMAND\n"));
     EXPECT_NE(utility.connectToHelperTool(), firstConnection);
 }
 
@@ -268,7 +269,7 @@ TEST_F(HelperClientTest, InstallReplacesTheConnectionAndRemoveChangesNothing)
     EXPECT_TRUE(utility.removeHelper());
     EXPECT_TRUE(utility.checkHelperInstalled());
     EXPECT_EQ(probes, 1);
-    ReplyRecorder version;
+    ReplyRecorder<> version;
     utility.getVersion(version.callback());
     ASSERT_TRUE(version.waitForReply());
     EXPECT_EQ(version.replies.at(0), u"1.0"_s);

@@ -15,7 +15,7 @@ namespace {
 
 struct FakeSystem {
     bool helperInstalled = false;
-    QString helperReply; // null: the helper failed
+    QByteArray helperReply; // null: the helper failed
     bool sandboxed = false;
     int helperChecks = 0, helperRequests = 0;
     QStringList programsRun;
@@ -28,7 +28,7 @@ struct FakeSystem {
             ++helperChecks;
             return helperInstalled;
         };
-        r.runLsofThroughHelper = [this](const std::function<void(const QString&)>& reply) {
+        r.runLsofThroughHelper = [this](const std::function<void(const QByteArray&)>& reply) {
             ++helperRequests;
             reply(helperReply);
         };
@@ -61,7 +61,7 @@ TEST(Acquisition, HelperRoadNeverRunsLsofLocally)
 {
     FakeSystem system;
     system.helperInstalled = true;
-    system.helperReply = lsofData("sequence-1.txt");
+    system.helperReply = lsofData("sequence-1.txt").toUtf8();
     LsofFetcher fetcher;
     fetcher.setRoads(system.roads());
     int calls = 0;
