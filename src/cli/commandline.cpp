@@ -19,7 +19,6 @@
 #include <QDir>
 #include <QFile>
 #include <QStandardPaths>
-#include <QStringDecoder>
 #include <QThread>
 
 #include <atomic>
@@ -72,9 +71,9 @@ void requestStop(int)
     stopRequested.store(true);
 }
 
-// Reads a whole file ("-" is standard input). Bytes that are not UTF-8 give a null text, which
-// parses to an empty list, as lsof output that cannot be decoded does.
-std::optional<QString> readText(const QString& path, QString* error)
+// Reads a whole file ("-" is standard input) as lsof's output. Bytes that are not UTF-8 give a
+// null output, which parses to an empty list, as lsof output that cannot be decoded does.
+std::optional<QByteArray> readOutput(const QString& path, QString* error)
 {
     QFile file;
     bool opened = false;
@@ -89,11 +88,9 @@ std::optional<QString> readText(const QString& path, QString* error)
         return std::nullopt;
     }
     const QByteArray bytes = file.readAll();
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = decoder.decode(bytes);
-    if (decoder.hasError())
-        return QString();
-    return text;
+    if (!bytes.isValidUtf8())
+        return QByteArray();
+    return bytes;
 }
 
 AcquisitionRoads::HelperChoice helperChoice(const ListOptions& options)
@@ -237,10 +234,10 @@ int CommandLine::replay(const QStringList& arguments)
     bool warned = false;
     for (qsizetype index = 0; index < options.files.size(); ++index) {
         QString error;
-        const std::optional<QString> text = readText(options.files[index], &error);
-        if (!text)
+        const std::optional<QByteArray> output = readOutput(options.files[index], &error);
+        if (!output)
             return failure(error);
-        LsofItemList items = fetcher.parseLsofResult(*text);
+        LsofItemList items = fetcher.parseLsofOutput(*output);
         fetcher.processLsofItemsChanges(items);
         const ItemFilter::Result result = filter.apply(items);
         if (!warned && (result.expressionError || !result.keywordError.isEmpty())) {
@@ -270,10 +267,10 @@ int CommandLine::list(const QStringList& arguments)
     LsofItemList items;
     if (options.hasInput) {
         QString error;
-        const std::optional<QString> text = readText(options.input, &error);
-        if (!text)
+        const std::optional<QByteArray> output = readOutput(options.input, &error);
+        if (!output)
             return failure(error);
-        items = fetcher.parseLsofResult(*text);
+        items = fetcher.parseLsofOutput(*output);
         fetcher.processLsofItemsChanges(items);
     } else {
         fetcher.setRoads(AcquisitionRoads::system(helperChoice(options)));
