@@ -551,8 +551,9 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
         qsizetype expected = cursor;
         bool lost = false;
         // The items a later batch expects: the line that holds their count and bookkeeping
-        // arrives while this batch is taken (a line that reads as before needs no other).
-        for (qsizetype ahead = cursor + 2 * kBatch; ahead < cursor + 3 * kBatch; ++ahead) {
+        // arrives while the batches before it are taken (a line that reads as before needs no
+        // other). Four batches of such lines take about as long as a miss to memory.
+        for (qsizetype ahead = cursor + 4 * kBatch; ahead < cursor + 5 * kBatch; ++ahead) {
             if (const LsofItemPtr* item = openItem(ahead))
                 __builtin_prefetch(reinterpret_cast<const char*>(item->get()) - 16, 1);
         }
