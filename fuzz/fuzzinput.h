@@ -36,20 +36,4 @@ inline std::vector<QByteArray> splitOutputs(const std::uint8_t* data, std::size_
     return outputs;
 }
 
-// The same, decoded as UTF-8.
-inline std::vector<QString> splitTexts(const std::uint8_t* data, std::size_t size,
-                                       std::uint8_t separator)
-{
-    std::vector<QString> texts;
-    std::size_t start = 0;
-    for (std::size_t i = 0; i <= size; ++i) {
-        if (i == size || data[i] == separator) {
-            texts.push_back(QString::fromUtf8(reinterpret_cast<const char*>(data + start),
-                                              qsizetype(i - start)));
-            start = i + 1;
-        }
-    }
-    return texts;
-}
-
 } // namespace FuzzInput
