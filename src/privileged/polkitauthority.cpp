@@ -9,7 +9,7 @@ struct BusCall {
     sd_bus* bus = nullptr;
     sd_bus_message* request = nullptr;
     sd_bus_message* reply = nullptr;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{}; // SD_BUS_ERROR_NULL, which is a C compound literal in C++
 
     ~BusCall()
     {

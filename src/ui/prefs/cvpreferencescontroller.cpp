@@ -277,7 +277,7 @@ QWidget* CVPreferencesController::buildAppearancePane()
         well->setAccessibleName(title);
         const QString dialogTitle = title.chopped(1);
         connect(well, &ColorWell::clicked, this,
-                [this, key, dialogTitle] { chooseColor(key, dialogTitle); });
+                [this, key = key, dialogTitle] { chooseColor(key, dialogTitle); });
         m_colorWells.insert(key, well);
         form->addRow(title, well);
     }
