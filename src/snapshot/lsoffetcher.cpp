@@ -946,11 +946,9 @@ AcquisitionRoads AcquisitionRoads::system(const HelperChoice& helper)
         roads.runLsofThroughHelper =
             [utility](const std::function<void(const QByteArray&)>& reply) {
                 auto send = [utility, reply] {
+                    // No reply is null; an empty one is not (the client never makes it so).
                     utility->runLsofWithReply([reply](std::optional<QByteArray> output) {
-                        if (!output)
-                            reply(QByteArray());
-                        else
-                            reply(output->isNull() ? QByteArray("") : *output);
+                        reply(output.value_or(QByteArray()));
                     });
                 };
                 // The client's connection is made on its own thread; the reply comes on another.
