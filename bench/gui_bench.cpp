@@ -122,15 +122,15 @@ void BM_StatusOnlyRefresh(benchmark::State& state)
 void sortPasses(benchmark::State& state, LsofItem::Key key)
 {
     const LsofItemList& items = snapshots(int(state.range(0))).second;
-    const int column = columnOf(key);
+    const ItemOrdering ordering{columnOf(key), Qt::AscendingOrder};
     // Derived names are computed on first read: the application has read them before sorting.
     LsofItemList warm = items;
-    ConnectionTableModel::sortItems(warm, column, Qt::AscendingOrder);
+    ordering.apply(warm);
     for (auto _ : state) {
         state.PauseTiming();
         LsofItemList sorted = items;
         state.ResumeTiming();
-        ConnectionTableModel::sortItems(sorted, column, Qt::AscendingOrder);
+        ordering.apply(sorted);
         benchmark::DoNotOptimize(sorted.data());
         state.PauseTiming();
         sorted = {};

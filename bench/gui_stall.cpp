@@ -1,9 +1,9 @@
 // How long one refresh holds the GUI thread: the real main window, fed scripted snapshots of a
 // busy machine. Usage: corvina_gui_stall [--rows N] [--passes P] [--sort COLUMN] [--no-resolve]
 //
-// Parsing and change detection run on a worker thread in the application, so every snapshot
-// is made before the clock starts. A pass is then timed on the GUI thread from the emission of
-// snapshotReady (sorting, filtering, the model, the selection, the status bar) until the event
+// Parsing, change detection and the sort run on a worker thread in the application, so every
+// snapshot is made before the clock starts. A pass is then timed on the GUI thread from the
+// emission of snapshotReady (filtering, the model, the selection, the status bar) until the event
 // loop has nothing left to do for it: posted events are dispatched round after round until a
 // round delivers none but timer events. The repaint of the window arrives as a posted update
 // request, so it is part of the pass.
@@ -53,10 +53,10 @@ public:
     Road lastRoad() const override { return Road::Direct; }
     bool pending() const { return m_pending; }
 
-    void deliver(const LsofItemList& items)
+    void deliver(const LsofItemList& items, const ItemOrdering& sortedBy)
     {
         m_pending = false;
-        Q_EMIT snapshotReady(items, {});
+        Q_EMIT snapshotReady(items, {}, sortedBy);
     }
 
 private:
@@ -103,12 +103,13 @@ struct Pass {
     double cpuMs = 0;
 };
 
-Pass timedPass(ScriptedSource& source, const LsofItemList& items, EventCounter& counter)
+Pass timedPass(ScriptedSource& source, const LsofItemList& items, const ItemOrdering& sortedBy,
+               EventCounter& counter)
 {
     const double cpuBefore = threadCpuMs();
     QElapsedTimer timer;
     timer.start();
-    source.deliver(items);
+    source.deliver(items, sortedBy);
     const qint64 delivered = timer.nsecsElapsed();
     drainEvents(counter);
     const qint64 total = timer.nsecsElapsed();
@@ -210,18 +211,20 @@ int main(int argc, char* argv[])
                                                              {u"descending"_s, false}});
     CVPrefsHelper prefs(defaults);
 
-    // Each snapshot is parsed, run through change detection and given its process records
-    // just before its pass, outside the clock, by one fetcher, as the application's worker does
-    // it: the objects, statuses and memory are those the worker would hand over, and no later
-    // snapshot is alive before its turn.
+    // Each snapshot is parsed, run through change detection, given its process records and
+    // sorted as the window asked, just before its pass, outside the clock, by one fetcher, as
+    // the application's worker does it: the objects, statuses and memory are those the worker
+    // would hand over, and no later snapshot is alive before its turn.
     LsofGenerator generator(options->rows);
     LsofFetcher fetcher;
-    const auto nextSnapshot = [&] {
+    const auto nextSnapshot = [&](const ItemOrdering& ordering) {
         LsofItemList items = fetcher.parseLsofResult(generator.text());
         fetcher.processLsofItemsChanges(items);
         LsofItem::readProcessRecords(items);
         generator.next();
-        return items;
+        LsofItemList sorted = items;
+        ordering.apply(sorted);
+        return sorted;
     };
 
     int code = 0;
@@ -241,7 +244,8 @@ int main(int argc, char* argv[])
 
         if (!source.pending())
             window.reloadTableViewData();
-        const Pass first = timedPass(source, nextSnapshot(), counter);
+        const Pass first =
+            timedPass(source, nextSnapshot(source.ordering()), source.ordering(), counter);
         // A selected row, carried across every refresh.
         window.tableView()->selectRow(3);
         drainEvents(counter);
@@ -250,9 +254,9 @@ int main(int argc, char* argv[])
         std::vector<double> events;
         std::vector<double> cpu;
         for (int pass = 0; pass < options->passes; ++pass) {
-            const LsofItemList items = nextSnapshot();
             window.reloadTableViewData();
-            const Pass timed = timedPass(source, items, counter);
+            const LsofItemList items = nextSnapshot(source.ordering());
+            const Pass timed = timedPass(source, items, source.ordering(), counter);
             regular.push_back(timed.totalMs);
             events.push_back(timed.eventsMs);
             cpu.push_back(timed.cpuMs);
@@ -268,7 +272,7 @@ int main(int argc, char* argv[])
         int resets = 0;
         QObject::connect(window.tableModel(), &QAbstractItemModel::modelReset, &app,
                          [&] { ++resets; });
-        const double statusOnly = timedPass(source, shown, counter).totalMs;
+        const double statusOnly = timedPass(source, shown, source.ordering(), counter).totalMs;
         app.removeEventFilter(&counter);
 
         std::printf("rows: %d\n", options->rows);

@@ -20,22 +20,30 @@ bool LsofSnapshotWorker::requestSnapshot()
 {
     if (m_busy.exchange(true))
         return false;
-    QMetaObject::invokeMethod(m_context, [this] {
-        m_fetcher.getCurrentItemsWithCompletion([this](const LsofItemList& items) {
+    // Read now, on the thread that sets it.
+    const ItemOrdering ordering = this->ordering();
+    QMetaObject::invokeMethod(m_context, [this, ordering] {
+        m_fetcher.getCurrentItemsWithCompletion([this, ordering](const LsofItemList& items) {
             LsofItem::readProcessRecords(items);
+            LsofItemList sorted = items;
+            ordering.apply(sorted);
             const Road road = m_fetcher.lastRoad();
             const QString problem = m_fetcher.lastProblem();
             QMetaObject::invokeMethod(
-                this, [this, items, road, problem] { deliver(items, road, problem); },
+                this,
+                [this, sorted, road, problem, ordering] {
+                    deliver(sorted, road, problem, ordering);
+                },
                 Qt::QueuedConnection);
         });
     });
     return true;
 }
 
-void LsofSnapshotWorker::deliver(const LsofItemList& items, Road road, const QString& problem)
+void LsofSnapshotWorker::deliver(const LsofItemList& items, Road road, const QString& problem,
+                                 const ItemOrdering& sortedBy)
 {
     m_road = road;
     m_busy.store(false);
-    Q_EMIT snapshotReady(items, problem);
+    Q_EMIT snapshotReady(items, problem, sortedBy);
 }

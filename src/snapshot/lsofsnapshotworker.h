@@ -7,9 +7,10 @@
 
 #include <atomic>
 
-// The application's snapshot source: lsof, parsing and change detection on one worker thread,
-// the result posted back to the thread that owns this object. A request made while the
-// previous acquisition is still running is refused, so acquisitions never overlap.
+// The application's snapshot source: lsof, parsing, change detection, the processes' records
+// and the sort on one worker thread, the result posted back to the thread that owns this
+// object. A request made while the previous acquisition is still running is refused, so
+// acquisitions never overlap.
 class LsofSnapshotWorker final : public SnapshotSource {
     Q_OBJECT
 public:
@@ -22,7 +23,8 @@ public:
     bool isBusy() const { return m_busy.load(); }
 
 private:
-    void deliver(const LsofItemList& items, Road road, const QString& problem);
+    void deliver(const LsofItemList& items, Road road, const QString& problem,
+                 const ItemOrdering& sortedBy);
 
     LsofFetcher& m_fetcher;
     QThread m_thread;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "itemordering.h"
 #include "lsofitem.h"
 
 #include <QObject>
@@ -19,10 +20,21 @@ public:
     virtual bool requestSnapshot() = 0;
     virtual Road lastRoad() const { return Road::None; }
 
+    // The order the window shows rows in, as of the next request. A source that can sorts
+    // each snapshot so on its own thread before delivering it: on a big snapshot the sort
+    // would otherwise hold up the GUI thread for milliseconds at every refresh.
+    void setOrdering(const ItemOrdering& ordering) { m_ordering = ordering; }
+    const ItemOrdering& ordering() const { return m_ordering; }
+
 Q_SIGNALS:
     // Delivered on the thread that owns this object (the GUI thread), once per accepted request.
     // `problem` is empty, or one sentence saying why the snapshot is empty (lsof missing, failed).
-    void snapshotReady(const LsofItemList& items, const QString& problem);
+    // `sortedBy` is the order `items` are in: the snapshot's own unless the source sorted them.
+    void snapshotReady(const LsofItemList& items, const QString& problem,
+                       const ItemOrdering& sortedBy = {});
+
+private:
+    ItemOrdering m_ordering;
 };
 
 Q_DECLARE_METATYPE(LsofItemList)

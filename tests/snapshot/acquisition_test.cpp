@@ -1,4 +1,5 @@
 #include "lsofdata.h"
+#include "snapshot/itemcolumns.h"
 #include "snapshot/lsoffetcher.h"
 #include "snapshot/lsofsnapshotworker.h"
 
@@ -136,4 +137,57 @@ TEST(Acquisition, WorkerDeliversOncePerRequestAndRefusesOverlaps)
     ASSERT_EQ(delivered.size(), 1);
     EXPECT_EQ(delivered[0].size(), 5);
     EXPECT_TRUE(worker.requestSnapshot());
+}
+
+TEST(Acquisition, WorkerSortsACopyInTheOrderAskedWhenRequested)
+{
+    int argc = 0;
+    QCoreApplication app(argc, nullptr);
+    FakeSystem system;
+    system.localOutput = lsofData("sequence-1.txt");
+    LsofFetcher fetcher;
+    fetcher.setRoads(system.roads());
+    LsofSnapshotWorker worker(fetcher);
+    LsofItemList delivered;
+    ItemOrdering deliveredOrder;
+    QEventLoop loop;
+    QTimer::singleShot(5000, &loop, &QEventLoop::quit);
+    QObject::connect(&worker, &SnapshotSource::snapshotReady, &loop,
+                     [&](const LsofItemList& items, const QString&, const ItemOrdering& sortedBy) {
+                         delivered = items;
+                         deliveredOrder = sortedBy;
+                         loop.quit();
+                     });
+
+    int localPortColumn = -1;
+    for (int i = 0; i < itemColumns().size(); ++i) {
+        if (itemColumns().at(i).key == LsofItem::Key::localPort)
+            localPortColumn = i;
+    }
+    const ItemOrdering byPortDown{localPortColumn, Qt::DescendingOrder};
+    worker.setOrdering(byPortDown);
+    ASSERT_TRUE(worker.requestSnapshot());
+    // A later choice is the next request's.
+    worker.setOrdering({});
+    loop.exec();
+
+    QStringList ports;
+    QStringList descriptors;
+    for (const LsofItemPtr& item : delivered) {
+        ports << item->localPort();
+        descriptors << item->fileDescriptor();
+    }
+    EXPECT_EQ(ports, QStringList({u"58847"_s, u"49664"_s, u"36993"_s, u"36993"_s, u"33956"_s}));
+    EXPECT_EQ(descriptors.mid(2, 2), QStringList({u"3u"_s, u"5u"_s})) << "ties in lsof's order";
+    EXPECT_TRUE(deliveredOrder == byPortDown);
+    // Change detection keeps lsof's order for the next pass.
+    QStringList kept;
+    for (const LsofItemPtr& item : fetcher.previousSnapshot())
+        kept << item->fileDescriptor();
+    EXPECT_EQ(kept, QStringList({u"3u"_s, u"4u"_s, u"5u"_s, u"6u"_s, u"7u"_s}));
+
+    // Orderings without a column are one and the same.
+    EXPECT_TRUE((ItemOrdering{-1, Qt::DescendingOrder} == ItemOrdering{}));
+    EXPECT_TRUE((ItemOrdering{99, Qt::AscendingOrder} == ItemOrdering{}));
+    EXPECT_FALSE((ItemOrdering{localPortColumn, Qt::AscendingOrder} == byPortDown));
 }

@@ -493,6 +493,29 @@ TEST_F(WindowTest, ClickingAHeaderSortsTheWholeSnapshot)
     EXPECT_EQ(window->originalItems(), first == Qt::AscendingOrder ? descending : ascending);
 }
 
+TEST_F(WindowTest, AsksTheSourceToSortAndSortsOnlyWhatCameInAnotherOrder)
+{
+    auto window = makeWindow();
+    const LsofItemPtr a = tcp(u"zeta"_s, u"100"_s), b = udp(u"Alpha"_s, u"9"_s),
+                      c = tcp(u"beta"_s, u"10"_s);
+    QHeaderView* header = window->tableView()->horizontalHeader();
+    header->setSortIndicator(1, Qt::AscendingOrder);
+    window->reloadTableViewData();
+    const ItemOrdering byPid{1, Qt::AscendingOrder};
+    EXPECT_TRUE(source.requestedOrdering() == byPid);
+    // What the source sorted is shown as it came: the work is not done twice.
+    source.deliver({c, a, b}, {}, byPid);
+    EXPECT_EQ(window->originalItems(), LsofItemList({c, a, b}));
+
+    // The indicator moved while lsof ran: the snapshot is sorted again here.
+    window->reloadTableViewData();
+    header->setSortIndicator(1, Qt::DescendingOrder);
+    source.deliver({b, c, a}, {}, byPid);
+    EXPECT_EQ(window->originalItems(), LsofItemList({a, c, b}));
+    window->reloadTableViewData();
+    EXPECT_TRUE((source.requestedOrdering() == ItemOrdering{1, Qt::DescendingOrder}));
+}
+
 TEST_F(WindowTest, LongListsFilterAfterAPauseInTyping)
 {
     auto window = makeWindow();

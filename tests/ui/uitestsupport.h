@@ -4,6 +4,7 @@
 #include "prefs/cvprefshelper.h"
 #include "prefs/userdefaults.h"
 #include "snapshot/snapshotsource.h"
+#include "support/itemspec.h"
 
 #include <QTemporaryDir>
 
@@ -21,22 +22,28 @@ public:
             return false;
         m_pending = true;
         ++m_requests;
+        m_requestedOrdering = ordering();
         return true;
     }
     Road lastRoad() const override { return Road::Direct; }
 
-    // Answers the pending request, as the worker would.
-    void deliver(const LsofItemList& items, const QString& problem = {})
+    // Answers the pending request, as the worker would; `sortedBy` is the order the items
+    // are claimed to be in.
+    void deliver(const LsofItemList& items, const QString& problem = {},
+                 const ItemOrdering& sortedBy = {})
     {
         m_pending = false;
-        Q_EMIT snapshotReady(items, problem);
+        Q_EMIT snapshotReady(items, problem, sortedBy);
     }
+    // The order the window asked for with the last request.
+    const ItemOrdering& requestedOrdering() const { return m_requestedOrdering; }
     bool pending() const { return m_pending; }
     int requests() const { return m_requests; }
 
 private:
     bool m_pending = false;
     int m_requests = 0;
+    ItemOrdering m_requestedOrdering;
 };
 
 // A settings store and a saved-search database in a temporary folder, with the helper over
@@ -51,18 +58,3 @@ struct TestSettings {
     std::unique_ptr<CVPrefsHelper> prefs;
     std::unique_ptr<SQLiteInstanceManager> database;
 };
-
-struct ItemSpec {
-    QString app;
-    QString pid;
-    QString protocol = QStringLiteral("TCP");
-    QString type = QStringLiteral("IPv4");
-    QString localAddress = QStringLiteral("192.168.1.20");
-    QString localPort = QStringLiteral("50000");
-    QString remoteAddress = QString();
-    QString remotePort = QString();
-    QString state = QString();
-    qint32 status = 0;
-};
-
-LsofItemPtr makeItem(const ItemSpec& spec);

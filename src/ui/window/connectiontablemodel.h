@@ -8,8 +8,8 @@
 #include <QIcon>
 
 // The connection table's rows: the filtered list `items`, one column per entry of
-// itemColumns(). Sorting is not done here: the window sorts its full snapshot and hands the
-// filtered result in, so the row numbers of both lists refer to the same order.
+// itemColumns(). Sorting is not done here: the full snapshot comes sorted (ItemOrdering) and
+// the filtered result is handed in, so the row numbers of both lists refer to the same order.
 class ConnectionTableModel final : public QAbstractTableModel {
     Q_OBJECT
 public:
@@ -47,9 +47,6 @@ public:
     // The configured text colour, unless it would vanish on the row's background (black on
     // the default red, white on yellow); then black or white, whichever reads better.
     static QColor legibleTextColor(const QColor& text, const QColor& background);
-
-    // Stable sort of a full snapshot by one column, as the header's indicator asks.
-    static void sortItems(LsofItemList& items, int column, Qt::SortOrder order);
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;

@@ -330,19 +330,27 @@ void CVWindowController::syncRefreshButton()
 void CVWindowController::reloadTableViewData()
 {
     const LsofItemList selection = selectedItems();
+    m_source.setOrdering(ordering());
     // A refused request means the previous acquisition still runs: this tick is skipped, and
     // that acquisition's result will be shown with the current filter.
     if (m_source.requestSnapshot())
         m_pendingSelection = selection;
 }
 
-void CVWindowController::applySnapshot(const LsofItemList& items, const QString& problem)
+ItemOrdering CVWindowController::ordering() const
+{
+    const QHeaderView* header = m_table->horizontalHeader();
+    return {header->sortIndicatorSection(), header->sortIndicatorOrder()};
+}
+
+void CVWindowController::applySnapshot(const LsofItemList& items, const QString& problem,
+                                       const ItemOrdering& sortedBy)
 {
     m_lastProblem = problem;
     LsofItemList sorted = items;
-    const QHeaderView* header = m_table->horizontalHeader();
-    ConnectionTableModel::sortItems(sorted, header->sortIndicatorSection(),
-                                    header->sortIndicatorOrder());
+    // Sorted on the worker, unless the header's indicator moved while lsof ran.
+    if (const ItemOrdering wanted = ordering(); sortedBy != wanted)
+        wanted.apply(sorted);
     const LsofItemList selection = std::exchange(m_pendingSelection, {});
     showItems(sorted, selection);
 }
@@ -351,9 +359,7 @@ void CVWindowController::refreshTableViewData()
 {
     const LsofItemList selection = selectedItems();
     LsofItemList sorted = m_originalItems;
-    const QHeaderView* header = m_table->horizontalHeader();
-    ConnectionTableModel::sortItems(sorted, header->sortIndicatorSection(),
-                                    header->sortIndicatorOrder());
+    ordering().apply(sorted);
     showItems(sorted, selection);
     saveToolbarItemsState();
 }

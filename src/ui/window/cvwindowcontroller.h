@@ -107,9 +107,11 @@ protected:
     bool event(QEvent* event) override;
 
 private:
-    void applySnapshot(const LsofItemList& items, const QString& problem);
+    void applySnapshot(const LsofItemList& items, const QString& problem,
+                       const ItemOrdering& sortedBy);
     void showItems(const LsofItemList& sorted, const LsofItemList& selection);
-    void sortOriginalItems();
+    // The order the header's indicator asks for.
+    ItemOrdering ordering() const;
     void buildToolbar();
     void buildTable();
     void buildMenus();
