@@ -20,69 +20,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-enum Title {
-    PidTitle,
-    UserTitle,
-    FdTitle,
-    TypeTitle,
-    DeviceTitle,
-    SizeOffTitle,
-    NodeTitle,
-    NameTitle,
-    TitleCount
-};
-
-constexpr std::array<QStringView, TitleCount> kTitles = {u"PID",    u"USER",     u"FD",   u"TYPE",
-                                                         u"DEVICE", u"SIZE/OFF", u"NODE", u"NAME"};
-
-using Positions = std::array<qsizetype, TitleCount>;
-
-// Where each title first occurs in the header; nothing when one is missing.
-std::optional<Positions> headerPositions(QStringView header)
-{
-    Positions positions{};
-    for (int t = 0; t < TitleCount; ++t) {
-        positions[t] = header.indexOf(kTitles[t]);
-        if (positions[t] < 0)
-            return std::nullopt;
-    }
-    return positions;
-}
-
-bool isDigit(QChar c)
-{
-    return c >= u'0' && c <= u'9';
-}
-
-// The process id: the run of digits that ends under the last character of "PID", extended
-// leftwards for as long as digits go. Linux process ids reach seven digits, wider than any
-// fixed cut. Without a digit there, the classic five-character cut from the first digit.
-std::optional<QStringView> cutProcessId(QStringView line, qsizetype pidTitle)
-{
-    const qsizetype last = pidTitle + 2;
-    if (last < line.size() && isDigit(line[last])) {
-        qsizetype first = last;
-        while (first > 0 && isDigit(line[first - 1]))
-            --first;
-        return line.mid(first, last - first + 1);
-    }
-    const qsizetype start = pidTitle - 2;
-    if (start < 0 || start + 5 > line.size())
-        return std::nullopt;
-    const QStringView cut = line.mid(start, 5);
-    for (qsizetype i = 0; i < cut.size(); ++i) {
-        if (isDigit(cut[i]))
-            return cut.mid(i).trimmed();
-    }
-    return std::nullopt;
-}
-
-// A cut that stays inside the line, or nothing.
-bool fits(QStringView line, qsizetype start, qsizetype length)
-{
-    return start >= 0 && length >= 0 && start + length <= line.size();
-}
-
 // Counts, per gap of the new list, how many closed items were inserted into it, and answers
 // prefix sums; lets change detection place closed items without shifting the list each time.
 class GapCounter {
@@ -132,114 +69,6 @@ private:
     std::vector<qint32>& m_tree; // counts stay far below 2^31
 };
 
-enum class Side { Local, Remote };
-
-// A cut as text: an empty cut is an empty text, never a null one.
-QString cutText(QStringView view)
-{
-    return view.isEmpty() ? u""_s : view.toString();
-}
-
-struct Endpoint {
-    QStringView address;
-    QStringView port;
-    bool present = false;
-};
-
-// The cut fields of one line, still pointing into lsof's text.
-struct LineFields {
-    QStringView processName, processId, protocol, user, type, device, sizeAndOffset, fileDescriptor;
-    QStringView state;
-    bool hasState = false;
-    Endpoint local, remote;
-};
-
-// One endpoint: only the last ":" separates the port, so "[fe80::1%lo0]:5353" keeps its
-// address whole and "*:*" gives "*", "*" and 0.
-Endpoint splitEndpoint(QStringView text)
-{
-    qsizetype colon = text.size() - 1;
-    while (colon >= 0 && text[colon] != u':')
-        --colon;
-    if (colon < 0)
-        return {QStringView(), text, true};
-    return {text.left(colon), text.mid(colon + 1), true};
-}
-
-// NAME is "endpoints" or "endpoints (STATE)"; endpoints are "local" or "local->remote". A text
-// that does not split into exactly two parts at its separator is not split at all. (Plain
-// loops: this runs for every line of every refresh.)
-void splitName(QStringView name, LineFields& fields)
-{
-    qsizetype blank = -1;
-    int blanks = 0;
-    for (qsizetype i = 0; i < name.size() && blanks < 2; ++i) {
-        if (name[i] == u' ') {
-            if (blanks++ == 0)
-                blank = i;
-        }
-    }
-    QStringView endpoints = name;
-    if (blanks == 1) {
-        // Linux lsof ends UDP endpoints with a blank: a part too short to be "(STATE)" is no
-        // state, and the endpoints are still parsed.
-        const QStringView state = name.mid(blank + 1);
-        if (state.size() >= 2) {
-            fields.state = state.mid(1, state.size() - 2);
-            fields.hasState = true;
-        }
-        endpoints = name.left(blank);
-    }
-    qsizetype arrow = -1;
-    int arrows = 0;
-    for (qsizetype i = 0; i + 1 < endpoints.size() && arrows < 2; ++i) {
-        if (endpoints[i] == u'-' && endpoints[i + 1] == u'>') {
-            if (arrows++ == 0)
-                arrow = i;
-            ++i;
-        }
-    }
-    if (arrows == 1) {
-        fields.remote = splitEndpoint(endpoints.mid(arrow + 2));
-        endpoints = endpoints.left(arrow);
-    }
-    fields.local = splitEndpoint(endpoints);
-}
-
-void setEndpoint(const Endpoint& endpoint, LsofItem& item, Side side, TextPool* pool)
-{
-    const QString address = cutText(endpoint.address);
-    const qint64 number = LsofItem::integerValue(endpoint.port);
-    if (side == Side::Local) {
-        item.setLocalAddress(address);
-        item.setLocalPort(cutText(endpoint.port));
-        item.setLocalPortNumber(number);
-    } else {
-        item.setRemoteAddress(address);
-        item.setRemotePort(pool ? pool->text(endpoint.port) : cutText(endpoint.port));
-        item.setRemotePortNumber(number);
-    }
-}
-
-// Every field but the state, which the caller decides. Texts that repeat from line to line
-// come from the pool. The device and the local port are nearly unique, and addresses are too
-// many on a busy machine: a copy costs less than finding one among tens of thousands of
-// pooled texts, at places the cache no longer holds.
-void fillItem(LsofItem& item, const LineFields& fields, TextPool& pool)
-{
-    item.setProcessName(pool.text(fields.processName));
-    item.setProcessId(pool.text(fields.processId));
-    item.setProtocol(pool.text(fields.protocol));
-    item.setUser(pool.text(fields.user));
-    item.setType(pool.text(fields.type));
-    item.setDevice(cutText(fields.device));
-    item.setSizeAndOffset(pool.text(fields.sizeAndOffset));
-    item.setFileDescriptor(pool.text(fields.fileDescriptor));
-    setEndpoint(fields.local, item, Side::Local, &pool);
-    if (fields.remote.present)
-        setEndpoint(fields.remote, item, Side::Remote, &pool);
-}
-
 // Where the line that starts at `start` ends: its line feed, or the end of the text.
 qsizetype lineEndFrom(QByteArrayView text, qsizetype start)
 {
@@ -253,105 +82,12 @@ QByteArrayView lineAt(QByteArrayView text, qsizetype start)
     return text.sliced(start, lineEndFrom(text, start) - start);
 }
 
-// The line as UTF-16 in `out`, whose storage is reused from line to line. Fields are cut by
-// character, as lsof lays them out; a line of plain ASCII (nearly every one) is widened byte
-// by byte.
-void widenLine(QByteArrayView line, QString& out)
-{
-    out.resize(line.size());
-    char16_t* const to = reinterpret_cast<char16_t*>(out.data());
-    uchar high = 0;
-    for (qsizetype i = 0; i < line.size(); ++i) {
-        const uchar byte = uchar(line[i]);
-        high |= byte;
-        to[i] = byte;
-    }
-    if (high & 0x80)
-        out = QString::fromUtf8(line);
-}
-
-// Writes what LsofItem::identifier() gives for an item filled from these fields into `out`,
-// whose storage is reused from line to line: a connection seen before costs no allocation.
-void writeIdentifier(const LineFields& f, QString& out)
-{
-    static const QString null = u"(null)"_s;
-    const QStringView remoteAddress = f.remote.present ? f.remote.address : QStringView(null);
-    const QStringView remotePort = f.remote.present ? f.remote.port : QStringView(null);
-    const std::array<QStringView, 9> parts = {f.processId,     f.type,       f.protocol,
-                                              f.local.address, f.local.port, remoteAddress,
-                                              remotePort,      f.device,     f.fileDescriptor};
-    static constexpr std::array<char16_t, 8> separators = {u'-', u'-', u'-', u':',
-                                                           u'-', u':', u'-', u':'};
-    qsizetype length = qsizetype(separators.size());
-    for (const QStringView part : parts)
-        length += part.size();
-    out.resize(length);
-    QChar* cursor = out.data();
-    for (size_t i = 0; i < parts.size(); ++i) {
-        cursor = std::copy(parts[i].begin(), parts[i].end(), cursor);
-        if (i < separators.size())
-            *cursor++ = QChar(separators[i]);
-    }
-}
-
 // The status change detection gives a connection seen before: changed (2) only when both
 // states are known and differ.
 qint32 reusedStatus(QStringView now, bool nowKnown, const QString& before)
 {
     return !nowKnown || before.isNull() || now == before ? 0 : 2;
 }
-
-// Where each field of a data line lies, from the header's title positions. The offsets follow
-// lsof's layout, in which these columns end under the end of their titles.
-class Cuts {
-public:
-    explicit Cuts(const Positions& p)
-        : m_p(p), m_userStart(p[PidTitle] + 4), m_userLength(p[UserTitle] - p[PidTitle]),
-          m_fdStart(p[UserTitle] + 5), m_fdLength(p[FdTitle] - p[UserTitle] - 2),
-          m_deviceStart(p[TypeTitle] + 5), m_deviceLength(p[DeviceTitle] - p[TypeTitle] + 1),
-          m_sizeStart(p[DeviceTitle] + 7), m_sizeLength(p[SizeOffTitle] - p[DeviceTitle] + 1),
-          m_protocolStart(p[SizeOffTitle] + 9), m_protocolLength(p[NodeTitle] - p[SizeOffTitle] - 5)
-    {
-    }
-
-    // The fields of one line, or nothing for a line too short or one on which a cut would fall
-    // outside the line.
-    std::optional<LineFields> cut(QStringView line) const
-    {
-        if (line.size() < m_p[NameTitle])
-            return std::nullopt;
-        if (!fits(line, 0, m_p[PidTitle]) || !fits(line, m_userStart, m_userLength) ||
-            !fits(line, m_fdStart, m_fdLength) || !fits(line, m_p[TypeTitle], 4) ||
-            !fits(line, m_deviceStart, m_deviceLength) || !fits(line, m_sizeStart, m_sizeLength) ||
-            !fits(line, m_protocolStart, m_protocolLength))
-            return std::nullopt;
-        const std::optional<QStringView> processId = cutProcessId(line, m_p[PidTitle]);
-        if (!processId)
-            return std::nullopt;
-
-        LineFields fields;
-        // Command names keep what precedes their last blank: PID digits that run into the
-        // command's cut go.
-        fields.processName = line.left(m_p[PidTitle]).trimmed();
-        const qsizetype blank = fields.processName.lastIndexOf(u' ');
-        if (blank >= 0)
-            fields.processName = fields.processName.left(blank).trimmed();
-        fields.processId = *processId;
-        fields.protocol = line.mid(m_protocolStart, m_protocolLength).trimmed();
-        fields.user = line.mid(m_userStart, m_userLength).trimmed();
-        fields.type = line.mid(m_p[TypeTitle], 4).trimmed();
-        fields.device = line.mid(m_deviceStart, m_deviceLength).trimmed();
-        fields.sizeAndOffset = line.mid(m_sizeStart, m_sizeLength).trimmed();
-        fields.fileDescriptor = line.mid(m_fdStart, m_fdLength).trimmed();
-        splitName(line.mid(m_p[NameTitle]), fields);
-        return fields;
-    }
-
-private:
-    Positions m_p;
-    qsizetype m_userStart, m_userLength, m_fdStart, m_fdLength, m_deviceStart, m_deviceLength,
-        m_sizeStart, m_sizeLength, m_protocolStart, m_protocolLength;
-};
 
 } // namespace
 
@@ -361,11 +97,19 @@ LsofFetcher& LsofFetcher::shared()
     return fetcher;
 }
 
+void LsofFetcher::parseConnection(const QString& text, LsofItem& item)
+{
+    LsofLineCutter::parseConnection(text, item);
+}
+
+void LsofFetcher::parseAddressAndPort(const QString& text, LsofItem& item, const QString& side)
+{
+    LsofLineCutter::parseAddressAndPort(text, item, side);
+}
+
 QString LsofFetcher::substring(QStringView text, qsizetype start, qsizetype length)
 {
-    const QStringView trimmed = text.mid(start, length).trimmed();
-    // An empty cut is an empty text, never a null one.
-    return trimmed.isEmpty() ? u""_s : trimmed.toString();
+    return LsofLineCutter::substring(text, start, length);
 }
 
 LsofItemList LsofFetcher::parseLsofResult(const QString& text)
@@ -383,10 +127,10 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
     const qsizetype headerEnd = firstEnd < text.size() ? firstEnd : -1; // -1: no data lines
     // Title positions count characters, as the cuts of the lines do.
     const QString header = QString::fromUtf8(text.first(firstEnd));
-    const std::optional<Positions> found = headerPositions(header);
+    const std::optional<LsofLineCutter> found = LsofLineCutter::fromHeader(header);
     if (!found)
         return result;
-    const Cuts cuts(*found);
+    const LsofLineCutter& cutter = *found;
 
     // Closed items have had their one extra pass: from here on the previous snapshot is the
     // stored list's open items, which m_openAt lists. (Copying them out would touch every
@@ -423,8 +167,7 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
         nextMark = ++marks;
     const quint32 previousMark = std::exchange(m_parseMark, nextMark);
     const quint32 mark = m_parseMark;
-    static_assert(std::tuple_size_v<decltype(m_lastTitles)> == TitleCount);
-    const bool sameTitles = std::exchange(m_lastTitles, *found) == *found;
+    const bool sameTitles = std::exchange(m_lastTitles, cutter.positions()) == cutter.positions();
     // Lines are known by a seeded hash: a line whose hash is the one the line of a connection
     // had in the last parse, under the same columns, reads as that line did, and its identifier
     // and state are the connection's. Cutting it, building its identifier and comparing that
@@ -471,14 +214,15 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
         markListed(*kept, result.size(), line, lineHash, text);
         result.append(kept);
     };
-    const auto take = [&](const LineFields& fields, QByteArrayView line, size_t lineHash,
-                          const QString& identifier, size_t hash, const LsofItemPtr* likely) {
+    const auto take = [&](const LsofLineCutter::Fields& fields, QByteArrayView line,
+                          size_t lineHash, const QString& identifier, size_t hash,
+                          const LsofItemPtr* likely) {
         const LsofItemPtr* earlier = likely && m_identifierMap.lists(**likely, identifier, hash)
                                          ? likely
                                          : m_identifierMap.find(identifier, hash);
         if (!earlier) {
             auto item = LsofItem::create();
-            fillItem(*item, fields, m_texts);
+            LsofLineCutter::fillItem(*item, fields, m_texts);
             if (fields.hasState)
                 item->setState(m_texts.text(fields.state));
             // A copy of its own: the buffer is written again by a later line.
@@ -499,8 +243,8 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
             // Listed again in this output: this line yields the object made for the line
             // before it, carrying this line's state.
             auto item = LsofItem::create();
-            widenLine(lineAt(text, kept->m_passLineStart), m_earlierLine);
-            fillItem(*item, *cuts.cut(m_earlierLine), m_texts);
+            LsofLineCutter::widenLine(lineAt(text, kept->m_passLineStart), m_earlierLine);
+            LsofLineCutter::fillItem(*item, *cutter.cut(m_earlierLine), m_texts);
             item->setState(fields.hasState ? m_texts.text(fields.state) : QString());
             item->setOldState(kept->m_oldState);
             item->adoptIdentifier(kept->m_identifier);
@@ -530,7 +274,7 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
     // taken, so that on a big snapshot the cache misses of many lines overlap instead of
     // queueing one behind the other.
     struct Pending {
-        LineFields fields; // views into m_lineBuffers at the batch's place
+        LsofLineCutter::Fields fields; // views into m_lineBuffers at the batch's place
         QByteArrayView line;
         size_t lineHash = 0;
         size_t hash = 0;
@@ -595,8 +339,8 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
                 ++count;
                 continue;
             }
-            widenLine(line, m_lineBuffers[count]);
-            std::optional<LineFields> fields = cuts.cut(m_lineBuffers[count]);
+            LsofLineCutter::widenLine(line, m_lineBuffers[count]);
+            std::optional<LsofLineCutter::Fields> fields = cutter.cut(m_lineBuffers[count]);
             if (!fields)
                 continue;
             Pending& pending = batch[count];
@@ -604,7 +348,7 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
             pending.line = line;
             pending.lineHash = lineHash;
             pending.unchanged = false;
-            writeIdentifier(pending.fields, m_identifierBuffers[count]);
+            LsofLineCutter::writeIdentifier(pending.fields, m_identifierBuffers[count]);
             pending.hash = IdentifierMap::hashOf(m_identifierBuffers[count]);
             const LsofItemPtr* likely = openItem(expected++);
             pending.likely =
@@ -635,9 +379,9 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
                     continue;
                 }
                 // Listed twice in this output: the line goes the long way.
-                widenLine(pending.line, m_lineBuffers[i]);
-                pending.fields = *cuts.cut(m_lineBuffers[i]);
-                writeIdentifier(pending.fields, m_identifierBuffers[i]);
+                LsofLineCutter::widenLine(pending.line, m_lineBuffers[i]);
+                pending.fields = *cutter.cut(m_lineBuffers[i]);
+                LsofLineCutter::writeIdentifier(pending.fields, m_identifierBuffers[i]);
                 pending.hash = IdentifierMap::hashOf(m_identifierBuffers[i]);
                 take(pending.fields, pending.line, pending.lineHash, m_identifierBuffers[i],
                      pending.hash, nullptr);
@@ -664,30 +408,6 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
     }
     m_parseResult = result;
     return result;
-}
-
-void LsofFetcher::parseConnection(const QString& text, LsofItem& item)
-{
-    LineFields fields;
-    splitName(text, fields);
-    if (fields.hasState)
-        item.setState(cutText(fields.state));
-    if (fields.remote.present)
-        setEndpoint(fields.remote, item, Side::Remote, nullptr);
-    setEndpoint(fields.local, item, Side::Local, nullptr);
-}
-
-void LsofFetcher::parseAddressAndPort(const QString& text, LsofItem& item, const QString& side)
-{
-    const Endpoint endpoint = splitEndpoint(text);
-    if (side == u"local" || side == u"remote") {
-        setEndpoint(endpoint, item, side == u"local" ? Side::Local : Side::Remote, nullptr);
-        return;
-    }
-    // Any other side names its keys by the "%@Address", "%@Port", "%@PortNumber" rule.
-    item.setValue(QString(side % u"Address"), cutText(endpoint.address));
-    item.setValue(QString(side % u"Port"), cutText(endpoint.port));
-    item.setValue(QString(side % u"PortNumber"), LsofItem::integerValue(endpoint.port));
 }
 
 void LsofFetcher::markListed(LsofItem& item, qsizetype index, QByteArrayView line, size_t lineHash,

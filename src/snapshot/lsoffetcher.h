@@ -3,13 +3,13 @@
 #include "gacommandrunner.h"
 #include "identifiermap.h"
 #include "lsofitem.h"
+#include "lsoflinecutter.h"
 #include "snapshotsource.h"
 #include "textpool.h"
 
 #include <QHash>
 #include <QString>
 
-#include <array>
 #include <functional>
 #include <mutex>
 
@@ -119,7 +119,7 @@ private:
     // that of the line of the same connection there, under the same columns, is that
     // connection unchanged.
     quint32 m_parseMark = 0;
-    std::array<qsizetype, 8> m_lastTitles{};
+    LsofLineCutter::Positions m_lastTitles{};
     // The list the last parse returned, until change detection takes it. A list that shares its
     // data is that very list, untouched, so detection can trust what the parse left on its items.
     LsofItemList m_parseResult;
