@@ -1,6 +1,6 @@
 #pragma once
 
-#include "gacommandrunner.h"
+#include "acquisitionroads.h"
 #include "identifiermap.h"
 #include "lsofitem.h"
 #include "lsoflinecutter.h"
@@ -22,40 +22,6 @@ public:
     virtual bool needsNotifyOrLogConnectionStateChange() const = 0;
     virtual void notifyNewItems(const LsofItemList& items) = 0;
     virtual void notifyChangedItems(const LsofItemList& items) = 0;
-};
-
-// The facts acquisition depends on. The application's come from the system; tests inject
-// their own.
-struct AcquisitionRoads {
-    // Asked once per run: is the privileged helper installed?
-    std::function<bool()> helperInstalled;
-    // Asks the helper for lsof's output (UTF-8); the reply (null on any failure) may come on
-    // any thread.
-    std::function<void(std::function<void(const QByteArray&)>)> runLsofThroughHelper;
-    // Confined (Flatpak, Snap): lsof runs through the user's script.
-    std::function<bool()> sandboxed;
-    std::function<QString()> scriptPath;
-    std::function<GACommandRunner::SyncResult(const QString& program, const QStringList& arguments,
-                                              GACommandRunner::Road road)>
-        run;
-
-    // Which helper the application's roads use.
-    struct HelperChoice {
-        enum class Mode {
-            Off,    // never the helper
-            Auto,   // the installed helper, asked once per run whether it is there
-            Socket, // the daemon on `socketPath`, taken as installed (tests, manual runs)
-        };
-        Mode mode = Mode::Off;
-        QString socketPath;
-        // Offer to install the helper once per helper version (the desktop application).
-        bool offerInstall = false;
-    };
-
-    // The system's roads. With a helper, call this on the thread that runs the event loop
-    // (the helper's client lives there).
-    static AcquisitionRoads system(const HelperChoice& helper);
-    static AcquisitionRoads system();
 };
 
 // The snapshot service: turns lsof's text into items, matches them against the previous
