@@ -1,4 +1,5 @@
 #include "lsofitem.h"
+#include "itemarena.h"
 #include "platform/hexdigit.h"
 
 #include <QHash>
@@ -477,23 +478,57 @@ void LsofItem::setSearchCache(SearchCache cache) const
 
 namespace {
 
-// Memory on a cache line's start. The shared count of std::allocate_shared comes first (16
-// bytes), so the first fields of the item share its line.
-template <typename T> struct LineAligned {
+#if defined(__has_feature)
+#define CORVINA_HAS_FEATURE(name) __has_feature(name)
+#else
+#define CORVINA_HAS_FEATURE(name) 0
+#endif
+
+// Items come from an arena of their own (see ItemArena), on cache-line boundaries. The shared
+// count of std::allocate_shared comes first (16 bytes), so the first fields of the item share
+// its line. Under AddressSanitizer they come from the heap, where a use after release is caught.
+template <typename T> struct ItemAllocator {
     using value_type = T;
+    ItemAllocator() = default;
+    template <typename U> explicit ItemAllocator(const ItemAllocator<U>&) {}
+#if defined(__SANITIZE_ADDRESS__) || CORVINA_HAS_FEATURE(address_sanitizer)
     static constexpr std::align_val_t kLine{64};
-    LineAligned() = default;
-    template <typename U> explicit LineAligned(const LineAligned<U>&) {}
-    T* allocate(size_t n) { return static_cast<T*>(::operator new(n * sizeof(T), kLine)); }
-    void deallocate(T* p, size_t) { ::operator delete(p, kLine); }
-    bool operator==(const LineAligned&) const { return true; }
+    T* allocate(size_t n)
+    {
+        return static_cast<T*>(::operator new(n * sizeof(T), kLine));
+    }
+    void deallocate(T* p, size_t)
+    {
+        ::operator delete(p, kLine);
+    }
+#else
+    T* allocate(size_t n)
+    {
+        Q_ASSERT(n == 1);
+        return static_cast<T*>(arena().allocate());
+    }
+    void deallocate(T* p, size_t)
+    {
+        arena().deallocate(p);
+    }
+    // Never destroyed: an item may be let go after static objects are gone.
+    static ItemArena& arena()
+    {
+        static ItemArena* const items = new ItemArena(sizeof(T));
+        return *items;
+    }
+#endif
+    bool operator==(const ItemAllocator&) const
+    {
+        return true;
+    }
 };
 
 } // namespace
 
 std::shared_ptr<LsofItem> LsofItem::create()
 {
-    return std::allocate_shared<LsofItem>(LineAligned<LsofItem>());
+    return std::allocate_shared<LsofItem>(ItemAllocator<LsofItem>());
 }
 
 void releaseItems(LsofItemList& items)
