@@ -226,10 +226,10 @@ QString ItemMatcher::keywordText(const LsofItem& item, LsofItem::Key key) const
         // gone would otherwise be searched for in /proc for each of them.
         std::pair process{item.processId(), item.processName()};
         if (process != m_lastProcess) {
-            auto names = m_processNames.constFind(process);
+            const std::pair key{TextKey{process.first}, TextKey{process.second}};
+            auto names = m_processNames.constFind(key);
             if (names == m_processNames.cend())
-                names =
-                    m_processNames.insert(process, {item.processPath(), item.localizedAppName()});
+                names = m_processNames.insert(key, {item.processPath(), item.localizedAppName()});
             m_lastProcessNames = *names;
             m_lastProcess = std::move(process);
         }

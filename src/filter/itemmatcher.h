@@ -2,6 +2,7 @@
 
 #include "itemfilter.h"
 #include "predicate.h"
+#include "snapshot/textkey.h"
 
 #include <QHash>
 #include <QRegularExpression>
@@ -57,7 +58,7 @@ private:
     quint64 m_hostnameGeneration = 0;
     // Per pass, by process id and command name; the last process asked about, which the next
     // row most often shares (lsof lists a process's sockets together).
-    mutable QHash<std::pair<QString, QString>, ProcessNames> m_processNames;
+    mutable QHash<std::pair<TextKey, TextKey>, ProcessNames> m_processNames;
     mutable std::optional<std::pair<QString, QString>> m_lastProcess;
     mutable ProcessNames m_lastProcessNames;
 };

@@ -1,6 +1,7 @@
 #include "itemordering.h"
 
 #include "itemcolumns.h"
+#include "textkey.h"
 
 #include <QHash>
 
@@ -65,14 +66,14 @@ void ItemOrdering::apply(LsofItemList& items) const
         };
         // Most text columns hold few distinct values (names, states, protocols): each is
         // case-folded and compared with the others once, not once per row.
-        QHash<QString, qint32> ids;
+        QHash<TextKey, qint32> ids;
         std::vector<QString> distinct;
         for (qsizetype i = 0; i < items.size(); ++i) {
             askAhead(i);
             const QString text = textOf(i);
-            auto found = ids.constFind(text);
+            auto found = ids.constFind(TextKey{text});
             if (found == ids.cend()) {
-                found = ids.insert(text, qint32(distinct.size()));
+                found = ids.insert(TextKey{text}, qint32(distinct.size()));
                 distinct.push_back(text.toCaseFolded());
             }
             keyed[size_t(i)] = {*found, qint32(i)};

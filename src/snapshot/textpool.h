@@ -1,5 +1,7 @@
 #pragma once
 
+#include "textkey.h"
+
 #include <QSet>
 #include <QString>
 #include <QStringView>
@@ -17,18 +19,18 @@ public:
     {
         if (view.isEmpty())
             return QStringLiteral("");
-        const auto it = m_texts.constFind(QString::fromRawData(view.data(), view.size()));
+        const auto it = m_texts.constFind(TextKey{QString::fromRawData(view.data(), view.size())});
         if (it != m_texts.cend())
-            return *it;
+            return it->text;
         if (m_texts.size() >= kLimit)
             m_texts.clear();
         const QString owned = view.toString();
-        m_texts.insert(owned);
+        m_texts.insert(TextKey{owned});
         return owned;
     }
 
     qsizetype size() const { return m_texts.size(); }
 
 private:
-    QSet<QString> m_texts;
+    QSet<TextKey> m_texts;
 };

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "textkey.h"
+
 #include <QHash>
 #include <QMutex>
 #include <QString>
@@ -33,5 +35,5 @@ private:
     const quint64 m_capacity;
     mutable QMutex m_lock;
     std::list<QString> m_keys; // oldest first
-    QHash<QString, Entry> m_objects;
+    QHash<TextKey, Entry> m_objects;
 };
