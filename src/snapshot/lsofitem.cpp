@@ -5,6 +5,8 @@
 #include <QHash>
 #include <QStringDecoder>
 
+#include <array>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -215,6 +217,24 @@ void LsofItem::prefetchField(Key key) const
     }
     if (field)
         __builtin_prefetch(field);
+}
+
+void LsofItem::prefetchForRelease() const
+{
+    const char* const bytes = reinterpret_cast<const char*>(this);
+    for (size_t offset = 0; offset < sizeof(LsofItem); offset += 64)
+        __builtin_prefetch(bytes + offset);
+}
+
+void LsofItem::prefetchOwnTexts() const
+{
+    // Each text's count and the allocator's record of its block sit just before its characters.
+    const std::array<const QString*, 5> texts = {&m_identifier, &m_localAddress, &m_localPort,
+                                                 &m_remoteAddress, &m_device};
+    for (const QString* text : texts) {
+        if (!text->isNull())
+            __builtin_prefetch(reinterpret_cast<const char*>(text->constData()) - 32, 1);
+    }
 }
 
 QVariant LsofItem::value(Key key) const
@@ -545,10 +565,18 @@ void releaseItemRange(LsofItemList& items, qsizetype first, qsizetype last)
     // Most items live on in a newer list and only their count changes: the line that holds it
     // is what is asked for.
     constexpr qsizetype kAhead = 64;
+    // The few that go with it (the closed connections) are read whole: their lines are asked
+    // for once their count says so, their texts' blocks once the lines have come.
+    constexpr qsizetype kLinesAhead = 32;
+    constexpr qsizetype kTextsAhead = 12;
     LsofItemPtr* const data = items.data();
     for (qsizetype i = first; i < last; ++i) {
         if (i + kAhead < last && data[i + kAhead])
             __builtin_prefetch(reinterpret_cast<const char*>(data[i + kAhead].get()) - 16, 1);
+        if (i + kLinesAhead < last && data[i + kLinesAhead].use_count() == 1)
+            data[i + kLinesAhead]->prefetchForRelease();
+        if (i + kTextsAhead < last && data[i + kTextsAhead].use_count() == 1)
+            data[i + kTextsAhead]->prefetchOwnTexts();
         data[i].reset();
     }
 }

@@ -171,6 +171,11 @@ public:
     // its id and command name). A pass that reads one column of many items asks a few items
     // ahead, so that their cold fields arrive together instead of one after the other.
     void prefetchField(Key key) const;
+    // Asks memory for what letting go of the item reads: every line of the item; then, once
+    // those have arrived, the blocks of the texts it alone holds. A big snapshot's closed
+    // items are cold when they go, and their destruction waits for each of these in turn.
+    void prefetchForRelease() const;
+    void prefetchOwnTexts() const;
     // Whether the item holds its process's record already, so that asking for it reads
     // nothing.
     bool hasRunningApplication() const;

@@ -14,19 +14,20 @@ class TextPool final {
 public:
     static constexpr qsizetype kLimit = 1 << 16;
 
-    // The text of `view`, empty (never null) when it is empty.
-    QString text(QStringView view)
+    // The text of `view`, empty (never null) when it is empty. The reference holds until the
+    // next call: copying it is the caller's one reference count to pay.
+    const QString& text(QStringView view)
     {
+        static const QString empty = QStringLiteral("");
         if (view.isEmpty())
-            return QStringLiteral("");
-        const auto it = m_texts.constFind(TextKey{QString::fromRawData(view.data(), view.size())});
-        if (it != m_texts.cend())
-            return it->text;
-        if (m_texts.size() >= kLimit)
-            m_texts.clear();
-        const QString owned = view.toString();
-        m_texts.insert(TextKey{owned});
-        return owned;
+            return empty;
+        auto it = m_texts.constFind(TextKey{QString::fromRawData(view.data(), view.size())});
+        if (it == m_texts.cend()) {
+            if (m_texts.size() >= kLimit)
+                m_texts.clear();
+            it = m_texts.insert(TextKey{view.toString()});
+        }
+        return it->text;
     }
 
     qsizetype size() const { return m_texts.size(); }
