@@ -1,7 +1,7 @@
 #include "lsofdata.h"
-#include "snapshot/itemcolumns.h"
 #include "snapshot/lsoffetcher.h"
 #include "snapshot/lsofsnapshotworker.h"
+#include "support/itemspec.h"
 
 #include <QCoreApplication>
 #include <QEventLoop>
@@ -115,15 +115,24 @@ TEST(Acquisition, LocalRoadIsTheScriptWhenConfinedAndLsofOtherwise)
     EXPECT_NE(fetcher.lastProblem().indexOf(u"script"_s), -1) << "the script is not there";
 }
 
-TEST(Acquisition, WorkerDeliversOncePerRequestAndRefusesOverlaps)
-{
+// The application's worker over a fetcher whose lsof prints sequence-1.txt.
+class AcquisitionWorker : public testing::Test {
+protected:
+    AcquisitionWorker()
+    {
+        system.localOutput = lsofData("sequence-1.txt");
+        fetcher.setRoads(system.roads());
+    }
+
     int argc = 0;
-    QCoreApplication app(argc, nullptr);
+    QCoreApplication app{argc, nullptr};
     FakeSystem system;
-    system.localOutput = lsofData("sequence-1.txt");
     LsofFetcher fetcher;
-    fetcher.setRoads(system.roads());
-    LsofSnapshotWorker worker(fetcher);
+    LsofSnapshotWorker worker{fetcher};
+};
+
+TEST_F(AcquisitionWorker, DeliversOncePerRequestAndRefusesOverlaps)
+{
     QList<LsofItemList> delivered;
     QObject::connect(&worker, &SnapshotSource::snapshotReady, &worker,
                      [&](const LsofItemList& items) { delivered << items; });
@@ -139,15 +148,8 @@ TEST(Acquisition, WorkerDeliversOncePerRequestAndRefusesOverlaps)
     EXPECT_TRUE(worker.requestSnapshot());
 }
 
-TEST(Acquisition, WorkerSortsACopyInTheOrderAskedWhenRequested)
+TEST_F(AcquisitionWorker, SortsACopyInTheOrderAskedWhenRequested)
 {
-    int argc = 0;
-    QCoreApplication app(argc, nullptr);
-    FakeSystem system;
-    system.localOutput = lsofData("sequence-1.txt");
-    LsofFetcher fetcher;
-    fetcher.setRoads(system.roads());
-    LsofSnapshotWorker worker(fetcher);
     LsofItemList delivered;
     ItemOrdering deliveredOrder;
     QEventLoop loop;
@@ -159,11 +161,7 @@ TEST(Acquisition, WorkerSortsACopyInTheOrderAskedWhenRequested)
                          loop.quit();
                      });
 
-    int localPortColumn = -1;
-    for (int i = 0; i < itemColumns().size(); ++i) {
-        if (itemColumns().at(i).key == LsofItem::Key::localPort)
-            localPortColumn = i;
-    }
+    const int localPortColumn = columnOf(LsofItem::Key::localPort);
     const ItemOrdering byPortDown{localPortColumn, Qt::DescendingOrder};
     worker.setOrdering(byPortDown);
     ASSERT_TRUE(worker.requestSnapshot());

@@ -11,15 +11,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-int columnOf(LsofItem::Key key)
-{
-    for (int i = 0; i < itemColumns().size(); ++i) {
-        if (itemColumns().at(i).key == key)
-            return i;
-    }
-    return -1;
-}
-
 QStringList column(const LsofItemList& items, LsofItem::Key key)
 {
     QStringList values;

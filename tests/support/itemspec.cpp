@@ -1,5 +1,7 @@
 #include "itemspec.h"
 
+#include "snapshot/itemcolumns.h"
+
 LsofItemPtr makeItem(const ItemSpec& spec)
 {
     auto item = std::make_shared<LsofItem>();
@@ -22,4 +24,13 @@ LsofItemPtr makeItem(const ItemSpec& spec)
     item->setDevice(QStringLiteral("0x1234"));
     item->setStatus(spec.status);
     return item;
+}
+
+int columnOf(LsofItem::Key key)
+{
+    for (int i = 0; i < itemColumns().size(); ++i) {
+        if (itemColumns().at(i).key == key)
+            return i;
+    }
+    return -1;
 }

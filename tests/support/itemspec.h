@@ -19,3 +19,6 @@ struct ItemSpec {
 };
 
 LsofItemPtr makeItem(const ItemSpec& spec);
+
+// The connection table's column that shows `key`, or -1.
+int columnOf(LsofItem::Key key);

@@ -2,7 +2,6 @@
 #include "uitestsupport.h"
 
 #include "snapshot/hostnameresolver.h"
-#include "snapshot/itemcolumns.h"
 #include "snapshot/itemordering.h"
 
 #include <QAbstractItemModelTester>
@@ -11,19 +10,6 @@
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
-
-namespace {
-
-int columnOf(LsofItem::Key key)
-{
-    for (int i = 0; i < itemColumns().size(); ++i) {
-        if (itemColumns().at(i).key == key)
-            return i;
-    }
-    return -1;
-}
-
-} // namespace
 
 TEST(ConnectionTableModel, PassesTheModelTesterThroughResetsAndRepaints)
 {
