@@ -201,7 +201,7 @@ LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView text)
         if (state || status != 0 || !kept->m_settled)
             kept->carryState(state, status);
         if (kept->m_previousIndex >= 0 && kept->m_previousIndex < qsizetype(m_foundAt.size())) {
-            m_foundAt[size_t(kept->m_previousIndex)] = result.size();
+            m_foundAt[size_t(kept->m_previousIndex)] = qint32(result.size());
             cursor = kept->m_previousIndex + 1;
         }
         markListed(*kept, result.size(), line, lineHash, text);
@@ -487,15 +487,30 @@ void LsofFetcher::processLsofItemsChanges(LsofItemList& items)
         // Where the last previous item found stands now, asked of the counter only when a
         // closed item needs it: nothing is inserted between that item and the closed one.
         qsizetype lastFoundOriginal = -1;
+        // A closed item is written below, and on a big snapshot it is cold: the next few closed
+        // ones are asked for ahead. They are a few in a hundred, so a fixed distance in places
+        // would leave about one in flight.
+        constexpr int kClosedAhead = 8;
+        qsizetype scout = 0;
+        int scouted = 0;
+        const auto scoutClosed = [&] {
+            for (; fromParse && scouted < kClosedAhead && scout < previousCount; ++scout) {
+                if (m_foundAt[size_t(scout)] < 0) {
+                    prefetchItem(previousAt(scout));
+                    ++scouted;
+                }
+            }
+        };
+        scoutClosed();
         for (qsizetype p = 0; p < previousCount; ++p) {
-            // A closed item is written below, and on a big snapshot it is cold: ask for the
-            // ones a little ahead.
-            if (fromParse && p + 16 < previousCount && m_foundAt[size_t(p + 16)] < 0)
-                prefetchItem(previousAt(p + 16));
             const qsizetype found = positionOf(p);
             if (found >= 0) {
                 lastFoundOriginal = found;
                 continue;
+            }
+            if (fromParse) {
+                --scouted;
+                scoutClosed();
             }
             if (lastFoundOriginal >= 0) {
                 lastFound = lastFoundOriginal + inserted.prefix(lastFoundOriginal);

@@ -114,7 +114,7 @@ private:
     bool m_closedDropped = false;
     // Per item of the previous snapshot, where the parse listed it (-1: not listed); and the
     // objects the parse made, in order. Read by the detection that follows.
-    std::vector<qsizetype> m_foundAt;
+    std::vector<qint32> m_foundAt;
     LsofItemList m_freshItems;
     // Per gap of the new list, which list of closed items change detection is filling for it
     // (-1: none); kept between passes so that a big snapshot does not ask for it anew.

@@ -569,13 +569,15 @@ void releaseItemRange(LsofItemList& items, qsizetype first, qsizetype last)
     // for once their count says so, their texts' blocks once the lines have come.
     constexpr qsizetype kLinesAhead = 32;
     constexpr qsizetype kTextsAhead = 12;
+    // A range is often a short stretch of a long list: the places past it are looked at too.
     LsofItemPtr* const data = items.data();
+    const qsizetype size = items.size();
     for (qsizetype i = first; i < last; ++i) {
-        if (i + kAhead < last && data[i + kAhead])
+        if (i + kAhead < size && data[i + kAhead])
             __builtin_prefetch(reinterpret_cast<const char*>(data[i + kAhead].get()) - 16, 1);
-        if (i + kLinesAhead < last && data[i + kLinesAhead].use_count() == 1)
+        if (i + kLinesAhead < size && data[i + kLinesAhead].use_count() == 1)
             data[i + kLinesAhead]->prefetchForRelease();
-        if (i + kTextsAhead < last && data[i + kTextsAhead].use_count() == 1)
+        if (i + kTextsAhead < size && data[i + kTextsAhead].use_count() == 1)
             data[i + kTextsAhead]->prefetchOwnTexts();
         data[i].reset();
     }
