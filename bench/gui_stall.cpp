@@ -222,9 +222,7 @@ int main(int argc, char* argv[])
         fetcher.processLsofItemsChanges(items);
         LsofItem::readProcessRecords(items);
         generator.next();
-        LsofItemList sorted = items;
-        ordering.apply(sorted);
-        return sorted;
+        return ordering.sorted(items);
     };
 
     int code = 0;

@@ -2,7 +2,6 @@
 
 #include "lsofitem.h"
 
-#include <QMetaType>
 #include <Qt>
 
 // The order the connection table shows a snapshot in: by one column of itemColumns(),
@@ -18,6 +17,12 @@ struct ItemOrdering {
     // Stable sort by the column's raw value: numbers as numbers, texts ignoring case. Other
     // copies of the list are left as they were.
     void apply(LsofItemList& items) const;
+    // The same on a copy: a list that needs no sort is handed back as it is, shared.
+    LsofItemList sorted(LsofItemList items) const
+    {
+        apply(items);
+        return items;
+    }
 
     // Every ordering without a column is the same one, whatever its direction.
     friend bool operator==(const ItemOrdering& a, const ItemOrdering& b)
@@ -26,5 +31,3 @@ struct ItemOrdering {
                (!a.sorts() || (a.column == b.column && a.order == b.order));
     }
 };
-
-Q_DECLARE_METATYPE(ItemOrdering)

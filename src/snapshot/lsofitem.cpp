@@ -9,6 +9,12 @@
 
 using namespace Qt::StringLiterals;
 
+#if defined(__has_feature)
+#define CORVINA_HAS_FEATURE(name) __has_feature(name)
+#else
+#define CORVINA_HAS_FEATURE(name) 0
+#endif
+
 namespace {
 
 struct KeyName {
@@ -497,12 +503,6 @@ void LsofItem::setSearchCache(SearchCache cache) const
 }
 
 namespace {
-
-#if defined(__has_feature)
-#define CORVINA_HAS_FEATURE(name) __has_feature(name)
-#else
-#define CORVINA_HAS_FEATURE(name) 0
-#endif
 
 // Items come from an arena of their own (see ItemArena), on cache-line boundaries. The shared
 // count of std::allocate_shared comes first (16 bytes), so the first fields of the item share

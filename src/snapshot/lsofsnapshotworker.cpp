@@ -25,8 +25,7 @@ bool LsofSnapshotWorker::requestSnapshot()
     QMetaObject::invokeMethod(m_context, [this, ordering] {
         m_fetcher.getCurrentItemsWithCompletion([this, ordering](const LsofItemList& items) {
             LsofItem::readProcessRecords(items);
-            LsofItemList sorted = items;
-            ordering.apply(sorted);
+            const LsofItemList sorted = ordering.sorted(items);
             const Road road = m_fetcher.lastRoad();
             const QString problem = m_fetcher.lastProblem();
             QMetaObject::invokeMethod(

@@ -347,20 +347,16 @@ void CVWindowController::applySnapshot(const LsofItemList& items, const QString&
                                        const ItemOrdering& sortedBy)
 {
     m_lastProblem = problem;
-    LsofItemList sorted = items;
     // Sorted on the worker, unless the header's indicator moved while lsof ran.
-    if (const ItemOrdering wanted = ordering(); sortedBy != wanted)
-        wanted.apply(sorted);
+    const ItemOrdering wanted = ordering();
     const LsofItemList selection = std::exchange(m_pendingSelection, {});
-    showItems(sorted, selection);
+    showItems(sortedBy == wanted ? items : wanted.sorted(items), selection);
 }
 
 void CVWindowController::refreshTableViewData()
 {
     const LsofItemList selection = selectedItems();
-    LsofItemList sorted = m_originalItems;
-    ordering().apply(sorted);
-    showItems(sorted, selection);
+    showItems(ordering().sorted(m_originalItems), selection);
     saveToolbarItemsState();
 }
 
