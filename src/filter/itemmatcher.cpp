@@ -8,29 +8,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-// A number of its own for every text asked about: what a search cache on an item records to
-// say which key list and which pattern it was made for. Numbers are never given twice, so
-// the table can start afresh when it is full (every typed prefix is a pattern); a text asked
-// again after that gets a new number, and the rows search it once more.
-quint64 stampFor(const QString& text)
-{
-    static constexpr qsizetype kKept = 4096;
-    static QMutex lock;
-    static QHash<QString, quint64> stamps;
-    static quint64 next = 1;
-    QMutexLocker locker(&lock);
-    const auto it = stamps.constFind(text);
-    if (it != stamps.cend())
-        return *it;
-    if (stamps.size() >= kKept)
-        stamps.clear();
-    return *stamps.insert(text, next++);
-}
-
-} // namespace
-
 ItemMatcher::ItemMatcher(const ItemFilter& filter) : m_filter(filter)
 {
     if (const auto expression = filter.expression()) {
@@ -53,19 +30,6 @@ ItemMatcher::ItemMatcher(const ItemFilter& filter) : m_filter(filter)
             m_keywordError = regex.errorString();
     }
     m_hideOtherProtocols = filter.hiddenProtocols.contains(u"Other"_s);
-
-    const QList<LsofItem::Key>& keys = filter.keywordKeys;
-    // A text holding the status or the previous state would have to be checked field by field.
-    m_cacheable = !keys.contains(LsofItem::Key::status) && !keys.contains(LsofItem::Key::oldState);
-    m_usesHostname = keys.contains(LsofItem::Key::remoteHostname);
-    QString keyList;
-    for (const LsofItem::Key key : keys)
-        keyList += QString::number(int(key)) + u',';
-    m_textStamp = stampFor(u"keys:"_s + keyList);
-    m_patternStamp = stampFor(u"pattern:"_s + keyword);
-    // The names filtered with are those known when the pass began; the host names therefore
-    // come from the cache alone, so that filtering every row sends no row's address to DNS.
-    m_hostnameGeneration = LsofItem::hostnameGeneration();
 }
 
 std::variant<bool, PredicateError> ItemMatcher::evaluate(const LsofItem& item,
@@ -99,63 +63,10 @@ bool ItemMatcher::passesKeyword(const LsofItem& item, MatchBudget* budget) const
 {
     if (!m_keyword)
         return true;
-    if (!m_cacheable) {
-        if (budget && !budget->allows())
-            return false;
-        return search(joinedText(item, item.cachedRemoteHostname()));
-    }
-
-    // Most rows are the same from one refresh to the next: their text is assembled again only
-    // when the state or the host name moved, and searched again only for a new pattern. The
-    // cache is read in place; a row whose verdict stands costs no copy of it.
-    std::optional<LsofItem::SearchCache> kept;
-    QString state;
-    bool matched = false;
-    enum class Look { Current, Stale, Unknown };
-    const Look look =
-        item.readSearchCache([&](const LsofItem::SearchCache& cache, const QString& now) {
-            if (cache.textStamp != m_textStamp || now != cache.state) {
-                state = now;
-                return Look::Unknown;
-            }
-            if (cache.patternStamp == m_patternStamp &&
-                (!m_usesHostname || cache.hostnameGeneration == m_hostnameGeneration)) {
-                matched = cache.matched;
-                return Look::Current;
-            }
-            kept = cache;
-            return Look::Stale;
-        });
-    if (look == Look::Current)
-        return matched;
-
-    LsofItem::SearchCache cache;
-    if (look == Look::Stale) {
-        cache = std::move(*kept);
-        state = cache.state;
-    }
-    bool textCurrent = look == Look::Stale;
-    if (textCurrent && m_usesHostname && cache.hostnameGeneration != m_hostnameGeneration) {
-        textCurrent = item.cachedRemoteHostname() == cache.hostname;
-        cache.hostnameGeneration = m_hostnameGeneration;
-    }
-    if (!textCurrent) {
-        cache.hostname = m_usesHostname ? item.cachedRemoteHostname() : QString();
-        cache.text = joinedText(item, cache.hostname);
-        cache.state = state;
-        cache.textStamp = m_textStamp;
-        cache.hostnameGeneration = m_hostnameGeneration;
-        cache.patternStamp = 0;
-    }
-    if (cache.patternStamp != m_patternStamp) {
-        if (budget && !budget->allows())
-            return false;
-        cache.matched = search(cache.text);
-        cache.patternStamp = m_patternStamp;
-    }
-    matched = cache.matched;
-    item.setSearchCache(std::move(cache));
-    return matched;
+    if (budget && !budget->allows())
+        return false;
+    // Host names from the cache alone: filtering every row sends no row's address to DNS.
+    return search(joinedText(item, item.cachedRemoteHostname()));
 }
 
 bool ItemMatcher::search(const QString& text) const
@@ -224,17 +135,11 @@ QString ItemMatcher::keywordText(const LsofItem& item, LsofItem::Key key) const
         // Asked once per process (its id and command name, which is what a process without a
         // record is named by) and pass: a process has many sockets, and a process that has
         // gone would otherwise be searched for in /proc for each of them.
-        std::pair process{item.processId(), item.processName()};
-        if (process != m_lastProcess) {
-            const std::pair key{TextKey{process.first}, TextKey{process.second}};
-            auto names = m_processNames.constFind(key);
-            if (names == m_processNames.cend())
-                names = m_processNames.insert(key, {item.processPath(), item.localizedAppName()});
-            m_lastProcessNames = *names;
-            m_lastProcess = std::move(process);
-        }
-        return key == LsofItem::Key::processPath ? m_lastProcessNames.path
-                                                 : m_lastProcessNames.appName;
+        const QString process = item.processId() + u'\0' + item.processName();
+        auto names = m_processNames.constFind(process);
+        if (names == m_processNames.cend())
+            names = m_processNames.insert(process, {item.processPath(), item.localizedAppName()});
+        return key == LsofItem::Key::processPath ? names->path : names->appName;
     }
     default:
         return ItemFields::text(item, key);

@@ -2,7 +2,6 @@
 
 #include "itemfilter.h"
 #include "predicate.h"
-#include "snapshot/textkey.h"
 
 #include <QHash>
 #include <QRegularExpression>
@@ -51,14 +50,6 @@ private:
     std::optional<QRegularExpression> m_keyword;
     QString m_keywordError;
     bool m_hideOtherProtocols = false;
-    bool m_cacheable = false;
-    bool m_usesHostname = false;
-    quint64 m_textStamp = 0;
-    quint64 m_patternStamp = 0;
-    quint64 m_hostnameGeneration = 0;
-    // Per pass, by process id and command name; the last process asked about, which the next
-    // row most often shares (lsof lists a process's sockets together).
-    mutable QHash<std::pair<TextKey, TextKey>, ProcessNames> m_processNames;
-    mutable std::optional<std::pair<QString, QString>> m_lastProcess;
-    mutable ProcessNames m_lastProcessNames;
+    // Per matcher, by process id and command name.
+    mutable QHash<QString, ProcessNames> m_processNames;
 };

@@ -1,5 +1,4 @@
 #include "lsofitem.h"
-#include "itemarena.h"
 #include "platform/hexdigit.h"
 
 #include <QHash>
@@ -8,12 +7,6 @@
 #include <array>
 
 using namespace Qt::StringLiterals;
-
-#if defined(__has_feature)
-#define CORVINA_HAS_FEATURE(name) __has_feature(name)
-#else
-#define CORVINA_HAS_FEATURE(name) 0
-#endif
 
 namespace {
 
@@ -60,9 +53,24 @@ const QHash<QString, LsofItem::Key>& keysByName()
     return keys;
 }
 
-QString printable(const QString& text)
+QStringView printable(const QString& text)
 {
-    return text.isNull() ? QStringLiteral("(null)") : text;
+    return text.isNull() ? QStringView(u"(null)") : QStringView(text);
+}
+
+// "%@-%@-%@-%@:%@-%@:%@-%@:%@", a null field printed as "(null)", written over `out`.
+void composeIdentifier(QString& out, const QString& processId, const QString& type,
+                       const QString& protocol, const QString& localAddress,
+                       const QString& localPort, const QString& remoteAddress,
+                       const QString& remotePort, const QString& device,
+                       const QString& fileDescriptor)
+{
+    out.resize(0); // keeps its room
+    out.append(printable(processId)).append(u'-').append(printable(type)).append(u'-');
+    out.append(printable(protocol)).append(u'-').append(printable(localAddress)).append(u':');
+    out.append(printable(localPort)).append(u'-').append(printable(remoteAddress)).append(u':');
+    out.append(printable(remotePort)).append(u'-').append(printable(device)).append(u':');
+    out.append(printable(fileDescriptor));
 }
 
 QVariant textValue(const QString& text)
@@ -185,61 +193,6 @@ const QString* LsofItem::fixedText(Key key) const
         return &m_fileDescriptor;
     default:
         return nullptr;
-    }
-}
-
-void LsofItem::prefetchField(Key key) const
-{
-    const void* field = fixedText(key);
-    switch (key) {
-    case Key::status:
-        field = &m_status;
-        break;
-    case Key::state:
-        field = &m_state;
-        break;
-    case Key::oldState:
-        field = &m_oldState;
-        break;
-    case Key::PID:
-    case Key::processPath:
-    case Key::localizedAppName:
-        __builtin_prefetch(&m_processName);
-        field = &m_processId;
-        break;
-    case Key::localPortNumber:
-    case Key::localPortName:
-        field = &m_localPortNumber;
-        break;
-    case Key::remotePortNumber:
-    case Key::remotePortName:
-        field = &m_remotePortNumber;
-        break;
-    case Key::remoteHostname:
-        field = &m_remoteAddress;
-        break;
-    default:
-        break;
-    }
-    if (field)
-        __builtin_prefetch(field);
-}
-
-void LsofItem::prefetchForRelease() const
-{
-    const char* const bytes = reinterpret_cast<const char*>(this);
-    for (size_t offset = 0; offset < sizeof(LsofItem); offset += 64)
-        __builtin_prefetch(bytes + offset);
-}
-
-void LsofItem::prefetchOwnTexts() const
-{
-    // Each text's count and the allocator's record of its block sit just before its characters.
-    const std::array<const QString*, 5> texts = {&m_identifier, &m_localAddress, &m_localPort,
-                                                 &m_remoteAddress, &m_device};
-    for (const QString* text : texts) {
-        if (!text->isNull())
-            __builtin_prefetch(reinterpret_cast<const char*>(text->constData()) - 32, 1);
     }
 }
 
@@ -404,7 +357,6 @@ void LsofItem::setStatus(qint32 status)
 {
     QMutexLocker locker(&m_lock);
     m_status = status;
-    m_settled = false;
 }
 
 void LsofItem::setProcessName(const QString& name)
@@ -440,7 +392,6 @@ void LsofItem::setState(const QString& value)
 {
     QMutexLocker locker(&m_lock);
     m_state = value;
-    m_settled = false;
 }
 
 QString LsofItem::oldState() const
@@ -453,42 +404,16 @@ void LsofItem::setOldState(const QString& value)
 {
     QMutexLocker locker(&m_lock);
     m_oldState = value;
-    m_settled = false;
-}
-
-void LsofItem::carryState(const QString* state, qint32 status)
-{
-    // The very same characters: assigning would only move two reference counts.
-    const auto same = [](const QString& a, const QString& b) {
-        return a.data_ptr().data() == b.data_ptr().data() && a.size() == b.size();
-    };
-    QMutexLocker locker(&m_lock);
-    if (!same(m_oldState, m_state))
-        m_oldState = m_state;
-    if (state && !same(*state, m_state))
-        m_state = *state;
-    m_status = status;
-    m_settled = status == 0 && same(m_oldState, m_state);
 }
 
 QString LsofItem::identifier() const
 {
     QMutexLocker locker(&m_lock);
     if (m_identifier.isNull()) {
-        m_identifier = printable(m_processId) % u'-' % printable(m_type) % u'-' %
-                       printable(m_protocol) % u'-' % printable(m_localAddress) % u':' %
-                       printable(m_localPort) % u'-' % printable(m_remoteAddress) % u':' %
-                       printable(m_remotePort) % u'-' % printable(m_device) % u':' %
-                       printable(m_fileDescriptor);
+        composeIdentifier(m_identifier, m_processId, m_type, m_protocol, m_localAddress,
+                          m_localPort, m_remoteAddress, m_remotePort, m_device, m_fileDescriptor);
     }
     return m_identifier;
-}
-
-void LsofItem::adoptIdentifier(const QString& identifier)
-{
-    QMutexLocker locker(&m_lock);
-    if (m_identifier.isNull())
-        m_identifier = identifier;
 }
 
 QString LsofItem::description() const
@@ -496,89 +421,46 @@ QString LsofItem::description() const
     return u"<LsofItem: 0x"_s % QString::number(quintptr(this), 16) % u">: "_s % identifier();
 }
 
-void LsofItem::setSearchCache(SearchCache cache) const
-{
-    QMutexLocker locker(&m_lock);
-    std::swap(m_searchCache, cache);
-}
-
-namespace {
-
-// Items come from an arena of their own (see ItemArena), on cache-line boundaries. The shared
-// count of std::allocate_shared comes first (16 bytes), so the first fields of the item share
-// its line. Under AddressSanitizer they come from the heap, where a use after release is caught.
-template <typename T> struct ItemAllocator {
-    using value_type = T;
-    ItemAllocator() = default;
-    template <typename U> explicit ItemAllocator(const ItemAllocator<U>&) {}
-#if defined(__SANITIZE_ADDRESS__) || CORVINA_HAS_FEATURE(address_sanitizer)
-    static constexpr std::align_val_t kLine{64};
-    T* allocate(size_t n)
-    {
-        return static_cast<T*>(::operator new(n * sizeof(T), kLine));
-    }
-    void deallocate(T* p, size_t)
-    {
-        ::operator delete(p, kLine);
-    }
-#else
-    T* allocate(size_t n)
-    {
-        Q_ASSERT(n == 1);
-        return static_cast<T*>(arena().allocate());
-    }
-    void deallocate(T* p, size_t)
-    {
-        arena().deallocate(p);
-    }
-    // Never destroyed: an item may be let go after static objects are gone.
-    static ItemArena& arena()
-    {
-        static ItemArena* const items = new ItemArena(sizeof(T));
-        return *items;
-    }
-#endif
-    bool operator==(const ItemAllocator&) const
-    {
-        return true;
-    }
-};
-
-} // namespace
-
 std::shared_ptr<LsofItem> LsofItem::create()
 {
-    return std::allocate_shared<LsofItem>(ItemAllocator<LsofItem>());
+    return std::make_shared<LsofItem>();
 }
 
-void releaseItems(LsofItemList& items)
+std::shared_ptr<LsofItem> LsofItem::fromRecord(const SocketRecord& record,
+                                               const QString& identifier)
 {
-    if (items.isDetached())
-        releaseItemRange(items, 0, items.size());
-    items.clear();
+    auto item = create();
+    item->setProcessName(record.processName);
+    item->m_processId = record.processId;
+    item->m_user = record.user;
+    item->m_fileDescriptor = record.fileDescriptor;
+    item->m_type = record.type;
+    item->m_device = record.device;
+    item->m_sizeAndOffset = record.sizeAndOffset;
+    item->m_protocol = record.protocol;
+    item->m_localAddress = record.localAddress;
+    item->m_localPort = record.localPort;
+    if (!record.localPort.isNull())
+        item->m_localPortNumber = integerValue(record.localPort);
+    item->m_remoteAddress = record.remoteAddress;
+    item->m_remotePort = record.remotePort;
+    if (!record.remotePort.isNull())
+        item->m_remotePortNumber = integerValue(record.remotePort);
+    item->m_state = record.state;
+    item->m_identifier = identifier;
+    return item;
 }
 
-void releaseItemRange(LsofItemList& items, qsizetype first, qsizetype last)
+QString LsofItem::identifierOf(const SocketRecord& record)
 {
-    if (first >= last)
-        return;
-    // Most items live on in a newer list and only their count changes: the line that holds it
-    // is what is asked for.
-    constexpr qsizetype kAhead = 64;
-    // The few that go with it (the closed connections) are read whole: their lines are asked
-    // for once their count says so, their texts' blocks once the lines have come.
-    constexpr qsizetype kLinesAhead = 32;
-    constexpr qsizetype kTextsAhead = 12;
-    // A range is often a short stretch of a long list: the places past it are looked at too.
-    LsofItemPtr* const data = items.data();
-    const qsizetype size = items.size();
-    for (qsizetype i = first; i < last; ++i) {
-        if (i + kAhead < size && data[i + kAhead])
-            __builtin_prefetch(reinterpret_cast<const char*>(data[i + kAhead].get()) - 16, 1);
-        if (i + kLinesAhead < size && data[i + kLinesAhead].use_count() == 1)
-            data[i + kLinesAhead]->prefetchForRelease();
-        if (i + kTextsAhead < size && data[i + kTextsAhead].use_count() == 1)
-            data[i + kTextsAhead]->prefetchOwnTexts();
-        data[i].reset();
-    }
+    QString identifier;
+    writeIdentifier(record, identifier);
+    return identifier;
+}
+
+void LsofItem::writeIdentifier(const SocketRecord& record, QString& out)
+{
+    composeIdentifier(out, record.processId, record.type, record.protocol, record.localAddress,
+                      record.localPort, record.remoteAddress, record.remotePort, record.device,
+                      record.fileDescriptor);
 }

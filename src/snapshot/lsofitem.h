@@ -1,5 +1,7 @@
 #pragma once
 
+#include "socketrecord.h"
+
 #include <QMutex>
 #include <QString>
 #include <QStringList>
@@ -8,14 +10,13 @@
 #include <memory>
 #include <optional>
 
-class IdentifierMap;
 class RunningApplication;
 
 // One internet socket of one process: one line of lsof's output.
 //
-// An item is created and filled by the parser on the acquisition worker; from then on only
-// `status`, `state` and `oldState` change (the parser and change detection carry one object
-// from snapshot to snapshot), while the GUI thread reads. Those three fields and the lazily
+// An item is made from a collector's record on the acquisition worker; from then on only
+// `status`, `state` and `oldState` change (change detection carries one object from snapshot to
+// snapshot), while the GUI thread reads. Those three fields and the lazily
 // computed values are therefore guarded by a per-item lock; every other field is written
 // before the item is published and never again.
 class LsofItem final {
@@ -51,8 +52,15 @@ public:
     LsofItem() = default;
     Q_DISABLE_COPY_MOVE(LsofItem)
 
-    // A new item, laid out for the refresh: the parser makes its items this way.
     static std::shared_ptr<LsofItem> create();
+    // An item holding the record's fields (the command name unescaped), with the record's
+    // identifier when the caller has it already.
+    static std::shared_ptr<LsofItem> fromRecord(const SocketRecord& record,
+                                                const QString& identifier = {});
+    // What identifier() gives for an item made from the record; the second form writes it over
+    // `out`, reusing its room.
+    static QString identifierOf(const SocketRecord& record);
+    static void writeIdentifier(const SocketRecord& record, QString& out);
 
     static std::optional<Key> keyForName(QStringView name);
     static QString nameForKey(Key key);
@@ -121,9 +129,6 @@ public:
     // "%@-%@-%@-%@:%@-%@:%@-%@:%@" of processId, type, protocol, localAddress, localPort,
     // remoteAddress, remotePort, device, fileDescriptor; built on first call, then fixed.
     QString identifier() const;
-    // Takes the identifier its creator already built (it must be what identifier() would
-    // build); a no-op once the identifier is known.
-    void adoptIdentifier(const QString& identifier);
     // "<LsofItem: 0x…>: identifier"
     QString description() const;
 
@@ -142,43 +147,7 @@ public:
     QString remoteHostname() const;
     // The same from the cache alone: a miss starts no look-up.
     QString cachedRemoteHostname() const;
-    // Grows whenever a host name is stored; while it stands still, cachedRemoteHostname()
-    // answers as before.
-    static quint64 hostnameGeneration();
 
-    // What the keyword search last made of this item, kept because most rows do not change
-    // between two refreshes: the joined text, what it depended on, and the verdict of the last
-    // pattern searched in it. The stamps are the search's own; zero means none.
-    struct SearchCache {
-        QString text;
-        QString state;
-        QString hostname;
-        quint64 textStamp = 0;
-        quint64 hostnameGeneration = 0;
-        quint64 patternStamp = 0;
-        bool matched = false;
-    };
-    // Runs `read` on the search cache and the state, under the item's lock, and gives back what
-    // it returns: a row's cache is checked without copying it.
-    template <typename Read> auto readSearchCache(Read&& read) const
-    {
-        QMutexLocker locker(&m_lock);
-        return read(std::as_const(m_searchCache), std::as_const(m_state));
-    }
-    // Replaces the cache; the texts it held are let go after the lock.
-    void setSearchCache(SearchCache cache) const;
-    // Asks memory for the fields reading `key` starts from (for names derived from the process:
-    // its id and command name). A pass that reads one column of many items asks a few items
-    // ahead, so that their cold fields arrive together instead of one after the other.
-    void prefetchField(Key key) const;
-    // Asks memory for what letting go of the item reads: every line of the item; then, once
-    // those have arrived, the blocks of the texts it alone holds. A big snapshot's closed
-    // items are cold when they go, and their destruction waits for each of these in turn.
-    void prefetchForRelease() const;
-    void prefetchOwnTexts() const;
-    // Whether the item holds its process's record already, so that asking for it reads
-    // nothing.
-    bool hasRunningApplication() const;
     // Finds the record of every process the items name, for the items that have none yet, as
     // runningApplication() would. The acquisition worker calls it after each pass: the window
     // asks for these records as it paints and sorts, and reading /proc then would hold up the
@@ -199,34 +168,7 @@ public:
     static QString descriptionForPort(const QString& port, const QString& protocol);
 
 private:
-    // A parse lists the item again: the state becomes the old state, `state` (when given) the
-    // new one, and the status is set, all under one lock. A state that is already the old one
-    // is not written again, which spares a connection that stays as it was two reference
-    // counts.
-    void carryState(const QString* state, qint32 status);
-
-    // What a refresh reads and writes of an item that stays as it was comes first: with the
-    // shared count that precedes the object (LsofItem::create aligns the two), it is one
-    // cache line, and a pass over a hundred thousand items waits for one line of each.
-    //
-    // Bookkeeping of the parse that last listed this item, for the next parse: the identifier
-    // map that lists this very object under its identifier, if any; which parse (0: none);
-    // where it stands in that parse's list; a hash of its line and where that line starts in
-    // the parse's text; the hash of its identifier (IdentifierMap::hashOf) once a parse or a
-    // map has it, which a line that changed is matched by.
-    friend class LsofFetcher;
-    friend class IdentifierMap;
-    const IdentifierMap* m_listedIn = nullptr;
-    quint32 m_passMark = 0;
-    qint32 m_previousIndex = -1;
-    size_t m_lineHash = 0;
-    qsizetype m_passLineStart = -1;
-    size_t m_identifierHash = 0;
     qint32 m_status = 0;
-    // The status is 0 and the old state is the very state: carrying the state over to another
-    // pass would change nothing, and the fields need not be read.
-    bool m_settled = false;
-
     mutable QMutex m_lock;
     QString m_state;
     QString m_oldState;
@@ -247,25 +189,7 @@ private:
     QString m_device;
     QString m_fileDescriptor;
     mutable std::shared_ptr<const RunningApplication> m_app;
-    mutable SearchCache m_searchCache;
 };
 
 using LsofItemPtr = std::shared_ptr<LsofItem>;
 using LsofItemList = QList<LsofItemPtr>;
-
-// Asks memory for an item's reference count and first lines: a pass over a list in an order
-// other than the snapshot's (a sorted table) otherwise waits for each item in turn.
-inline void prefetchItem(const LsofItemPtr& item)
-{
-    const char* const bytes = reinterpret_cast<const char*>(item.get());
-    __builtin_prefetch(bytes - sizeof(long), 1); // make_shared puts the count just before
-    __builtin_prefetch(bytes + 64);
-}
-
-// Empties the list. When it is the last holder of its items, they are let go in order with the
-// ones a few places ahead asked of memory first: a big snapshot's items are cold by the time
-// it is dropped, and giving up each reference waits for its item otherwise.
-void releaseItems(LsofItemList& items);
-// Lets go of the references in [first, last) of a list nobody else holds, in the same way;
-// the list keeps its length, with those places empty.
-void releaseItemRange(LsofItemList& items, qsizetype first, qsizetype last);

@@ -47,11 +47,6 @@ QString LsofItem::cachedRemoteHostname() const
     return ItemNaming::sharedNaming().hostnames().cachedHostnameForAddress(m_remoteAddress);
 }
 
-quint64 LsofItem::hostnameGeneration()
-{
-    return ItemNaming::sharedNaming().hostnames().generation();
-}
-
 void LsofItem::resolveHostname(const QString& address) const
 {
     ItemNaming::sharedNaming().hostnames().resolveHostname(address);
@@ -72,20 +67,17 @@ std::shared_ptr<const RunningApplication> LsofItem::runningApplication() const
     return app;
 }
 
-bool LsofItem::hasRunningApplication() const
-{
-    QMutexLocker locker(&m_lock);
-    return bool(m_app);
-}
-
 void LsofItem::readProcessRecords(const LsofItemList& items)
 {
     // One look-up per process, not per socket: a process without a record would otherwise be
     // looked for once for each of its items.
     QHash<qint64, std::shared_ptr<const RunningApplication>> byPid;
     for (const LsofItemPtr& item : items) {
-        if (item->hasRunningApplication())
-            continue;
+        {
+            QMutexLocker locker(&item->m_lock);
+            if (item->m_app)
+                continue;
+        }
         const qint64 pid = item->PID();
         auto found = byPid.constFind(pid);
         if (found == byPid.cend())

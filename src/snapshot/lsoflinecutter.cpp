@@ -1,7 +1,7 @@
 #include "lsoflinecutter.h"
 
 #include "lsofitem.h"
-#include "textpool.h"
+#include "texttable.h"
 
 #include <algorithm>
 
@@ -108,7 +108,7 @@ void splitName(QStringView name, Fields& fields)
     fields.local = splitEndpoint(endpoints);
 }
 
-void setEndpoint(const Endpoint& endpoint, LsofItem& item, Side side, TextPool* pool)
+void setEndpoint(const Endpoint& endpoint, LsofItem& item, Side side)
 {
     const QString address = cutText(endpoint.address);
     const qint64 number = LsofItem::integerValue(endpoint.port);
@@ -118,7 +118,7 @@ void setEndpoint(const Endpoint& endpoint, LsofItem& item, Side side, TextPool* 
         item.setLocalPortNumber(number);
     } else {
         item.setRemoteAddress(address);
-        item.setRemotePort(pool ? pool->text(endpoint.port) : cutText(endpoint.port));
+        item.setRemotePort(cutText(endpoint.port));
         item.setRemotePortNumber(number);
     }
 }
@@ -178,60 +178,26 @@ std::optional<LsofLineCutter::Fields> LsofLineCutter::cut(QStringView line) cons
     return fields;
 }
 
-// Fields are cut by character, as lsof lays them out; a line of plain ASCII (nearly every one) is
-// widened byte by byte.
-void LsofLineCutter::widenLine(QByteArrayView line, QString& out)
+SocketRecord LsofLineCutter::record(const Fields& fields, TextTable& texts)
 {
-    out.resize(line.size());
-    char16_t* const to = reinterpret_cast<char16_t*>(out.data());
-    uchar high = 0;
-    for (qsizetype i = 0; i < line.size(); ++i) {
-        const uchar byte = uchar(line[i]);
-        high |= byte;
-        to[i] = byte;
+    SocketRecord record;
+    record.processName = texts.text(fields.processName);
+    record.processId = texts.text(fields.processId);
+    record.user = texts.text(fields.user);
+    record.fileDescriptor = texts.text(fields.fileDescriptor);
+    record.type = texts.text(fields.type);
+    record.device = texts.text(fields.device);
+    record.sizeAndOffset = texts.text(fields.sizeAndOffset);
+    record.protocol = texts.text(fields.protocol);
+    record.localAddress = texts.text(fields.local.address);
+    record.localPort = texts.text(fields.local.port);
+    if (fields.remote.present) {
+        record.remoteAddress = texts.text(fields.remote.address);
+        record.remotePort = texts.text(fields.remote.port);
     }
-    if (high & 0x80)
-        out = QString::fromUtf8(line);
-}
-
-void LsofLineCutter::writeIdentifier(const Fields& f, QString& out)
-{
-    static const QString null = u"(null)"_s;
-    const QStringView remoteAddress = f.remote.present ? f.remote.address : QStringView(null);
-    const QStringView remotePort = f.remote.present ? f.remote.port : QStringView(null);
-    const std::array<QStringView, 9> parts = {f.processId,     f.type,       f.protocol,
-                                              f.local.address, f.local.port, remoteAddress,
-                                              remotePort,      f.device,     f.fileDescriptor};
-    static constexpr std::array<char16_t, 8> separators = {u'-', u'-', u'-', u':',
-                                                           u'-', u':', u'-', u':'};
-    qsizetype length = qsizetype(separators.size());
-    for (const QStringView part : parts)
-        length += part.size();
-    out.resize(length);
-    QChar* cursor = out.data();
-    for (size_t i = 0; i < parts.size(); ++i) {
-        cursor = std::copy(parts[i].begin(), parts[i].end(), cursor);
-        if (i < separators.size())
-            *cursor++ = QChar(separators[i]);
-    }
-}
-
-// Texts that repeat from line to line come from the pool. The device and the local port are
-// nearly unique, and addresses are too many on a busy machine: a copy costs less than finding one
-// among tens of thousands of pooled texts, at places the cache no longer holds.
-void LsofLineCutter::fillItem(LsofItem& item, const Fields& fields, TextPool& pool)
-{
-    item.setProcessName(pool.text(fields.processName));
-    item.setProcessId(pool.text(fields.processId));
-    item.setProtocol(pool.text(fields.protocol));
-    item.setUser(pool.text(fields.user));
-    item.setType(pool.text(fields.type));
-    item.setDevice(cutText(fields.device));
-    item.setSizeAndOffset(pool.text(fields.sizeAndOffset));
-    item.setFileDescriptor(pool.text(fields.fileDescriptor));
-    setEndpoint(fields.local, item, Side::Local, &pool);
-    if (fields.remote.present)
-        setEndpoint(fields.remote, item, Side::Remote, &pool);
+    if (fields.hasState)
+        record.state = texts.text(fields.state);
+    return record;
 }
 
 void LsofLineCutter::parseConnection(const QString& text, LsofItem& item)
@@ -241,15 +207,15 @@ void LsofLineCutter::parseConnection(const QString& text, LsofItem& item)
     if (fields.hasState)
         item.setState(cutText(fields.state));
     if (fields.remote.present)
-        setEndpoint(fields.remote, item, Side::Remote, nullptr);
-    setEndpoint(fields.local, item, Side::Local, nullptr);
+        setEndpoint(fields.remote, item, Side::Remote);
+    setEndpoint(fields.local, item, Side::Local);
 }
 
 void LsofLineCutter::parseAddressAndPort(const QString& text, LsofItem& item, const QString& side)
 {
     const Endpoint endpoint = splitEndpoint(text);
     if (side == u"local" || side == u"remote") {
-        setEndpoint(endpoint, item, side == u"local" ? Side::Local : Side::Remote, nullptr);
+        setEndpoint(endpoint, item, side == u"local" ? Side::Local : Side::Remote);
         return;
     }
     // Any other side names its keys by the "%@Address", "%@Port", "%@PortNumber" rule.

@@ -7,12 +7,14 @@
 #include <array>
 #include <optional>
 
+#include "socketrecord.h"
+
 class LsofItem;
-class TextPool;
+class TextTable;
 
 // Cuts lsof's data lines into fields at the places its header's titles give. The offsets follow
-// lsof's layout, in which these columns end under the end of their titles. A cut runs for every
-// line of every refresh: its fields are views into the line, never copies.
+// lsof's layout, in which these columns end under the end of their titles. The fields of a cut
+// are views into the line.
 class LsofLineCutter final {
     enum Title {
         PidTitle,
@@ -54,13 +56,8 @@ public:
     // outside the line.
     std::optional<Fields> cut(QStringView line) const;
 
-    // The line as UTF-16 in `out`, whose storage is reused from line to line.
-    static void widenLine(QByteArrayView line, QString& out);
-    // Writes what LsofItem::identifier() gives for an item filled from these fields into `out`,
-    // whose storage is reused from line to line: a connection seen before costs no allocation.
-    static void writeIdentifier(const Fields& fields, QString& out);
-    // Every field but the state, which the caller decides.
-    static void fillItem(LsofItem& item, const Fields& fields, TextPool& pool);
+    // The record of a line's fields, its texts taken from `texts`.
+    static SocketRecord record(const Fields& fields, TextTable& texts);
 
     // The state and endpoints of a NAME column's text.
     static void parseConnection(const QString& text, LsofItem& item);

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "textkey.h"
-
 #include <QHash>
 #include <QMutex>
 #include <QString>
@@ -35,5 +33,5 @@ private:
     const quint64 m_capacity;
     mutable QMutex m_lock;
     std::list<QString> m_keys; // oldest first
-    QHash<TextKey, Entry> m_objects;
+    QHash<QString, Entry> m_objects;
 };

@@ -325,9 +325,9 @@ TEST(ChangeDetection, LongRunsAgreeWithThePlainRules)
         std::shuffle(sockets.begin(), sockets.end(), random);
 
         LsofItemList items = fetcher.parseLsofResult(output(sockets));
-        ASSERT_EQ(fetcher.identifierMap().size(), plainMap.size()) << "round " << round;
+        ASSERT_EQ(fetcher.detector().identifierCount(), plainMap.size()) << "round " << round;
         for (auto it = plainMap.cbegin(); it != plainMap.cend(); ++it)
-            ASSERT_EQ(fetcher.identifierMap().value(it.key()), it.value()) << "round " << round;
+            ASSERT_EQ(fetcher.detector().previousItem(it.key()), it.value()) << "round " << round;
         if (items.isEmpty())
             continue;
 

@@ -203,7 +203,7 @@ TEST(LsofParser, HeaderOnlyStillDropsClosedItemsAndRebuildsTheMap)
 
     EXPECT_TRUE(fetcher.parseLsofResult(kLsofHeader + u"\n"_s).isEmpty());
     EXPECT_EQ(fetcher.previousSnapshot().size(), 5);
-    EXPECT_EQ(fetcher.identifierMap().size(), 5);
+    EXPECT_EQ(fetcher.detector().identifierCount(), 5);
     for (const LsofItemPtr& item : fetcher.previousSnapshot())
         EXPECT_NE(item->status(), 3);
 }
@@ -221,7 +221,7 @@ TEST(LsofParser, ReusesTheEarlierObjectAndSwapsStates)
     EXPECT_EQ(second[1]->oldState(), u"ESTABLISHED"_s);
     // Fields other than the state keep their earlier values.
     EXPECT_EQ(second[1]->device(), u"11791"_s);
-    EXPECT_TRUE(fetcher.identifierMap().contains(second[1]->identifier()));
+    EXPECT_EQ(fetcher.detector().previousItem(second[1]->identifier()), second[1]);
 }
 
 // lsof's output is parsed as the bytes it printed. Columns line up by character, so a line with
@@ -280,41 +280,6 @@ TEST(LsofParser, DuplicateIdentifiersInOneOutput)
     EXPECT_NE(next[2], next[1]);
     EXPECT_EQ(next[2]->state(), u"FIN_WAIT2"_s);
     EXPECT_EQ(next[2]->oldState(), u"SYN_SENT"_s);
-}
-
-TEST(LsofParser, ALineReadsAsBeforeOnlyUnderTheSameColumnsAndAfterTheLastParse)
-{
-    const auto output = [](const QString& header, int fd) -> QString {
-        return header + u'\n' +
-               lsofLine(u"app"_s, 42, QString::number(fd) + u'u', u"IPv4"_s, 100, u"TCP"_s,
-                        u"10.0.0.2:500%1->10.0.0.3:80 (ESTABLISHED)"_s.arg(fd)) +
-               u'\n';
-    };
-    // The same line under a header whose NAME title stands one place further: it is cut
-    // afresh, into what a fetcher that never saw it makes of it.
-    const QString moved = output(QString(kLsofHeader).replace(u" NAME"_s, u"  NAME"_s), 3);
-    LsofFetcher fetcher;
-    LsofItemList items = fetcher.parseLsofResult(output(kLsofHeader, 3));
-    fetcher.processLsofItemsChanges(items);
-    const QString before = items[0]->localAddress();
-    items = fetcher.parseLsofResult(moved);
-    LsofFetcher fresh;
-    const LsofItemList expected = fresh.parseLsofResult(moved);
-    ASSERT_EQ(items.size(), 1);
-    ASSERT_EQ(expected.size(), 1);
-    EXPECT_EQ(items[0]->identifier(), expected[0]->identifier());
-    EXPECT_NE(items[0]->localAddress(), before);
-
-    // A connection missing from the last parse (not yet detected) is not taken for a line that
-    // stood where its own once stood.
-    LsofFetcher again;
-    items = again.parseLsofResult(output(kLsofHeader, 3));
-    again.processLsofItemsChanges(items);
-    again.parseLsofResult(output(kLsofHeader, 4));
-    items = again.parseLsofResult(output(kLsofHeader, 4));
-    ASSERT_EQ(items.size(), 1);
-    EXPECT_EQ(items[0]->fileDescriptor(), u"4u"_s);
-    EXPECT_EQ(items[0]->localPort(), u"5004"_s);
 }
 
 TEST(LsofParser, SubstringTrimsAndNeverGivesNull)

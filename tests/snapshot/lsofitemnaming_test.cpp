@@ -68,14 +68,12 @@ TEST(LsofItemNaming, RecordsAreReadAheadOncePerProcess)
     const QString pid = QString::number(::getpid());
     const LsofItemList items{itemFor(pid, u"a"_s), itemFor(pid, u"b"_s),
                              itemFor(kNoSuchPid, u"gone"_s)};
-    EXPECT_FALSE(items.at(0)->hasRunningApplication());
     LsofItem::readProcessRecords(items);
-    ASSERT_TRUE(items.at(0)->hasRunningApplication());
-    ASSERT_TRUE(items.at(1)->hasRunningApplication());
+    ASSERT_TRUE(items.at(0)->runningApplication());
     EXPECT_EQ(items.at(0)->runningApplication(), items.at(1)->runningApplication())
         << "one record for the process's sockets";
     EXPECT_EQ(items.at(0)->runningApplication()->processIdentifier(), ::getpid());
-    EXPECT_FALSE(items.at(2)->hasRunningApplication());
+    EXPECT_FALSE(items.at(2)->runningApplication());
 
     // An item that has its record keeps it.
     const auto kept = items.at(0)->runningApplication();

@@ -10,10 +10,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// How far ahead the signature passes ask for rows: a sorted table reads its items out of
-// their order in memory.
-constexpr qsizetype kSignatureLookahead = 16;
-
 double relativeLuminance(const QColor& color)
 {
     auto channel = [](double c) {
@@ -68,8 +64,6 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
         // row on each quiet refresh costs more than the rest of the refresh together.
         std::vector<bool> changed(size_t(m_items.size()));
         for (int row = 0; row < int(m_items.size()); ++row) {
-            if (row + kSignatureLookahead < m_items.size())
-                prefetchItem(m_items.at(row + kSignatureLookahead));
             RowSignature now = signatureOf(*m_items.at(row));
             if (now != m_signatures.at(row)) {
                 m_signatures[row] = std::move(now);
@@ -97,14 +91,11 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
         return;
     }
     beginResetModel();
-    releaseItems(m_items);
     m_items = items;
     m_shownHostnames.clear();
     m_signatures.clear();
     m_signatures.reserve(m_items.size());
     for (qsizetype row = 0; row < m_items.size(); ++row) {
-        if (row + kSignatureLookahead < m_items.size())
-            prefetchItem(m_items.at(row + kSignatureLookahead));
         m_signatures.append(signatureOf(*m_items.at(row)));
     }
     endResetModel();

@@ -362,7 +362,6 @@ void CVWindowController::refreshTableViewData()
 
 void CVWindowController::showItems(const LsofItemList& sorted, const LsofItemList& selection)
 {
-    releaseItems(m_originalItems);
     m_originalItems = sorted;
     m_model->setItems(filterItems(m_originalItems, m_searchField->text()));
     selectItems(selection);

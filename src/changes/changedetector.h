@@ -1,0 +1,55 @@
+#pragma once
+
+#include "snapshot/lsofitem.h"
+#include "snapshot/socketrecord.h"
+
+#include <QHash>
+#include <QString>
+
+// Compares each snapshot with the one before and marks what changed. A connection keeps one
+// item object for as long as it stays open; one that closed stays in the list for one more
+// snapshot, marked closed, where its neighbours were.
+//
+// A pass is two steps, always in this order and on one thread at a time:
+//  1. match() turns the collector's records into items, handing on the earlier object of every
+//     connection still open (with the new state, the earlier one as its old state);
+//  2. detect() sets each item's status, puts the closed items back into the list, and keeps the
+//     list as the previous snapshot.
+class ChangeDetector final {
+public:
+    // The items of a new snapshot, in the records' order. The closed items of the previous
+    // snapshot have had their extra pass: they leave it here, whatever follows.
+    LsofItemList match(const SocketRecords& records);
+
+    // Statuses: 1 for an identifier the previous snapshot did not have, 2 for a state that
+    // moved from one known state to another, else 0; on the first snapshot, all 0 and no item
+    // closed. Then every item of the previous snapshot that is not in the list goes back into
+    // it, status 3 and state "Closed". An empty list changes nothing, so the next snapshot is
+    // compared with the last good one.
+    void detect(LsofItemList& items);
+
+    // The list detect() last kept (after a match, without its closed items).
+    const LsofItemList& previousSnapshot() const { return m_previous; }
+    // The previous snapshot's open connections by identifier (of several, the later one), as
+    // the last match saw them.
+    LsofItemPtr previousItem(const QString& identifier) const;
+    qsizetype identifierCount() const { return m_identifiers.size(); }
+
+private:
+    struct Known {
+        LsofItemPtr item;
+        // The state the connection had in the previous snapshot.
+        QString previousState;
+        // The record that last listed it in this match, if any: a second line of the same
+        // identifier yields the object made for the line before it.
+        const SocketRecord* listedBy = nullptr;
+    };
+
+    void forgetClosedItems();
+    LsofItemPtr reuse(Known& known, const SocketRecord& record);
+    void setStatuses(const LsofItemList& items) const;
+    void insertClosedItems(LsofItemList& items) const;
+
+    LsofItemList m_previous;
+    QHash<QString, Known> m_identifiers;
+};
