@@ -406,6 +406,18 @@ void LsofItem::setOldState(const QString& value)
     m_oldState = value;
 }
 
+LsofItem::Traffic LsofItem::traffic() const
+{
+    QMutexLocker locker(&m_lock);
+    return m_traffic;
+}
+
+void LsofItem::setTraffic(const Traffic& traffic)
+{
+    QMutexLocker locker(&m_lock);
+    m_traffic = traffic;
+}
+
 QString LsofItem::identifier() const
 {
     QMutexLocker locker(&m_lock);
@@ -447,6 +459,10 @@ std::shared_ptr<LsofItem> LsofItem::fromRecord(const SocketRecord& record,
     if (!record.remotePort.isNull())
         item->m_remotePortNumber = integerValue(record.remotePort);
     item->m_state = record.state;
+    item->m_cookie = record.cookie;
+    item->m_traffic.bytesSent = record.bytesSent;
+    item->m_traffic.bytesReceived = record.bytesReceived;
+    item->m_traffic.rtt = record.rtt;
     item->m_identifier = identifier;
     return item;
 }

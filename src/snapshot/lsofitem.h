@@ -12,11 +12,11 @@
 
 class RunningApplication;
 
-// One internet socket of one process: one line of lsof's output.
+// One internet socket of one process: one line of lsof's output, or its like from the kernel.
 //
 // An item is made from a collector's record on the acquisition worker; from then on only
-// `status`, `state` and `oldState` change (change detection carries one object from snapshot to
-// snapshot), while the GUI thread reads. Those three fields and the lazily
+// `status`, `state`, `oldState` and the traffic figures change (change detection carries one
+// object from snapshot to snapshot), while the GUI thread reads. Those fields and the lazily
 // computed values are therefore guarded by a per-item lock; every other field is written
 // before the item is published and never again.
 class LsofItem final {
@@ -119,6 +119,24 @@ public:
     QString device() const { return m_device; }
     void setDevice(const QString& value) { m_device = value; }
     QString fileDescriptor() const { return m_fileDescriptor; }
+
+    // What the kernel tells of a TCP connection (the built-in collector only); each figure is
+    // unknown, never 0, where it was not told. Rates are bytes per second over the last pass.
+    struct Traffic {
+        std::optional<qint64> bytesSent;
+        std::optional<qint64> bytesReceived;
+        std::optional<qint64> sendRate;
+        std::optional<qint64> receiveRate;
+        std::optional<double> rtt; // milliseconds
+        bool operator==(const Traffic&) const = default;
+    };
+    Traffic traffic() const;
+    void setTraffic(const Traffic& traffic);
+    // The kernel's cookie of the socket, which follows it for its whole life.
+    std::optional<quint64> cookie() const { return m_cookie; }
+    // Opened and closed between two refreshes: seen only by the kernel's notice of its end.
+    bool isShortLived() const { return m_shortLived; }
+    void setShortLived(bool shortLived) { m_shortLived = shortLived; }
     void setFileDescriptor(const QString& value) { m_fileDescriptor = value; }
 
     QString state() const;
@@ -188,6 +206,9 @@ private:
     QString m_sizeAndOffset;
     QString m_device;
     QString m_fileDescriptor;
+    std::optional<quint64> m_cookie;
+    bool m_shortLived = false;
+    Traffic m_traffic;
     mutable std::shared_ptr<const RunningApplication> m_app;
 };
 
