@@ -7,8 +7,27 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+// Bytes per second between two counts of the same connection; unknown unless both counts are
+// known and the time is.
+std::optional<qint64> rate(std::optional<qint64> before, std::optional<qint64> now, double seconds)
+{
+    if (!before || !now || *now < *before || seconds <= 0)
+        return std::nullopt;
+    return qint64(double(*now - *before) / seconds + 0.5);
+}
+
+} // namespace
+
+ChangeDetector::ChangeDetector(Clock clock) : m_clock(std::move(clock)) {}
+
 LsofItemList ChangeDetector::match(const SocketRecords& records)
 {
+    const auto now = m_clock();
+    const double seconds =
+        m_lastMatch ? std::chrono::duration<double>(now - *m_lastMatch).count() : 0;
+    m_lastMatch = now;
     forgetClosedItems();
     LsofItemList items;
     // Room for the closed items detect() puts back, a few in a hundred.
@@ -21,7 +40,7 @@ LsofItemList ChangeDetector::match(const SocketRecords& records)
             items.append(
                 LsofItem::fromRecord(record, QString(identifier.constData(), identifier.size())));
         else
-            items.append(reuse(*known, record));
+            items.append(reuse(*known, record, seconds));
     }
     return items;
 }
@@ -41,17 +60,27 @@ void ChangeDetector::forgetClosedItems()
         m_identifiers.insert(item->identifier(), Known{item, item->state()});
 }
 
-// The connection goes on in its earlier object, which takes the new state and keeps the one
-// before as its old state. Only its state is refreshed: it is the same socket of the same
-// process. A second line of the same identifier in one output yields the object made for the
-// line before it, with this line's state.
-LsofItemPtr ChangeDetector::reuse(Known& known, const SocketRecord& record)
+// The connection goes on in its earlier object, which takes the new state (and traffic
+// figures) and keeps the state before as its old state. The rest stays: it is the same socket of
+// the same process. A second line of the same identifier in one output yields the object made
+// for the line before it, with this line's state.
+LsofItemPtr ChangeDetector::reuse(Known& known, const SocketRecord& record, double seconds)
 {
     const SocketRecord* const before = std::exchange(known.listedBy, &record);
     LsofItemPtr item =
         before ? LsofItem::fromRecord(*before, known.item->identifier()) : known.item;
     item->setState(record.state);
     item->setOldState(known.previousState);
+    LsofItem::Traffic traffic;
+    traffic.bytesSent = record.bytesSent;
+    traffic.bytesReceived = record.bytesReceived;
+    traffic.rtt = record.rtt;
+    if (!before) {
+        const LsofItem::Traffic was = item->traffic();
+        traffic.sendRate = rate(was.bytesSent, record.bytesSent, seconds);
+        traffic.receiveRate = rate(was.bytesReceived, record.bytesReceived, seconds);
+    }
+    item->setTraffic(traffic);
     return item;
 }
 

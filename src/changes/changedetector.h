@@ -6,6 +6,10 @@
 #include <QHash>
 #include <QString>
 
+#include <chrono>
+#include <functional>
+#include <optional>
+
 // Compares each snapshot with the one before and marks what changed. A connection keeps one
 // item object for as long as it stays open; one that closed stays in the list for one more
 // snapshot, marked closed, where its neighbours were.
@@ -17,8 +21,15 @@
 //     list as the previous snapshot.
 class ChangeDetector final {
 public:
+    using Clock = std::function<std::chrono::steady_clock::time_point()>;
+
+    // `clock` times the passes, for the traffic rates; a monotonic clock by default.
+    explicit ChangeDetector(Clock clock = std::chrono::steady_clock::now);
+
     // The items of a new snapshot, in the records' order. The closed items of the previous
-    // snapshot have had their extra pass: they leave it here, whatever follows.
+    // snapshot have had their extra pass: they leave it here, whatever follows. A connection
+    // seen before gets its send and receive rates: the bytes moved since the last match over
+    // the time between the two.
     LsofItemList match(const SocketRecords& records);
 
     // Statuses: 1 for an identifier the previous snapshot did not have, 2 for a state that
@@ -46,10 +57,12 @@ private:
     };
 
     void forgetClosedItems();
-    LsofItemPtr reuse(Known& known, const SocketRecord& record);
+    LsofItemPtr reuse(Known& known, const SocketRecord& record, double seconds);
     void setStatuses(const LsofItemList& items) const;
     void insertClosedItems(LsofItemList& items) const;
 
+    Clock m_clock;
+    std::optional<std::chrono::steady_clock::time_point> m_lastMatch;
     LsofItemList m_previous;
     QHash<QString, Known> m_identifiers;
 };
