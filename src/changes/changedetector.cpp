@@ -32,13 +32,16 @@ LsofItemList ChangeDetector::match(const SocketRecords& records)
     LsofItemList items;
     // Room for the closed items detect() puts back, a few in a hundred.
     items.reserve(records.size() + records.size() / 16);
-    QString identifier; // written over for each record: most are connections seen before
+    QString made; // written over for a record without its identifier
     for (const SocketRecord& record : records) {
-        LsofItem::writeIdentifier(record, identifier);
+        if (record.identifier.isNull())
+            LsofItem::writeIdentifier(record, made);
+        const QString& identifier = record.identifier.isNull() ? made : record.identifier;
         const auto known = m_identifiers.find(identifier);
         if (known == m_identifiers.end())
-            items.append(
-                LsofItem::fromRecord(record, QString(identifier.constData(), identifier.size())));
+            items.append(LsofItem::fromRecord(record, &identifier == &made
+                                                          ? QString(made.constData(), made.size())
+                                                          : identifier));
         else
             items.append(reuse(*known, record, seconds));
     }

@@ -30,8 +30,7 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
 
 LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView output)
 {
-    // The records of the last output are kept until the next: their room is reused.
-    return m_reader.read(output, m_records) ? matchRecords(m_records) : LsofItemList();
+    return m_reader.read(output) ? matchRecords(m_reader.records()) : LsofItemList();
 }
 
 LsofItemList LsofFetcher::matchRecords(const SocketRecords& records)

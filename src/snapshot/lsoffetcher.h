@@ -83,7 +83,6 @@ private:
     SnapshotSource::Road m_lastRoad = SnapshotSource::Road::None;
     QString m_lastProblem;
     LsofTextReader m_reader;
-    SocketRecords m_records;
     ChangeDetector m_detector;
     ChangeReporting* m_reporter = nullptr;
 };

@@ -197,6 +197,7 @@ SocketRecord LsofLineCutter::record(const Fields& fields, TextTable& texts)
     }
     if (fields.hasState)
         record.state = texts.text(fields.state);
+    record.identifier = LsofItem::identifierOf(record);
     return record;
 }
 

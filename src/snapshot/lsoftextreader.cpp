@@ -17,9 +17,9 @@ QByteArrayView lineFrom(QByteArrayView text, qsizetype start)
     return text.sliced(start, length);
 }
 
-// Decodes into `out`, whose storage is reused from line to line. lsof lines its columns up by
-// character, so a line with letters beyond ASCII is decoded before it is cut.
-void decodeLine(QByteArrayView line, QString& out)
+// The line as text, in `out`, whose storage is reused from line to line. lsof lines its columns
+// up by character, so a line with letters beyond ASCII is decoded before it is cut.
+const QString& decoded(QByteArrayView line, QString& out)
 {
     out.resize(line.size());
     char16_t* const to = reinterpret_cast<char16_t*>(out.data());
@@ -30,38 +30,64 @@ void decodeLine(QByteArrayView line, QString& out)
     }
     if (high & 0x80)
         out = QString::fromUtf8(line);
+    return out;
 }
 
 } // namespace
 
 std::optional<SocketRecords> LsofTextReader::records(QByteArrayView output)
 {
-    SocketRecords records;
-    if (!LsofTextReader().read(output, records))
+    LsofTextReader reader;
+    if (!reader.read(output))
         return std::nullopt;
-    return records;
+    return reader.records();
 }
 
-bool LsofTextReader::read(QByteArrayView output, SocketRecords& records)
+bool LsofTextReader::read(QByteArrayView output)
 {
-    records.clear();
-    if (output.isEmpty())
-        return false;
-    const QByteArrayView header = lineFrom(output, 0);
+    const QByteArrayView header = output.isEmpty() ? output : lineFrom(output, 0);
     const std::optional<LsofLineCutter> cutter =
         LsofLineCutter::fromHeader(QString::fromUtf8(header));
-    if (!cutter)
+    if (!cutter) {
+        forgetLines();
         return false;
-
-    QString line;
-    for (qsizetype start = header.size() + 1; start < output.size();) {
-        const QByteArrayView bytes = lineFrom(output, start);
-        start += bytes.size() + 1;
-        decodeLine(bytes, line);
-        if (const std::optional<LsofLineCutter::Fields> fields = cutter->cut(line))
-            records.append(LsofLineCutter::record(*fields, m_texts));
     }
+    const bool sameTitles = m_titles == cutter->positions();
+    SocketRecords previous;
+    previous.swap(m_records);
+    m_records.reserve(previous.size() + 16);
+    QHash<QByteArray, qsizetype> previousLines;
+    previousLines.swap(m_lines);
+    m_lines.reserve(previousLines.size());
+    const QByteArray kept = output.toByteArray(); // the next read's lines borrow it
+
+    QString buffer;
+    for (qsizetype start = header.size() + 1; start < kept.size();) {
+        const QByteArrayView bytes = lineFrom(kept, start);
+        start += bytes.size() + 1;
+        const QByteArray line = QByteArray::fromRawData(bytes.data(), bytes.size());
+        const auto seen = sameTitles ? previousLines.find(line) : previousLines.end();
+        if (seen != previousLines.end() && *seen >= 0) {
+            m_records.append(std::move(previous[*seen]));
+            *seen = -1;
+        } else if (const auto fields = cutter->cut(decoded(bytes, buffer))) {
+            m_records.append(LsofLineCutter::record(*fields, m_texts));
+        } else {
+            continue;
+        }
+        m_lines.insert(line, m_records.size() - 1);
+    }
+    m_output = kept;
+    m_titles = cutter->positions();
     // A line has a dozen texts, most of them shared with other lines.
-    m_texts.bound(8 * records.size() + 1024);
+    m_texts.bound(8 * m_records.size() + 1024);
     return true;
+}
+
+void LsofTextReader::forgetLines()
+{
+    m_records.clear();
+    m_lines.clear();
+    m_output.clear();
+    m_titles.reset();
 }

@@ -1,25 +1,40 @@
 #pragma once
 
+#include "lsoflinecutter.h"
 #include "socketrecord.h"
 #include "texttable.h"
 
+#include <QByteArray>
 #include <QByteArrayView>
+#include <QHash>
 
 #include <optional>
 
 // The lsof collector's reading half: the records of the text `lsof -i -n -P +c 0` printed.
 // Columns are found by the titles of the header line, and every data line is cut at fixed
-// places from them; a line that cannot be cut is left out. A reader kept from one output to the
-// next shares the texts the two have in common.
+// places from them; a line that cannot be cut is left out.
+//
+// A reader kept from one output to the next does less: lsof prints nearly the same lines every
+// time, and a line printed last time, under the same titles, gives the record it gave then.
 class LsofTextReader final {
 public:
     // Nothing when the output has no text or its header lacks a title: such an output says
     // nothing about the sockets, not even that there are none. A header alone gives no records.
     static std::optional<SocketRecords> records(QByteArrayView output);
-    // The same into `records`, whose room is reused (a big snapshot's list is tens of
-    // megabytes); false, with `records` emptied, where the other gives nothing.
-    bool read(QByteArrayView output, SocketRecords& records);
+
+    // Reads an output into records(); false, with no records, where records() gives nothing.
+    bool read(QByteArrayView output);
+    // The records of the last output read, in its order.
+    const SocketRecords& records() const { return m_records; }
 
 private:
+    void forgetLines();
+
+    SocketRecords m_records;
+    // The last output's bytes, which m_lines' keys borrow, and its titles' positions.
+    QByteArray m_output;
+    std::optional<LsofLineCutter::Positions> m_titles;
+    // A line of the last output → the place of its record in m_records (-1: already taken).
+    QHash<QByteArray, qsizetype> m_lines;
     TextTable m_texts;
 };

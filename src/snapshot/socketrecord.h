@@ -27,6 +27,10 @@ struct SocketRecord {
     QString remotePort;
     QString state;
 
+    // What LsofItem::identifier() gives for an item made from this record, when the collector
+    // made it already (a record kept from one snapshot to the next keeps it); null otherwise.
+    QString identifier;
+
     // What only the kernel tells (the built-in collector); unknown otherwise.
     // The socket's cookie, which follows one socket for its whole life.
     std::optional<quint64> cookie;
