@@ -58,7 +58,11 @@ QAction* MainToolbar::addItem(const QString& identifier, QWidget* view, const QS
 {
     auto* item = new QWidgetAction(this);
     item->setObjectName(identifier);
-    view->setToolTip(toolTip);
+    m_toolTips.insert(view, toolTip);
+    if (auto* field = qobject_cast<SearchField*>(view))
+        field->setHelpToolTip(toolTip);
+    else
+        view->setToolTip(toolTip);
     item->setDefaultWidget(view);
     addAction(item);
     return item;
@@ -73,4 +77,24 @@ void MainToolbar::showRefreshInterval(qint64 seconds)
         index = m_refreshButton->count() - 1;
     }
     m_refreshButton->setCurrentIndex(index);
+}
+
+QList<QWidget*> MainToolbar::filterViews() const
+{
+    return {m_typeControl, m_protocolControl, m_remoteControl, m_searchField};
+}
+
+void MainToolbar::showSavedSearchDecides(const QString& profileName)
+{
+    const bool decides = !profileName.isEmpty();
+    const QString why = tr("The saved search \"%1\" decides which connections are shown. "
+                           "Choose \"No Saved Search\" to filter here.")
+                            .arg(profileName);
+    for (QWidget* view : filterViews()) {
+        view->setEnabled(!decides);
+        if (view == m_searchField)
+            m_searchField->setHelpToolTip(decides ? why : m_toolTips.value(view));
+        else
+            view->setToolTip(decides ? why : m_toolTips.value(view));
+    }
 }
