@@ -6,6 +6,7 @@
 
 #include "ui/window/connectiontablemodel.h"
 #include "ui/window/connectiontableview.h"
+#include "ui/window/maintoolbar.h"
 #include "ui/window/ownprocessesbar.h"
 #include "ui/window/savesearchdialog.h"
 #include "ui/window/searchfield.h"
@@ -15,6 +16,7 @@
 #include <QComboBox>
 #include <QFile>
 #include <QHeaderView>
+#include <QImage>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
@@ -388,4 +390,28 @@ TEST_F(WindowTest, AnOrdinaryUserIsToldWhyTheListIsThinUntilTheyDismissIt)
     auto window = makeWindow();
     window->setPrivileged(false);
     EXPECT_TRUE(window->ownProcessesBar()->isHidden()) << "\"Don't show again\" is remembered";
+}
+
+TEST_F(WindowTest, AFreshWindowsColumnsFitTwelveHundredAndEightyPixelsAndRefreshLooksLive)
+{
+    auto window = makeWindow();
+    const QHeaderView* header = window->tableView()->horizontalHeader();
+    int width = 0;
+    for (int column : window->tableHeaderMenu()->shownColumns())
+        width += header->sectionSize(column);
+    // The frame and the vertical scroll bar take the rest.
+    EXPECT_LE(width, 1240);
+    EXPECT_EQ(window->tableHeaderMenu()->shownColumns().size(), 12);
+
+    // The refresh button's icon is coloured: a grey one reads as a disabled button.
+    const QImage icon = window->toolbar()->refreshAction()->icon().pixmap(24, 24).toImage();
+    int saturated = 0;
+    for (int y = 0; y < icon.height(); ++y) {
+        for (int x = 0; x < icon.width(); ++x) {
+            const QColor c = icon.pixelColor(x, y);
+            if (c.alpha() > 128 && c.hsvSaturation() > 100)
+                ++saturated;
+        }
+    }
+    EXPECT_GT(saturated, 20);
 }

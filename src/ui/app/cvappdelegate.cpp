@@ -88,7 +88,11 @@ void CVAppDelegate::buildShellMenus()
         QAction* preferences =
             edit->addAction(QIcon::fromTheme(u"preferences-system"_s), tr("&Preferences…"), this,
                             &CVAppDelegate::showPreferences);
-        preferences->setShortcut(QKeySequence::Preferences);
+        // Most Linux desktops define no standard key for it; Ctrl+, is the common one.
+        QList<QKeySequence> keys = QKeySequence::keyBindings(QKeySequence::Preferences);
+        if (keys.isEmpty())
+            keys.append(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+        preferences->setShortcuts(keys);
         preferences->setMenuRole(QAction::PreferencesRole);
     }
     m_helpMenu = bar->addMenu(tr("&Help"));

@@ -3,9 +3,9 @@
 #include "ui/window/desktopactions.h"
 
 #include <QCloseEvent>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QPushButton>
-#include <QShortcut>
 #include <QVBoxLayout>
 
 #ifdef CORVINA_HAVE_WEBENGINE
@@ -51,8 +51,6 @@ CVShowIPInfoController::CVShowIPInfoController() : QWidget(nullptr, Qt::Window)
     layout->addWidget(close, 0, Qt::AlignRight);
     resize(560, 200);
 #endif
-    auto* escape = new QShortcut(QKeySequence::Cancel, this);
-    connect(escape, &QShortcut::activated, this, &QWidget::close);
     sharedInstance() = this;
 }
 
@@ -104,6 +102,16 @@ bool CVShowIPInfoController::showIPInfoForAddress(const QString& address)
                         .arg(address.toHtmlEscaped(), link));
     return false;
 #endif
+}
+
+void CVShowIPInfoController::keyPressEvent(QKeyEvent* event)
+{
+    // A small window of information: Escape puts it away, as it would a dialog.
+    if (event->matches(QKeySequence::Cancel)) {
+        close();
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void CVShowIPInfoController::closeEvent(QCloseEvent* event)

@@ -13,23 +13,22 @@ namespace {
 const QString kColumnWidthsKey = u"MainWindow/ColumnWidths"_s;
 const QString kSortKey = u"MainWindow/Sort"_s;
 
-// The room a column's values need beyond its title, in average character widths.
+// The room a column's values need, in average character widths. The built-in columns come to
+// about 1100 pixels at the default sizes, so "State" shows in a 1280-pixel-wide window.
 int valueWidthInCharacters(LsofItem::Key key)
 {
     switch (key) {
     case LsofItem::Key::localizedAppName:
     case LsofItem::Key::remoteHostname:
-        return 20;
+    case LsofItem::Key::processPath:
+        return 18;
     case LsofItem::Key::localAddress:
     case LsofItem::Key::remoteAddress:
-        return 15; // a dotted IPv4 address; IPv6 ones are elided, their tooltip shows them
-    case LsofItem::Key::processPath:
-        return 24;
+        return 14; // a dotted IPv4 address; IPv6 ones are elided, their tooltip shows them
     case LsofItem::Key::state:
         return 11; // ESTABLISHED
     case LsofItem::Key::localPortName:
     case LsofItem::Key::remotePortName:
-    case LsofItem::Key::user:
         return 8;
     default:
         return 5;
@@ -48,8 +47,8 @@ void ColumnLayout::applyInitialWidths()
     QHeaderView* header = m_table.horizontalHeader();
     const QFontMetrics titles(header->font());
     const QFontMetrics values(m_table.font());
-    // The sort indicator and the cell's margins.
-    constexpr int padding = 24;
+    // The cell's margins; the sort indicator takes a title's room on one column only.
+    constexpr int padding = 20;
     for (int column = 0; column < header->count(); ++column) {
         const LsofItem::Key key = ConnectionTableModel::columnKey(column);
         const int title = titles.horizontalAdvance(ConnectionTableModel::columnTitle(column));

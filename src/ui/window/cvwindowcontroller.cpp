@@ -29,6 +29,7 @@
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QScreen>
 #include <QSet>
 #include <QStatusBar>
 #include <QThreadPool>
@@ -580,8 +581,11 @@ void CVWindowController::updateSearchFeedback()
 void CVWindowController::restoreWindowState()
 {
     const QByteArray geometry = m_prefs.defaultsStore().objectForKey(kGeometryKey).toByteArray();
-    if (geometry.isEmpty() || !restoreGeometry(geometry))
-        resize(1180, 680);
+    if (geometry.isEmpty() || !restoreGeometry(geometry)) {
+        // At most 1280 wide, where the built-in columns fit; smaller screens get all they have.
+        const QRect available = screen()->availableGeometry();
+        resize(std::min(1280, available.width()), std::min(760, available.height()));
+    }
     m_columnLayout->restore();
 }
 

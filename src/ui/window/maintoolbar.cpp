@@ -5,6 +5,7 @@
 
 #include <QComboBox>
 #include <QIcon>
+#include <QToolButton>
 #include <QWidgetAction>
 
 using namespace Qt::StringLiterals;
@@ -16,8 +17,11 @@ MainToolbar::MainToolbar(QWidget* parent) : QToolBar(tr("Filters"), parent)
     setFloatable(false);
     setToolButtonStyle(Qt::ToolButtonIconOnly);
 
-    m_refreshAction = addAction(QIcon::fromTheme(u"view-refresh"_s), tr("Refresh"));
+    // Our own icon: themes draw this one grey, which reads as disabled.
+    m_refreshAction = addAction(QIcon(u":/corvina/icons/refresh.svg"_s), tr("Refresh"));
     m_refreshAction->setToolTip(tr("Refresh now (Ctrl+R)"));
+    if (auto* button = qobject_cast<QToolButton*>(widgetForAction(m_refreshAction)))
+        button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
 
     m_refreshButton = new QComboBox(this);
     for (int seconds : {0, 1, 2, 3, 5, 10})

@@ -165,8 +165,8 @@ bool RowCommands::confirmTerminateWithDialog(QWidget* parent, const QString& app
     box.setDefaultButton(QMessageBox::Ok);
     // A message box is as wide as its text; the window manager would cut the title short.
     if (auto* grid = qobject_cast<QGridLayout*>(box.layout())) {
-        const int titleWidth = box.fontMetrics().horizontalAdvance(title) + 160;
-        grid->addItem(new QSpacerItem(titleWidth, 0, QSizePolicy::Minimum, QSizePolicy::Fixed),
+        const int width = std::max(440, box.fontMetrics().horizontalAdvance(title) + 240);
+        grid->addItem(new QSpacerItem(width, 0, QSizePolicy::Minimum, QSizePolicy::Fixed),
                       grid->rowCount(), 0, 1, grid->columnCount());
     }
     return box.exec() == QMessageBox::Ok;
