@@ -19,11 +19,12 @@ protected:
                 delivered(uint(100 + sent.size()));
             });
     }
-    static QStringList pass(const QString& title, const QString& app, int connections)
+    // A pass's announcement: the title, the application, its connections first..first+count-1.
+    static QStringList pass(const QString& title, const QString& app, int count, int first = 1)
     {
         QStringList lines{title, app};
-        for (int i = 0; i < connections; ++i)
-            lines << u"  10.0.0.%1:443"_s.arg(i + 1);
+        for (int i = first; i < first + count; ++i)
+            lines << u"  10.0.0.%1:443"_s.arg(i);
         return lines;
     }
 
@@ -40,10 +41,10 @@ TEST_F(NotifierTest, PassesInQuickSuccessionBecomeOneBubbleEveryTenSeconds)
     EXPECT_EQ(sent[0].replacesId, 0u);
     EXPECT_TRUE(sent[0].body.contains(u"Firefox"_s));
 
-    // Three more passes within six seconds: held back, counted, not stacked.
+    // Four more passes within seven seconds: held back, counted, not stacked.
     for (int second : {2, 4, 6}) {
         now = 50000 + second * 1000;
-        notifier.deliverNotification(pass(u"New Connections"_s, u"curl"_s, 3));
+        notifier.deliverNotification(pass(u"New Connections"_s, u"curl"_s, 3, second));
     }
     now = 56500;
     notifier.deliverNotification(pass(u"State Changed"_s, u"ssh"_s, 1));
@@ -57,11 +58,12 @@ TEST_F(NotifierTest, PassesInQuickSuccessionBecomeOneBubbleEveryTenSeconds)
     ASSERT_EQ(sent.size(), 2);
     EXPECT_EQ(sent[1].summary, u"Corvina: 9 new connections, 1 state change"_s);
     EXPECT_EQ(sent[1].replacesId, 101u) << "replaces the bubble before";
-    // The first few lines, then how many more there were.
+    // Each application once, its peers once (10.0.0.2 to .8), the first few lines, then how
+    // many more there were.
     const QStringList body = sent[1].body.split(u'\n');
-    EXPECT_EQ(body.size(), DesktopNotifier::kShownLines + 1);
-    EXPECT_EQ(body.first(), u"curl"_s);
-    EXPECT_EQ(body.last(), u"… and 8 more"_s);
+    EXPECT_EQ(body,
+              (QStringList{u"curl"_s, u"  10.0.0.2:443"_s, u"  10.0.0.3:443"_s, u"  10.0.0.4:443"_s,
+                           u"  10.0.0.5:443"_s, u"  10.0.0.6:443"_s, u"… and 3 more"_s}));
     EXPECT_FALSE(notifier.hasPending());
 
     // Quiet for longer than the gap: the next one goes at once again.

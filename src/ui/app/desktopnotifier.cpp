@@ -46,7 +46,7 @@ void DesktopNotifier::deliverNotification(const QStringList& lines)
         m_newCount += count;
     else
         m_changedCount += count;
-    m_pendingLines += lines.mid(1);
+    addLines(lines.mid(1));
     const qint64 now = m_now();
     const qint64 due = m_lastDelivery < 0 ? now : m_lastDelivery + kMinimumGapMs;
     if (now >= due)
@@ -55,10 +55,49 @@ void DesktopNotifier::deliverNotification(const QStringList& lines)
         m_timer->start(int(due - now));
 }
 
+void DesktopNotifier::addLines(const QStringList& lines)
+{
+    QStringList* connections = nullptr;
+    for (const QString& line : lines) {
+        if (!line.startsWith(u' ')) {
+            auto found = std::find_if(m_pending.begin(), m_pending.end(),
+                                      [&](const auto& app) { return app.first == line; });
+            if (found == m_pending.end())
+                found = m_pending.insert(m_pending.end(), {line, {}});
+            connections = &found->second;
+        } else if (connections && !connections->contains(line)) {
+            // The same peer in several passes is shown once.
+            connections->append(line);
+        }
+    }
+}
+
+QString DesktopNotifier::pendingBody() const
+{
+    QStringList shown;
+    int hidden = 0;
+    for (const auto& [app, connections] : m_pending) {
+        if (shown.size() + 1 >= kShownLines) {
+            hidden += int(connections.size());
+            continue;
+        }
+        shown << app;
+        for (const QString& connection : connections) {
+            if (shown.size() < kShownLines)
+                shown << connection;
+            else
+                ++hidden;
+        }
+    }
+    if (hidden > 0)
+        shown << (hidden == 1 ? tr("… and 1 more") : tr("… and %1 more").arg(hidden));
+    return shown.join(u'\n').toHtmlEscaped();
+}
+
 void DesktopNotifier::flush()
 {
     m_timer->stop();
-    if (m_pendingLines.isEmpty())
+    if (m_pending.isEmpty())
         return;
     QStringList counts;
     if (m_newCount > 0)
@@ -67,12 +106,9 @@ void DesktopNotifier::flush()
     if (m_changedCount > 0)
         counts << (m_changedCount == 1 ? tr("1 state change")
                                        : tr("%1 state changes").arg(m_changedCount));
-    QStringList shown = m_pendingLines.mid(0, kShownLines);
-    if (m_pendingLines.size() > kShownLines)
-        shown << tr("… and %1 more").arg(m_pendingLines.size() - kShownLines);
-    Notification notification{tr("Corvina: %1").arg(counts.join(u", "_s)),
-                              shown.join(u'\n').toHtmlEscaped(), m_lastId};
-    m_pendingLines.clear();
+    const Notification notification{tr("Corvina: %1").arg(counts.join(u", "_s)), pendingBody(),
+                                    m_lastId};
+    m_pending.clear();
     m_newCount = 0;
     m_changedCount = 0;
     m_lastDelivery = m_now();

@@ -10,8 +10,8 @@ class QTimer;
 
 // Desktop notifications through org.freedesktop.Notifications. Announcements of passes are
 // coalesced: at most one bubble every 10 seconds, each replacing the one before, with the
-// counts of what happened since and its first few lines. A refresh every second would
-// otherwise stack a bubble per pass.
+// counts of what happened since and its first few lines, each application named once. A
+// refresh every second would otherwise stack a bubble per pass.
 class DesktopNotifier final : public QObject {
     Q_OBJECT
 public:
@@ -41,17 +41,21 @@ public:
     void setClock(std::function<qint64()> msecsNow) { m_now = std::move(msecsNow); }
     // Delivers what is pending now, whatever the time (the timer's action).
     void flush();
-    bool hasPending() const { return !m_pendingLines.isEmpty(); }
+    bool hasPending() const { return !m_pending.isEmpty(); }
     QTimer* pendingTimer() const { return m_timer; }
 
 private:
+    void addLines(const QStringList& lines);
+    QString pendingBody() const;
     void send(const Notification& notification, bool replacing);
     static void sendOverDBus(const Notification& notification, std::function<void(uint)> delivered);
 
     Sender m_sender;
     std::function<qint64()> m_now;
     QTimer* m_timer;
-    QStringList m_pendingLines;
+    // What happened since the last bubble: per application, in order of arrival, its
+    // connections' lines.
+    QList<std::pair<QString, QStringList>> m_pending;
     int m_newCount = 0;
     int m_changedCount = 0;
     qint64 m_lastDelivery = -1;
