@@ -42,7 +42,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Window state of ours, apart from the settings the description names.
+// Window state of ours, kept apart from the settings the preferences edit.
 const QString kGeometryKey = u"MainWindow/Geometry"_s;
 constexpr qsizetype kImmediateFilterRows = 2000;
 constexpr int kStatusMessageMs = 8000;
