@@ -20,7 +20,9 @@
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QMenu>
+#include <QScopeGuard>
 #include <QSpinBox>
+#include <QStatusBar>
 #include <QSystemTrayIcon>
 #include <QTableView>
 
@@ -91,6 +93,16 @@ TEST_F(AppDelegateTest, TheHelpMenuGainsTheMakersEntriesAboveItsOwnAndHidesUpdat
     EXPECT_TRUE(about.contains(u"Corvina "_s + QStringLiteral(CORVINA_VERSION)));
     EXPECT_TRUE(about.contains(u"Proprietary"_s));
     EXPECT_TRUE(about.contains(OVModule::kHomePage));
+}
+
+TEST_F(AppDelegateTest, AMailClientOrBrowserThatDoesNotStartIsReportedInTheStatusBar)
+{
+    OVModule& module = OVModule::sharedModule();
+    module.setUrlOpener([](const QUrl&) { return false; });
+    const auto restore = qScopeGuard([&] { module.setUrlOpener({}); });
+    module.sendFeedback();
+    EXPECT_TRUE(delegate.window().statusBar()->currentMessage().startsWith(u"No program"_s))
+        << delegate.window().statusBar()->currentMessage().toStdString();
 }
 
 TEST_F(AppDelegateTest, ThePreferencesWindowsControlsApplyToTheMainWindowAtOnce)
