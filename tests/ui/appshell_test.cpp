@@ -52,7 +52,10 @@ TEST(HelpMenu, TheMakersEntriesGoAboveTheMenusOwnWithRatingOnlyForAStoreProduct)
     for (const Case& c : cases) {
         OVModule module(bundle(c.productId));
         QList<QUrl> opened;
-        module.setUrlOpener([&](const QUrl& url) { opened << url; });
+        module.setUrlOpener([&](const QUrl& url) {
+            opened << url;
+            return true;
+        });
         QMenu help;
         help.addAction(u"Corvina Help"_s);
         module.setupHelpMenu(&help);
@@ -80,7 +83,10 @@ TEST(HelpMenu, TheFeedbackMailCarriesTheApplicationAndSystemAndIsEscapedOnce)
                   "(1.2.0)\nLinux: Debian GNU/Linux 12\n"_s);
 
     QList<QUrl> opened;
-    module.setUrlOpener([&](const QUrl& url) { opened << url; });
+    module.setUrlOpener([&](const QUrl& url) {
+        opened << url;
+        return true;
+    });
     module.sendFeedback();
     ASSERT_EQ(opened.size(), 1);
     const QUrl& mail = opened.front();

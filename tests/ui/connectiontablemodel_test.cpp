@@ -70,6 +70,8 @@ TEST(ConnectionTableModel, ColoursRowsByStatus)
     colors.fresh = QColor(10, 200, 10);
     colors.changed = QColor(240, 240, 20);
     colors.closed = QColor(220, 20, 20);
+    // Light text chosen for a dark list stays so on every row, strong backgrounds included.
+    colors.text = QColor(240, 240, 240);
     model.setColors(colors);
     const QList<std::pair<qint32, QColor>> cases{{0, colors.list},    {1, colors.fresh},
                                                  {2, colors.changed}, {3, colors.closed},
@@ -86,22 +88,9 @@ TEST(ConnectionTableModel, ColoursRowsByStatus)
             EXPECT_EQ(model.index(row, col).data(Qt::BackgroundRole).value<QColor>(),
                       cases.at(row).second)
                 << "status " << cases.at(row).first << " column " << col;
+            EXPECT_EQ(model.index(row, col).data(Qt::ForegroundRole).value<QColor>(), colors.text);
         }
     }
-}
-
-TEST(ConnectionTableModel, KeepsTextLegibleOnStrongBackgrounds)
-{
-    const QColor black(Qt::black), white(Qt::white);
-    // The defaults: black text stays on pure green, yellow and red.
-    for (const QColor& background : {QColor(Qt::green), QColor(Qt::yellow), QColor(Qt::red)})
-        EXPECT_EQ(ConnectionTableModel::legibleTextColor(black, background), black);
-    // White text chosen for a dark list would vanish on yellow: black takes over there only.
-    EXPECT_EQ(ConnectionTableModel::legibleTextColor(white, QColor(Qt::yellow)), black);
-    EXPECT_EQ(ConnectionTableModel::legibleTextColor(white, QColor(30, 30, 30)), white);
-    // A deliberate low-contrast pair that still reads is left alone.
-    const QColor grey(90, 90, 90);
-    EXPECT_EQ(ConnectionTableModel::legibleTextColor(grey, white), grey);
 }
 
 TEST(ConnectionTableModel, RefreshingAndSortingStartNoHostNameLookUps)
@@ -177,4 +166,18 @@ TEST(ConnectionTableModel, ExposesDisplayTextAndRawSortValue)
     EXPECT_EQ(model.index(0, columnOf(LsofItem::Key::state)).data().toString(), QString());
     EXPECT_EQ(model.headerData(columnOf(LsofItem::Key::remoteHostname), Qt::Horizontal).toString(),
               u"Remote Host"_s);
+    // Numbers and their titles align right together; text keeps the header's own alignment.
+    for (const LsofItem::Key key :
+         {LsofItem::Key::processId, LsofItem::Key::localPort, LsofItem::Key::remotePort}) {
+        const int column = columnOf(key);
+        const auto alignment =
+            model.headerData(column, Qt::Horizontal, Qt::TextAlignmentRole).value<Qt::Alignment>();
+        EXPECT_EQ(alignment,
+                  Qt::Alignment(
+                      model.index(0, column).data(Qt::TextAlignmentRole).value<Qt::Alignment>()));
+        EXPECT_TRUE(alignment & Qt::AlignRight);
+    }
+    EXPECT_FALSE(
+        model.headerData(columnOf(LsofItem::Key::user), Qt::Horizontal, Qt::TextAlignmentRole)
+            .isValid());
 }

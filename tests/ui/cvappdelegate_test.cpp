@@ -3,18 +3,27 @@
 #include "persistence/sqlitepersistentobject.h"
 #include "prefs/cvfilterprofileinfo.h"
 #include "ui/app/cvappdelegate.h"
+#include "ui/app/desktopnotifier.h"
 #include "ui/app/ovmodule.h"
+#include "ui/prefs/colorwell.h"
 #include "ui/prefs/cvpreferencescolumnsdatasource.h"
 #include "ui/prefs/cvpreferencescontroller.h"
+#include "ui/window/connectiontablemodel.h"
 #include "ui/window/connectiontableview.h"
 #include "ui/window/cvwindowcontroller.h"
 #include "ui/window/tablecolumnsmenu.h"
 
 #include <QAction>
+#include <QCheckBox>
 #include <QComboBox>
+#include <QCoreApplication>
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QMenu>
+#include <QScopeGuard>
+#include <QSpinBox>
+#include <QStatusBar>
+#include <QSystemTrayIcon>
 #include <QTableView>
 
 #include <gtest/gtest.h>
@@ -72,12 +81,91 @@ TEST_F(AppDelegateTest, TheHelpMenuGainsTheMakersEntriesAboveItsOwnAndHidesUpdat
             titles << (item->isSeparator() ? u"---"_s : item->text());
     }
     // The test application carries no store product identifier.
-    EXPECT_EQ(titles,
-              (QStringList{u"Send Feedback"_s, u"---"_s, u"Visit "_s + OVModule::kMakerDomain,
-                           u"Follow Us on Twitter"_s, u"---"_s, u"Corvina &Help"_s}));
+    EXPECT_EQ(titles, (QStringList{u"Send Feedback"_s, u"---"_s,
+                                   u"Visit "_s + OVModule::kMakerDomain, u"Follow Us on Twitter"_s,
+                                   u"---"_s, u"Corvina &Help"_s, u"---"_s, u"&About Corvina"_s}));
     EXPECT_FALSE(delegate.checkForUpdatesMenuItem()->isVisible());
     delegate.checkForUpdatesMenuItem()->trigger();
     EXPECT_TRUE(delegate.window().isVisible());
+
+    // About names the version, the licence and where the project lives.
+    const QString about = CVAppDelegate::aboutText();
+    EXPECT_TRUE(about.contains(u"Corvina "_s + QStringLiteral(CORVINA_VERSION)));
+    EXPECT_TRUE(about.contains(u"Proprietary"_s));
+    EXPECT_TRUE(about.contains(OVModule::kHomePage));
+}
+
+TEST_F(AppDelegateTest, AMailClientOrBrowserThatDoesNotStartIsReportedInTheStatusBar)
+{
+    OVModule& module = OVModule::sharedModule();
+    module.setUrlOpener([](const QUrl&) { return false; });
+    const auto restore = qScopeGuard([&] { module.setUrlOpener({}); });
+    module.sendFeedback();
+    EXPECT_TRUE(delegate.window().statusBar()->currentMessage().startsWith(u"No program"_s))
+        << delegate.window().statusBar()->currentMessage().toStdString();
+}
+
+TEST_F(AppDelegateTest, ThePreferencesWindowsControlsApplyToTheMainWindowAtOnce)
+{
+    CVPreferencesController::Services services;
+    services.chooseColor = [](QWidget*, const QColor&, const QString&) {
+        return std::optional<QColor>(QColor(0x33, 0x66, 0xcc));
+    };
+    CVPreferencesController preferences(*settings.prefs, delegate.tableHeaderMenu(), services);
+    CVWindowController& window = delegate.window();
+    window.reloadTableViewData();
+    ItemSpec spec{u"curl"_s, u"20"_s};
+    spec.status = 1;
+    source.deliver({makeItem(spec)});
+
+    // The refresh period: the timer and the toolbar follow.
+    QComboBox* period = preferences.refreshPeriodButton();
+    const int tenSeconds = period->findData(10);
+    period->setCurrentIndex(tenSeconds);
+    Q_EMIT period->activated(tenSeconds);
+    ASSERT_NE(window.autoRefreshTimer(), nullptr);
+    EXPECT_EQ(window.autoRefreshTimer()->interval(), 10000);
+    EXPECT_EQ(window.refreshIntervalButton()->currentData().toInt(), 10);
+
+    // Font size and colours: the rows follow.
+    preferences.fontSizeBox()->setValue(16);
+    EXPECT_EQ(window.tableView()->verticalHeader()->defaultSectionSize(), 20);
+    preferences.colorWell(PrefKeys::NewConnectionBackgroundColor)->click();
+    EXPECT_EQ(window.tableModel()->index(0, 0).data(Qt::BackgroundRole).value<QColor>(),
+              QColor(0x33, 0x66, 0xcc));
+    preferences.resetDisplayOptions();
+    EXPECT_EQ(window.tableModel()->index(0, 0).data(Qt::BackgroundRole).value<QColor>(),
+              QColor(Qt::green));
+    EXPECT_EQ(window.tableView()->verticalHeader()->defaultSectionSize(), 15);
+
+    // Switches: the copy the next pass reads.
+    preferences.switchFor(PrefKeys::NotifyNewConnections)->click();
+    EXPECT_FALSE(settings.prefs->notifyNewConnections());
+}
+
+TEST_F(AppDelegateTest, ClosingToTheTraySaysOnceThatCorvinaKeepsRunning)
+{
+    QList<DesktopNotifier::Notification> sent;
+    delegate.notifier()->setSender(
+        [&](const DesktopNotifier::Notification& n, std::function<void(uint)>) { sent << n; });
+    delegate.showMainWindow();
+    delegate.trayIcon()->show();
+    ASSERT_TRUE(delegate.trayIcon()->isVisible());
+    EXPECT_FALSE(delegate.window().close());
+    EXPECT_FALSE(delegate.window().isVisible());
+    ASSERT_EQ(sent.size(), 1);
+    EXPECT_TRUE(sent.first().body.contains(u"Quit"_s));
+
+    delegate.showMainWindow();
+    delegate.window().close();
+    // A later start reads the same settings.
+    CVAppDelegate later{source, *settings.prefs};
+    later.notifier()->setSender(
+        [&](const DesktopNotifier::Notification& n, std::function<void(uint)>) { sent << n; });
+    later.trayIcon()->show();
+    later.showMainWindow();
+    later.window().close();
+    EXPECT_EQ(sent.size(), 1) << "said once, not at every close nor at every start";
 }
 
 TEST_F(AppDelegateTest, ColumnBoxesDriveTheMainWindowAndFollowItsMenu)

@@ -4,6 +4,7 @@
 #include "prefs/cvfilterprofileinfo.h"
 #include "ui/prefs/colorwell.h"
 #include "ui/prefs/cvpreferencesexcludeappsdatasource.h"
+#include "ui/prefs/excludedappspane.h"
 #include "ui/prefs/filterprofiletablemodel.h"
 
 #include <QAbstractItemModelTester>
@@ -19,6 +20,7 @@
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QListView>
+#include <QMenu>
 #include <QScopeGuard>
 #include <QSpinBox>
 #include <QTableView>
@@ -98,9 +100,15 @@ TEST_F(PreferencesTest, ControlsWriteTheirSettingsAndFollowChangesMadeElsewhere)
     m_store->setInteger(PrefKeys::ListFontSize, 9);
     EXPECT_EQ(window().fontSizeBox()->value(), 9);
 
-    // A period the list does not offer, set from the command line, is shown as it is.
+    // The periods read as words, and one the list does not offer, set from the command line,
+    // is shown as it is.
+    QComboBox* periods = window().refreshPeriodButton();
+    EXPECT_EQ(periods->itemText(periods->findData(0)), u"Off"_s);
+    EXPECT_EQ(periods->itemText(periods->findData(1)), u"Every second"_s);
+    EXPECT_EQ(periods->itemText(periods->findData(2)), u"Every 2 seconds"_s);
     m_store->setInteger(PrefKeys::AutoRefreshSetting, 7);
     EXPECT_EQ(window().refreshPeriodButton()->currentData().toInt(), 7);
+    EXPECT_EQ(window().refreshPeriodButton()->currentText(), u"Every 7 seconds"_s);
     m_store->setInteger(PrefKeys::AutoRefreshSetting, 0);
     EXPECT_EQ(window().refreshPeriodButton()->currentData().toInt(), 0);
 
@@ -155,6 +163,37 @@ TEST_F(PreferencesTest, ExcludedApplicationsAreAddedAndRemovedThroughTheSelectio
     // The list follows a change made elsewhere.
     m_prefs->addExcludeAppForGrowNotification(u"/usr/bin/wget"_s);
     EXPECT_EQ(apps->rowCount(), 2);
+}
+
+TEST_F(PreferencesTest, AddOffersTheListedApplicationsAndAFileChooser)
+{
+    m_listed = {{u"curl"_s, u"/usr/bin/curl"_s, QString()},
+                {u"Firefox"_s, u"/usr/lib/firefox/firefox"_s, u"firefox"_s}};
+    m_prefs->addExcludeAppForGrowNotification(u"/usr/bin/curl"_s);
+    QMenu* menu = window().excludedAppsPane()->addMenu();
+    QStringList titles;
+    QAction* firefox = nullptr;
+    QAction* chooser = nullptr;
+    for (QAction* item : menu->actions()) {
+        if (item->isSeparator() && item->text().isEmpty())
+            continue;
+        titles << item->text();
+        if (item->text() == u"Firefox"_s)
+            firefox = item;
+        if (item->text().startsWith(u"Choose"_s))
+            chooser = item;
+    }
+    EXPECT_EQ(titles, (QStringList{u"Applications in the List"_s, u"curl"_s, u"Firefox"_s,
+                                   u"Choose a Program…"_s}));
+    EXPECT_FALSE(menu->actions().at(1)->isEnabled()) << "curl is already left out";
+    ASSERT_NE(firefox, nullptr);
+    ASSERT_NE(chooser, nullptr);
+    firefox->trigger();
+    EXPECT_EQ(m_prefs->excludeAppsForGrowl(),
+              (QStringList{u"/usr/bin/curl"_s, u"/usr/lib/firefox/firefox"_s}));
+    m_chosenApplication = u"/usr/bin/wget"_s;
+    chooser->trigger();
+    EXPECT_EQ(m_prefs->excludeAppsForGrowl().last(), u"/usr/bin/wget"_s);
 }
 
 TEST_F(PreferencesTest, AnExcludedProgramThatNoLongerExistsShowsTheGenericIcon)
@@ -285,6 +324,28 @@ TEST_F(PreferencesTest, AnEditedSavedSearchIsStoredAtOnce)
     EXPECT_NE(reread.get(), web.get());
     EXPECT_EQ(reread->profileName(), u"HTTPS"_s);
     EXPECT_EQ(reread->searchExpression(), u"remotePortNumber == 443"_s);
+}
+
+TEST_F(PreferencesTest, AStoredExpressionThatDoesNotParseIsMarked)
+{
+    storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    storeProfile(u"Broken"_s, u"remotePort == AND"_s);
+    m_prefs->reloadFilterProfiles();
+    FilterProfileTableModel* table = window().filterProfileArrayController();
+    const auto cell = [&](int row, int column, int role) {
+        return table->index(row, column).data(role);
+    };
+    const int expression = FilterProfileTableModel::ExpressionColumn;
+    EXPECT_FALSE(cell(0, expression, Qt::DecorationRole).isValid());
+    EXPECT_EQ(cell(0, expression, Qt::ToolTipRole).toString(), u"remotePort == \"443\""_s);
+    EXPECT_TRUE(cell(1, expression, Qt::DecorationRole).isValid());
+    EXPECT_TRUE(cell(1, expression, Qt::ToolTipRole).toString().contains(u"(at character "_s));
+    EXPECT_EQ(cell(1, expression, Qt::DisplayRole).toString(), u"remotePort == AND"_s);
+    EXPECT_FALSE(cell(1, FilterProfileTableModel::NameColumn, Qt::DecorationRole).isValid());
+
+    // Mended in place, the mark goes.
+    EXPECT_TRUE(table->setData(table->index(1, expression), u"remotePortNumber > 1000"_s));
+    EXPECT_FALSE(cell(1, expression, Qt::DecorationRole).isValid());
 }
 
 TEST_F(PreferencesTest, AnEditTheDatabaseRefusesIsReportedAndUndone)

@@ -44,6 +44,7 @@ CVPreferencesController::Services PreferencesTest::recordingServices()
         return true;
     };
     services.showHelp = [this] { ++m_helps; };
+    services.listedApplications = [this] { return m_listed; };
     return services;
 }
 

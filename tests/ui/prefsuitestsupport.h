@@ -37,6 +37,7 @@ protected:
     QStringList m_revealed;
     QStringList m_openedFolders;
     QString m_chosenApplication;
+    QList<PreferencesServices::ApplicationChoice> m_listed;
     std::optional<QColor> m_chosenColor;
     bool m_helperInstalled = false;
     int m_installs = 0;

@@ -4,15 +4,21 @@
 #include "ui/app/cvshowipinfocontroller.h"
 #include "ui/window/connectiontableview.h"
 #include "ui/window/desktopactions.h"
+#include "ui/window/rowcommands.h"
 #include "ui/window/searchfield.h"
 #include "ui/window/segmentedcontrol.h"
 #include "ui/window/tablecolumnsmenu.h"
 
 #include <QApplication>
 #include <QClipboard>
+#include <QContextMenuEvent>
+#include <QDir>
+#include <QFile>
 #include <QGuiApplication>
 #include <QMenu>
 #include <QProcess>
+#include <QStatusBar>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QUrlQuery>
 
@@ -26,8 +32,13 @@ class RowActionsTest : public testing::Test {
 protected:
     void SetUp() override
     {
-        DesktopActions::setUrlOpener([this](const QUrl& url) { opened.append(url); });
+        DesktopActions::setUrlOpener([this](const QUrl& url) {
+            opened.append(url);
+            return browserStarts;
+        });
         window = std::make_unique<CVWindowController>(source, *settings.prefs);
+        // The offscreen screen is 800 pixels wide; the toolbar's search field needs more.
+        window->resize(1280, 700);
         window->setErrorHandler([this](const QString& message) { errors.append(message); });
         firefox = item(u"Firefox"_s, u"101"_s, u"TCP"_s, u"93.184.216.34"_s, u"443"_s);
         dns = item(u"systemd-resolved"_s, u"55"_s, u"UDP"_s, u"1.1.1.1"_s, u"53"_s);
@@ -69,7 +80,17 @@ protected:
     FakeSnapshotSource source;
     std::unique_ptr<CVWindowController> window;
     LsofItemPtr firefox, dns, ssh;
+    QAction* menuItem(const QString& text)
+    {
+        for (QAction* action : window->tableContextMenu()->actions()) {
+            if (action->text() == text)
+                return action;
+        }
+        return nullptr;
+    }
+
     QList<QUrl> opened;
+    bool browserStarts = true;
     QStringList errors;
 };
 
@@ -79,7 +100,8 @@ TEST_F(RowActionsTest, CopiesSelectedRowsOfShownColumnsAsTabSeparatedLines)
 {
     for (QAction* column : window->tableHeaderMenu()->actions()) {
         const QString title = column->text();
-        if (title != u"Application"_s && title != u"PID"_s && title != u"Remote Port"_s)
+        if (column->isChecked() && title != u"Application"_s && title != u"PID"_s &&
+            title != u"Remote Port"_s)
             hideColumn(title);
     }
     hideColumn(u"PID"_s);
@@ -162,14 +184,18 @@ TEST_F(RowActionsTest, TerminateAsksFirstAndCancelLeavesTheProcessRunning)
     source.deliver({victim});
 
     QStringList asked;
+    ProcessIdentity shown;
     bool answer = false;
-    window->setConfirmTerminateHandler([&](const QString& name) {
+    window->setConfirmTerminateHandler([&](const QString& name, const ProcessIdentity& process) {
         asked.append(name);
+        shown = process;
         return answer;
     });
     window->tableView()->setClickedCell(0, 0);
     window->terminateSelectedApp();
     EXPECT_EQ(asked, QStringList{u"sleep"_s});
+    EXPECT_EQ(shown.pid, sleeper.processId());
+    EXPECT_TRUE(shown.executablePath.endsWith(u"/sleep"_s)) << shown.executablePath.toStdString();
     EXPECT_FALSE(sleeper.waitForFinished(300));
 
     answer = true;
@@ -177,11 +203,101 @@ TEST_F(RowActionsTest, TerminateAsksFirstAndCancelLeavesTheProcessRunning)
     ASSERT_TRUE(sleeper.waitForFinished(5000));
     EXPECT_EQ(sleeper.exitStatus(), QProcess::CrashExit);
     EXPECT_TRUE(errors.isEmpty());
+    EXPECT_TRUE(window->statusBar()->currentMessage().contains(u"process %1"_s.arg(shown.pid)));
 
     // Gone by now: the user is told, nothing else happens.
     window->terminateSelectedApp();
     ASSERT_EQ(errors.size(), 1);
     EXPECT_TRUE(errors.first().contains(u"no longer running"_s));
+}
+
+TEST_F(RowActionsTest, TheMenuActsOnTheConnectionClickedWhateverTheRefreshDid)
+{
+    QProcess sleeper;
+    sleeper.start(u"sleep"_s, {u"30"_s});
+    ASSERT_TRUE(sleeper.waitForStarted());
+    const qint64 pid = sleeper.processId();
+    const LsofItemPtr python =
+        item(u"python3"_s, QString::number(pid), u"TCP"_s, u"10.9.9.9"_s, u"8080"_s);
+    window->reloadTableViewData();
+    source.deliver({firefox, python, dns, ssh});
+    window->show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
+
+    // A right click on a row outside the selection selects it, and the menu opens for it.
+    ConnectionTableView* table = window->tableView();
+    table->selectRowNumbers({0});
+    const QPoint cell =
+        table->visualRect(table->model()->index(1, columnOf(LsofItem::Key::remoteAddress)))
+            .center();
+    QTest::mousePress(table->viewport(), Qt::RightButton, {}, cell);
+    QContextMenuEvent menuEvent(QContextMenuEvent::Mouse, cell,
+                                table->viewport()->mapToGlobal(cell));
+    QCoreApplication::sendEvent(table->viewport(), &menuEvent);
+    EXPECT_TRUE(window->tableContextMenu()->isVisible());
+    EXPECT_EQ(window->selectedItems(), LsofItemList{python});
+
+    // While it is open a refresh reorders the rows and drops the clicked connection.
+    window->reloadTableViewData();
+    source.deliver({ssh, dns, firefox});
+    ASSERT_EQ(window->items().indexOf(python), -1);
+
+    menuItem(u"Copy Cell"_s)->trigger();
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), u"10.9.9.9"_s);
+
+    QList<qint64> signalled;
+    window->rowCommands()->setTerminateSender([&](qint64 target, const QString&) {
+        signalled.append(target);
+        return QString();
+    });
+    window->setConfirmTerminateHandler([](const QString&, const ProcessIdentity&) { return true; });
+    menuItem(u"Terminate Application…"_s)->trigger();
+    EXPECT_EQ(signalled, QList<qint64>{pid});
+    EXPECT_TRUE(errors.isEmpty());
+
+    // The process has ended since: nothing is sent, and the user is told.
+    sleeper.kill();
+    ASSERT_TRUE(sleeper.waitForFinished(5000));
+    menuItem(u"Terminate Application…"_s)->trigger();
+    EXPECT_EQ(signalled.size(), 1);
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_TRUE(errors.first().contains(u"no longer running"_s)) << errors.first().toStdString();
+    window->tableContextMenu()->hide();
+}
+
+TEST_F(RowActionsTest, TerminateSendsNothingToAProcessThatReusedTheNumber)
+{
+    // A process tree of our own: the clicked process, then another with the same number.
+    QTemporaryDir proc;
+    ASSERT_TRUE(proc.isValid());
+    const auto writeStat = [&](const char* startTime) {
+        QDir(proc.path()).mkpath(u"4242"_s);
+        QFile stat(proc.filePath(u"4242/stat"_s));
+        ASSERT_TRUE(stat.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        stat.write("4242 (py (x) 3) S 1 4242 4242 0 -1 4194560 1 0 0 0 0 0 0 0 20 0 1 0 ");
+        stat.write(startTime);
+        stat.write(" 1000 100 18446744073709551615\n");
+    };
+    writeStat("777");
+    window->rowCommands()->setProcRoot(proc.path());
+    window->reloadTableViewData();
+    source.deliver({item(u"python3"_s, u"4242"_s, u"TCP"_s, u"10.0.0.9"_s, u"443"_s)});
+    window->tableView()->setClickedCell(0, 0);
+    ASSERT_EQ(window->rowCommands()->target().process.startTime, 777u);
+
+    QList<qint64> signalled;
+    window->rowCommands()->setTerminateSender([&](qint64 target, const QString&) {
+        signalled.append(target);
+        return QString();
+    });
+    window->setConfirmTerminateHandler([&](const QString&, const ProcessIdentity&) {
+        writeStat("900"); // it ends and the number is handed out again meanwhile
+        return true;
+    });
+    window->terminateSelectedApp();
+    EXPECT_TRUE(signalled.isEmpty());
+    ASSERT_EQ(errors.size(), 1);
+    EXPECT_TRUE(errors.first().contains(u"another process"_s)) << errors.first().toStdString();
 }
 
 TEST_F(RowActionsTest, IPInformationWindowIsReusedAndRecreatedAfterClosing)
@@ -205,7 +321,12 @@ TEST_F(RowActionsTest, IPInformationWindowIsReusedAndRecreatedAfterClosing)
     CVShowIPInfoController* second = CVShowIPInfoController::sharedController();
     ASSERT_NE(second, nullptr);
     EXPECT_TRUE(second->isVisible());
-    second->close();
+    // Big enough to read the address and its link; Escape closes it.
+    EXPECT_GE(second->width(), 480);
+    EXPECT_GE(second->height(), 160);
+    QTest::keyClick(second, Qt::Key_Escape);
+    EXPECT_FALSE(second->isVisible());
+    EXPECT_EQ(CVShowIPInfoController::sharedController(), nullptr);
 }
 
 TEST_F(RowActionsTest, ExcludeFromNotificationsStaysOutOfTheMenu)
@@ -256,11 +377,52 @@ TEST_F(RowActionsTest, BringToFrontExplainsWhyItCannotWorkWithoutX11)
     window->tableView()->setClickedCell(1, 0);
     Q_EMIT window->tableView()->contextMenuWanted(QPoint(10, 10));
     QAction* action = window->bringToFrontAction();
+    window->tableContextMenu()->hide();
     EXPECT_FALSE(action->isEnabled());
     EXPECT_EQ(action->toolTip(), DesktopActions::bringToFrontUnavailableReason());
-    window->tableContextMenu()->hide();
 
     window->bringToFront();
     ASSERT_EQ(errors.size(), 1);
     EXPECT_EQ(errors.first(), DesktopActions::bringToFrontUnavailableReason());
+}
+
+TEST_F(RowActionsTest, PeerCommandsNeedARemoteAddressAndFailedOpeningsAreSaid)
+{
+    const LsofItemPtr listener = item(u"nginx"_s, u"300"_s, u"TCP"_s, QString(), QString());
+    window->reloadTableViewData();
+    source.deliver({listener, ssh});
+    window->tableView()->setClickedCell(0, 0);
+    Q_EMIT window->tableView()->contextMenuWanted(QPoint(10, 10));
+    window->tableContextMenu()->hide();
+    EXPECT_FALSE(menuItem(u"IP Information"_s)->isEnabled());
+    EXPECT_FALSE(searchItem(1)->isEnabled());
+    EXPECT_TRUE(searchItem(0)->isEnabled());
+
+    window->tableView()->setClickedCell(1, 0);
+    Q_EMIT window->tableView()->contextMenuWanted(QPoint(10, 10));
+    window->tableContextMenu()->hide();
+    EXPECT_TRUE(menuItem(u"IP Information"_s)->isEnabled());
+
+    browserStarts = false;
+    searchItem(0)->trigger();
+    EXPECT_TRUE(window->statusBar()->currentMessage().startsWith(u"No web browser"_s))
+        << window->statusBar()->currentMessage().toStdString();
+}
+
+TEST_F(RowActionsTest, ShiftF10AndTheMenuKeyOpenTheCurrentRowsMenu)
+{
+    window->show();
+    QApplication::setActiveWindow(window.get());
+    ConnectionTableView* table = window->tableView();
+    table->setFocus();
+    table->setCurrentIndex(table->model()->index(2, 0));
+    for (const auto& [key, modifiers] :
+         {std::pair{Qt::Key_F10, Qt::KeyboardModifiers(Qt::ShiftModifier)},
+          std::pair{Qt::Key_Menu, Qt::KeyboardModifiers()}}) {
+        window->tableView()->setClickedCell(-1, -1);
+        QTest::keyClick(table, key, modifiers);
+        EXPECT_TRUE(window->tableContextMenu()->isVisible());
+        EXPECT_EQ(window->clickedItem(), ssh);
+        window->tableContextMenu()->hide();
+    }
 }

@@ -4,6 +4,8 @@
 #include "cvshowhelpwindowcontroller.h"
 #include "desktopnotifier.h"
 #include "ovmodule.h"
+#include "prefs/cvprefshelper.h"
+#include "prefs/userdefaults.h"
 #include "suupdater.h"
 #include "ui/prefs/cvpreferencescontroller.h"
 #include "ui/window/cvwindowcontroller.h"
@@ -12,9 +14,18 @@
 #include <QApplication>
 #include <QMenu>
 #include <QMenuBar>
+#include <QMessageBox>
+#include <QSet>
 #include <QSystemTrayIcon>
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// Said once per account: closing the window does not end the program.
+const QString kTrayNoticeShownKey = u"MainWindow/TrayNoticeShown"_s;
+
+} // namespace
 
 CVAppDelegate::CVAppDelegate(SnapshotSource& source, CVPrefsHelper& prefs, QObject* parent)
     : QObject(parent), m_window(std::make_unique<CVWindowController>(source, prefs)),
@@ -25,30 +36,37 @@ CVAppDelegate::CVAppDelegate(SnapshotSource& source, CVPrefsHelper& prefs, QObje
         m_window->setWindowIcon(QApplication::windowIcon());
     m_window->setBecameMainHandler(
         [this] { CVInstallUserScriptController::checkAndInstallScript(m_window.get()); });
+    connect(&OVModule::sharedModule(), &OVModule::openFailed, m_window.get(),
+            [this](const QUrl& url) {
+                m_window->showStatusMessage(
+                    tr("No program could be started to open %1.").arg(url.toDisplayString()));
+            });
     buildShellMenus();
+    buildTray();
+}
 
-    if (QSystemTrayIcon::isSystemTrayAvailable()) {
-        m_trayMenu = new QMenu();
-        m_trayMenu->addAction(tr("Show Corvina"), this, &CVAppDelegate::showMainWindow);
-        m_trayMenu->addAction(QIcon::fromTheme(u"view-refresh"_s), tr("Refresh"), m_window.get(),
-                              &CVWindowController::reloadTableViewData);
-        m_trayMenu->addSeparator();
-        // quit() would first ask the windows to close, and the main window never does.
-        m_trayMenu->addAction(QIcon::fromTheme(u"application-exit"_s), tr("Quit"), qApp,
-                              [] { QCoreApplication::exit(0); });
-        m_tray = new QSystemTrayIcon(m_window->windowIcon(), this);
-        m_tray->setToolTip(tr("Corvina"));
-        m_tray->setContextMenu(m_trayMenu);
-        connect(m_tray, &QSystemTrayIcon::activated, this,
-                [this](QSystemTrayIcon::ActivationReason reason) {
-                    if (reason == QSystemTrayIcon::Trigger ||
-                        reason == QSystemTrayIcon::DoubleClick)
-                        showMainWindow();
-                });
-        m_tray->show();
-    }
+void CVAppDelegate::buildTray()
+{
+    m_trayMenu = new QMenu();
+    m_trayMenu->addAction(tr("Show Corvina"), this, &CVAppDelegate::showMainWindow);
+    m_trayMenu->addAction(QIcon::fromTheme(u"view-refresh"_s), tr("Refresh"), m_window.get(),
+                          &CVWindowController::reloadTableViewData);
+    m_trayMenu->addSeparator();
+    // quit() would first ask the windows to close, and the main window never does.
+    m_trayMenu->addAction(QIcon::fromTheme(u"application-exit"_s), tr("Quit"), qApp,
+                          [] { QCoreApplication::exit(0); });
+    m_tray = new QSystemTrayIcon(m_window->windowIcon(), this);
+    m_tray->setToolTip(tr("Corvina"));
+    m_tray->setContextMenu(m_trayMenu);
+    connect(m_tray, &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+                if (reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::DoubleClick)
+                    showMainWindow();
+            });
     // With a tray the application lives on while its window is hidden.
-    QApplication::setQuitOnLastWindowClosed(m_tray == nullptr);
+    const bool available = QSystemTrayIcon::isSystemTrayAvailable();
+    m_tray->setVisible(available);
+    QApplication::setQuitOnLastWindowClosed(!available);
 }
 
 CVAppDelegate::~CVAppDelegate()
@@ -70,7 +88,11 @@ void CVAppDelegate::buildShellMenus()
         QAction* preferences =
             edit->addAction(QIcon::fromTheme(u"preferences-system"_s), tr("&Preferences…"), this,
                             &CVAppDelegate::showPreferences);
-        preferences->setShortcut(QKeySequence::Preferences);
+        // Most Linux desktops define no standard key for it; Ctrl+, is the common one.
+        QList<QKeySequence> keys = QKeySequence::keyBindings(QKeySequence::Preferences);
+        if (keys.isEmpty())
+            keys.append(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+        preferences->setShortcuts(keys);
         preferences->setMenuRole(QAction::PreferencesRole);
     }
     m_helpMenu = bar->addMenu(tr("&Help"));
@@ -81,6 +103,24 @@ void CVAppDelegate::buildShellMenus()
     m_checkForUpdatesMenuItem =
         m_helpMenu->addAction(tr("Check for Updates…"), m_updater, &SUUpdater::checkForUpdates);
     m_checkForUpdatesMenuItem->setVisible(false);
+    m_helpMenu->addSeparator();
+    m_aboutMenuItem = m_helpMenu->addAction(QIcon::fromTheme(u"help-about"_s), tr("&About Corvina"),
+                                            this, &CVAppDelegate::showAbout);
+    m_aboutMenuItem->setMenuRole(QAction::AboutRole);
+}
+
+QString CVAppDelegate::aboutText()
+{
+    return tr("<h3>Corvina %1</h3>"
+              "<p>Watches the network connections of this computer.</p>"
+              "<p>Copyright © Brindle Labs. Proprietary software: all rights reserved.</p>"
+              "<p><a href=\"%2\">%2</a></p>")
+        .arg(QStringLiteral(CORVINA_VERSION), OVModule::kHomePage);
+}
+
+void CVAppDelegate::showAbout()
+{
+    QMessageBox::about(m_window.get(), tr("About Corvina"), aboutText());
 }
 
 void CVAppDelegate::applicationDidFinishLaunching()
@@ -91,9 +131,12 @@ void CVAppDelegate::applicationDidFinishLaunching()
 
 void CVAppDelegate::showPreferences()
 {
-    if (!m_preferencesController)
-        m_preferencesController = new CVPreferencesController(
-            m_prefs, tableHeaderMenu(), CVPreferencesController::defaultServices());
+    if (!m_preferencesController) {
+        CVPreferencesController::Services services = CVPreferencesController::defaultServices();
+        services.listedApplications = [this] { return listedApplications(); };
+        m_preferencesController =
+            new CVPreferencesController(m_prefs, tableHeaderMenu(), std::move(services));
+    }
     m_preferencesController->show();
     m_preferencesController->raise();
     m_preferencesController->activateWindow();
@@ -102,6 +145,23 @@ void CVAppDelegate::showPreferences()
 void CVAppDelegate::showHelp()
 {
     CVShowHelpWindowController::showHelp();
+}
+
+QList<PreferencesServices::ApplicationChoice> CVAppDelegate::listedApplications() const
+{
+    QList<PreferencesServices::ApplicationChoice> choices;
+    QSet<QString> seen;
+    for (const LsofItemPtr& item : m_window->originalItems()) {
+        const QString path = item->processPath();
+        if (path.isEmpty() || seen.contains(path))
+            continue;
+        seen.insert(path);
+        choices.append({item->localizedAppName(), path, item->processIcon()});
+    }
+    std::sort(choices.begin(), choices.end(), [](const auto& a, const auto& b) {
+        return a.name.compare(b.name, Qt::CaseInsensitive) < 0;
+    });
+    return choices;
 }
 
 QMenu* CVAppDelegate::tableHeaderMenu() const
@@ -133,8 +193,17 @@ void CVAppDelegate::showMainWindow()
 
 void CVAppDelegate::closeMainWindow()
 {
-    if (m_tray && m_tray->isVisible())
-        m_window->hide();
-    else
+    if (!m_tray || !m_tray->isVisible()) {
         m_window->showMinimized();
+        return;
+    }
+    m_window->hide();
+    UserDefaults& defaults = m_prefs.defaultsStore();
+    if (defaults.boolForKey(kTrayNoticeShownKey))
+        return;
+    defaults.setBool(kTrayNoticeShownKey, true);
+    m_notifier->deliverMessage(tr("Corvina keeps running"),
+                               tr("Corvina goes on watching connections from its icon in the "
+                                  "tray. To end it, choose Quit from that icon's menu or from "
+                                  "the File menu."));
 }

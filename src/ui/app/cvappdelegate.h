@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/prefs/preferencesservices.h"
+
 #include <QObject>
 
 #include <functional>
@@ -38,13 +40,24 @@ public:
     // One preferences window for the run, made on first use.
     void showPreferences();
     void showHelp();
+    void showAbout();
+    // The About box's text: version, licence and the project's address.
+    static QString aboutText();
     CVPreferencesController* preferencesController() const { return m_preferencesController; }
     QMenu* helpMenu() const { return m_helpMenu; }
     QAction* checkForUpdatesMenuItem() const { return m_checkForUpdatesMenuItem; }
+    QAction* aboutMenuItem() const { return m_aboutMenuItem; }
+    QSystemTrayIcon* trayIcon() const { return m_tray; }
+    DesktopNotifier* notifier() const { return m_notifier; }
+
+    // Hides the window to the tray when there is one; the first time, says so.
+    void closeMainWindow();
 
 private:
-    void closeMainWindow();
     void buildShellMenus();
+    void buildTray();
+    // The programs of the listed connections, for the exclusion list's "Add" menu.
+    QList<PreferencesServices::ApplicationChoice> listedApplications() const;
 
     std::unique_ptr<CVWindowController> m_window;
     QSystemTrayIcon* m_tray = nullptr;
@@ -55,4 +68,5 @@ private:
     SUUpdater* m_updater = nullptr;
     QMenu* m_helpMenu = nullptr;
     QAction* m_checkForUpdatesMenuItem = nullptr;
+    QAction* m_aboutMenuItem = nullptr;
 };

@@ -3,7 +3,9 @@
 #include "ui/window/desktopactions.h"
 
 #include <QCloseEvent>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QPushButton>
 #include <QVBoxLayout>
 
 #ifdef CORVINA_HAVE_WEBENGINE
@@ -39,10 +41,15 @@ CVShowIPInfoController::CVShowIPInfoController() : QWidget(nullptr, Qt::Window)
     m_link->setTextFormat(Qt::RichText);
     m_link->setTextInteractionFlags(Qt::TextBrowserInteraction);
     m_link->setWordWrap(true);
+    m_link->setAlignment(Qt::AlignLeft | Qt::AlignTop);
     connect(m_link, &QLabel::linkActivated, this,
             [](const QString& link) { DesktopActions::openUrl(QUrl(link)); });
-    layout->addWidget(m_link);
-    resize(480, 120);
+    auto* close = new QPushButton(tr("Close"), this);
+    connect(close, &QPushButton::clicked, this, &QWidget::close);
+    layout->setContentsMargins(16, 16, 16, 12);
+    layout->addWidget(m_link, 1);
+    layout->addWidget(close, 0, Qt::AlignRight);
+    resize(560, 200);
 #endif
     sharedInstance() = this;
 }
@@ -64,7 +71,7 @@ QUrl CVShowIPInfoController::urlForAddress(const QString& address)
     return QUrl(kIPInfoService + u"/?IP="_s + address, QUrl::TolerantMode);
 }
 
-void CVShowIPInfoController::showIPInfo(const QString& address)
+bool CVShowIPInfoController::showIPInfo(const QString& address)
 {
     CVShowIPInfoController* controller = sharedInstance();
     if (!controller)
@@ -72,21 +79,39 @@ void CVShowIPInfoController::showIPInfo(const QString& address)
     controller->show();
     controller->raise();
     controller->activateWindow();
-    controller->showIPInfoForAddress(address);
+    return controller->showIPInfoForAddress(address);
 }
 
-void CVShowIPInfoController::showIPInfoForAddress(const QString& address)
+bool CVShowIPInfoController::showIPInfoForAddress(const QString& address)
 {
     m_url = urlForAddress(address);
     setWindowTitle(tr("IP Information: %1").arg(address));
 #ifdef CORVINA_HAVE_WEBENGINE
     m_webView->load(m_url);
+    return true;
 #else
-    m_link->setText(
-        tr("The information page for %1 opens in your web browser:<br><a href=\"%2\">%2</a>")
-            .arg(address.toHtmlEscaped(), m_url.toString().toHtmlEscaped()));
-    DesktopActions::openUrl(m_url);
+    const QString link = m_url.toString().toHtmlEscaped();
+    if (DesktopActions::openUrl(m_url)) {
+        m_link->setText(tr("The information page for %1 opens in your web browser:<br><br>"
+                           "<a href=\"%2\">%2</a>")
+                            .arg(address.toHtmlEscaped(), link));
+        return true;
+    }
+    m_link->setText(tr("No web browser could be started for the information page of %1. "
+                       "Open this address yourself:<br><br><a href=\"%2\">%2</a>")
+                        .arg(address.toHtmlEscaped(), link));
+    return false;
 #endif
+}
+
+void CVShowIPInfoController::keyPressEvent(QKeyEvent* event)
+{
+    // A small window of information: Escape puts it away, as it would a dialog.
+    if (event->matches(QKeySequence::Cancel)) {
+        close();
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void CVShowIPInfoController::closeEvent(QCloseEvent* event)

@@ -15,7 +15,8 @@ class QWebEngineView;
 class CVShowIPInfoController final : public QWidget {
     Q_OBJECT
 public:
-    static void showIPInfo(const QString& address);
+    // False when the page was to open in a browser and none could be started.
+    static bool showIPInfo(const QString& address);
     // The open window, or null.
     static CVShowIPInfoController* sharedController();
     static QUrl urlForAddress(const QString& address);
@@ -23,11 +24,12 @@ public:
     ~CVShowIPInfoController() override;
     Q_DISABLE_COPY_MOVE(CVShowIPInfoController)
 
-    void showIPInfoForAddress(const QString& address);
+    bool showIPInfoForAddress(const QString& address);
     QUrl currentUrl() const { return m_url; }
 
 protected:
     void closeEvent(QCloseEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
 
 private:
     CVShowIPInfoController();

@@ -3,6 +3,7 @@
 #include "cli/commandline.h"
 #include "cvappdelegate.h"
 #include "prefs/cvprefshelper.h"
+#include "singleinstance.h"
 #include "snapshot/lsofsnapshotworker.h"
 
 #include <QApplication>
@@ -66,6 +67,11 @@ int main(int argc, char* argv[])
 
     QApplication app(argc, argv);
     setApplicationNames();
+    // A second start brings the running window forward instead of watching twice.
+    SingleInstance instance;
+    if (instance.activateRunningInstance())
+        return 0;
+    instance.listen();
     QGuiApplication::setDesktopFileName(u"com.brindle.Corvina"_s);
     if (QIcon::themeName().isEmpty() || QIcon::themeName() == u"hicolor"_s)
         QIcon::setThemeName(u"Adwaita"_s);
@@ -87,6 +93,8 @@ int main(int argc, char* argv[])
     fetcher.setRoads(AcquisitionRoads::system(helper));
     LsofSnapshotWorker source(fetcher);
     CVAppDelegate delegate(source, prefs);
+    QObject::connect(&instance, &SingleInstance::activationRequested, &delegate,
+                     &CVAppDelegate::showMainWindow);
     // Announcements are assembled on the acquisition thread; notifications go from this one.
     reporter.setAnnouncementSink([&delegate](const ChangeReporter::Announcement& announcement) {
         QMetaObject::invokeMethod(

@@ -74,16 +74,16 @@ QUrl OVModule::escapedURL(const QString& text)
     return QUrl::fromEncoded(escaped, QUrl::StrictMode);
 }
 
-void OVModule::openURL(const QString& text)
+bool OVModule::openURL(const QString& text)
 {
     const QUrl url = escapedURL(text);
-    if (m_opener)
-        m_opener(url);
-    else
-        QDesktopServices::openUrl(url);
+    const bool opened = m_opener ? m_opener(url) : QDesktopServices::openUrl(url);
+    if (!opened)
+        Q_EMIT openFailed(url);
+    return opened;
 }
 
-void OVModule::setUrlOpener(std::function<void(const QUrl&)> opener)
+void OVModule::setUrlOpener(std::function<bool(const QUrl&)> opener)
 {
     m_opener = std::move(opener);
 }

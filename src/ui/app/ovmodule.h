@@ -51,11 +51,12 @@ public:
     // Inserts the maker's entries at the top of `helpMenu`, above its own items.
     void setupHelpMenu(QMenu* helpMenu);
 
-    // The whole text percent-escaped once, then opened with the user's default handler.
-    void openURL(const QString& text);
+    // The whole text percent-escaped once, then opened with the user's default handler. False,
+    // and openFailed(), when no program could be started for it.
+    bool openURL(const QString& text);
     static QUrl escapedURL(const QString& text);
     // Tests collect the addresses instead of starting programs; empty restores the desktop.
-    void setUrlOpener(std::function<void(const QUrl&)> opener);
+    void setUrlOpener(std::function<bool(const QUrl&)> opener);
 
     QString feedbackMailText() const;
     void openAppStoreURL();
@@ -65,7 +66,10 @@ public:
     void visitOrvanecom();
     void followUsOnTwitter();
 
+Q_SIGNALS:
+    void openFailed(const QUrl& url);
+
 private:
     BundleInfo m_info;
-    std::function<void(const QUrl&)> m_opener;
+    std::function<bool(const QUrl&)> m_opener;
 };

@@ -4,23 +4,18 @@
 #include "colorwell.h"
 #include "cvpreferencescolumnsdatasource.h"
 #include "cvpreferencesexcludeappsdatasource.h"
+#include "excludedappspane.h"
 #include "filterprofiletablemodel.h"
-#include "helper/cvhelperutility.h"
 #include "persistence/sqliteerror.h"
 #include "prefs/cvfilterprofileinfo.h"
 #include "prefs/cvprefshelper.h"
 #include "prefs/userdefaults.h"
-#include "ui/app/cvshowhelpwindowcontroller.h"
-#include "ui/window/desktopactions.h"
 
 #include <QCheckBox>
-#include <QColorDialog>
 #include <QComboBox>
-#include <QDesktopServices>
 #include <QDialogButtonBox>
 #include <QDir>
 #include <QEvent>
-#include <QFileDialog>
 #include <QFileInfo>
 #include <QFormLayout>
 #include <QGroupBox>
@@ -29,12 +24,10 @@
 #include <QLabel>
 #include <QListView>
 #include <QListWidget>
-#include <QMessageBox>
 #include <QPushButton>
 #include <QSpinBox>
 #include <QStackedWidget>
 #include <QTableView>
-#include <QUrl>
 #include <QVBoxLayout>
 
 using namespace Qt::StringLiterals;
@@ -70,6 +63,15 @@ RgbaColor toRgba(const QColor& color)
                      quint8(rgb.alpha())};
 }
 
+QString periodTitle(qint64 seconds)
+{
+    if (seconds < 1)
+        return CVPreferencesController::tr("Off");
+    if (seconds == 1)
+        return CVPreferencesController::tr("Every second");
+    return CVPreferencesController::tr("Every %1 seconds").arg(seconds);
+}
+
 QLabel* hint(const QString& text)
 {
     auto* label = new QLabel(text);
@@ -82,45 +84,7 @@ QLabel* hint(const QString& text)
 
 CVPreferencesController::Services CVPreferencesController::defaultServices()
 {
-    Services services;
-    services.checkHelperInstalled = [] {
-        return CVHelperUtility::sharedUtility()->checkHelperInstalled();
-    };
-    services.installHelper = [] { return CVHelperUtility::sharedUtility()->installHelper(); };
-    services.alert = [](QWidget* parent, const QString& title, const QString& message) {
-        QMessageBox box(parent);
-        box.setWindowTitle(title);
-        box.setText(title);
-        // Shown as it stands: nothing in the text is taken for markup.
-        box.setTextFormat(Qt::PlainText);
-        box.setInformativeText(message);
-        box.addButton(tr("OK"), QMessageBox::AcceptRole);
-        box.exec();
-    };
-    services.chooseApplication = [](QWidget* parent, const QString& title) {
-        QFileDialog dialog(parent, title, u"/usr/bin"_s);
-        dialog.setFileMode(QFileDialog::ExistingFile);
-        dialog.setAcceptMode(QFileDialog::AcceptOpen);
-        if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
-            return QString();
-        return dialog.selectedFiles().constFirst();
-    };
-    services.chooseColor = [](QWidget* parent, const QColor& initial,
-                              const QString& title) -> std::optional<QColor> {
-        const QColor color =
-            QColorDialog::getColor(initial, parent, title, QColorDialog::ShowAlphaChannel);
-        if (!color.isValid())
-            return std::nullopt;
-        return color;
-    };
-    services.revealFile = [](const QString& path) {
-        return DesktopActions::showInFileManager(path);
-    };
-    services.openFolder = [](const QString& folder) {
-        return QDesktopServices::openUrl(QUrl::fromLocalFile(folder));
-    };
-    services.showHelp = [] { CVShowHelpWindowController::showHelp(); };
-    return services;
+    return PreferencesServices::desktop();
 }
 
 CVPreferencesController::CVPreferencesController(CVPrefsHelper& prefs, QMenu* tableHeaderMenu,
@@ -148,7 +112,17 @@ CVPreferencesController::CVPreferencesController(CVPrefsHelper& prefs, QMenu* ta
             {u"preferences-desktop-notification"_s, u"preferences-system-notifications"_s,
              u"dialog-information"_s},
             tr("Notifications and Logging"));
-    addPane(buildExcludedAppsPane(), {u"preferences-desktop-apps"_s, u"application-x-executable"_s},
+    m_excludedAppsPane = new ExcludedAppsPane(*m_excludeApps, [this] {
+        return m_services.listedApplications ? m_services.listedApplications()
+                                             : QList<PreferencesServices::ApplicationChoice>();
+    });
+    connect(m_excludedAppsPane, &ExcludedAppsPane::applicationChosen, this,
+            [this](const QString& path) { m_prefs.addExcludeAppForGrowNotification(path); });
+    connect(m_excludedAppsPane, &ExcludedAppsPane::chooseProgramRequested, this,
+            &CVPreferencesController::addExcludeAppForGrowl);
+    connect(m_excludedAppsPane, &ExcludedAppsPane::removeRequested, this,
+            &CVPreferencesController::removeExcludeAppForGrowl);
+    addPane(m_excludedAppsPane, {u"preferences-desktop-apps"_s, u"application-x-executable"_s},
             tr("Excluded Applications"));
     addPane(buildColumnsPane(), {u"view-list-details"_s, u"x-office-spreadsheet"_s}, tr("Columns"));
     addPane(buildSavedSearchesPane(), {u"edit-find"_s, u"system-search"_s}, tr("Saved Searches"));
@@ -197,6 +171,11 @@ void CVPreferencesController::addPane(QWidget* pane, const QStringList& iconName
     m_panes->addWidget(pane);
 }
 
+QListView* CVPreferencesController::excludeAppsView() const
+{
+    return m_excludedAppsPane->view();
+}
+
 void CVPreferencesController::setTableHeaderMenu(QMenu* menu)
 {
     m_columns->setTableHeaderMenu(menu);
@@ -218,8 +197,7 @@ QWidget* CVPreferencesController::buildGeneralPane()
     auto* refresh = new QGroupBox(tr("Refresh"));
     m_refreshButton = new QComboBox;
     for (const int seconds : kRefreshPeriods)
-        m_refreshButton->addItem(
-            seconds == 0 ? tr("Off") : tr("Every %n second(s)", nullptr, seconds), seconds);
+        m_refreshButton->addItem(periodTitle(seconds), seconds);
     connect(m_refreshButton, &QComboBox::activated, this, [this](int index) {
         m_prefs.defaultsStore().setInteger(PrefKeys::AutoRefreshSetting,
                                            m_refreshButton->itemData(index).toLongLong());
@@ -375,39 +353,6 @@ QWidget* CVPreferencesController::buildNotificationsPane()
     return pane;
 }
 
-QWidget* CVPreferencesController::buildExcludedAppsPane()
-{
-    auto* pane = new QGroupBox(tr("Applications Left Out of Notifications"));
-    m_excludeAppsView = new QListView;
-    m_excludeAppsView->setModel(m_excludeApps);
-    m_excludeAppsView->setIconSize(QSize(24, 24));
-    m_excludeAppsView->setUniformItemSizes(true);
-    m_excludeAppsView->setTextElideMode(Qt::ElideMiddle);
-    m_excludeApps->setSelectionModel(m_excludeAppsView->selectionModel());
-
-    auto* add = new QPushButton(QIcon::fromTheme(u"list-add"_s), tr("Add…"));
-    auto* remove = new QPushButton(QIcon::fromTheme(u"list-remove"_s), tr("Remove"));
-    m_removeAppButton = remove;
-    connect(add, &QPushButton::clicked, this, &CVPreferencesController::addExcludeAppForGrowl);
-    connect(remove, &QPushButton::clicked, this,
-            &CVPreferencesController::removeExcludeAppForGrowl);
-    connect(m_excludeAppsView->selectionModel(), &QItemSelectionModel::selectionChanged, this,
-            &CVPreferencesController::updateButtons);
-    connect(m_excludeApps, &QAbstractItemModel::modelReset, this,
-            &CVPreferencesController::updateButtons);
-    auto* buttons = new QHBoxLayout;
-    buttons->addWidget(add);
-    buttons->addWidget(remove);
-    buttons->addStretch(1);
-
-    auto* layout = new QVBoxLayout(pane);
-    layout->addWidget(hint(tr("Connections of these programs are still listed and logged, but "
-                              "raise no desktop notification.")));
-    layout->addWidget(m_excludeAppsView, 1);
-    layout->addLayout(buttons);
-    return pane;
-}
-
 QWidget* CVPreferencesController::buildColumnsPane()
 {
     auto* pane = new QWidget;
@@ -468,7 +413,7 @@ void CVPreferencesController::readSettings()
     int index = m_refreshButton->findData(qMax<qint64>(0, period));
     if (index < 0) {
         // A period set elsewhere (the command line) that the list does not offer.
-        m_refreshButton->addItem(tr("Every %n second(s)", nullptr, int(period)), period);
+        m_refreshButton->addItem(periodTitle(period), period);
         index = m_refreshButton->count() - 1;
     }
     m_refreshButton->setCurrentIndex(index);
@@ -490,7 +435,6 @@ void CVPreferencesController::readSettings()
 
 void CVPreferencesController::updateButtons()
 {
-    m_removeAppButton->setEnabled(m_excludeAppsView->selectionModel()->hasSelection());
     m_deleteProfileButton->setEnabled(m_profileView->selectionModel()->hasSelection());
 }
 

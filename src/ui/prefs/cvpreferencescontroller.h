@@ -1,16 +1,15 @@
 #pragma once
 
-#include <QColor>
+#include "preferencesservices.h"
+
 #include <QDialog>
 #include <QHash>
-
-#include <functional>
-#include <optional>
 
 class CVPrefsHelper;
 class CVPreferencesColumnsDataSource;
 class CVPreferencesExcludeAppsDataSource;
 class ColorWell;
+class ExcludedAppsPane;
 class FilterProfileTableModel;
 class QAbstractButton;
 class QCheckBox;
@@ -31,22 +30,7 @@ class CVPreferencesController final : public QDialog {
     Q_DISABLE_COPY_MOVE(CVPreferencesController)
 
 public:
-    // What the window asks of the desktop and of the helper; tests replace them.
-    struct Services {
-        std::function<bool()> checkHelperInstalled;
-        std::function<bool()> installHelper;
-        // A modal message with the one button "OK".
-        std::function<void(QWidget* parent, const QString& title, const QString& message)> alert;
-        // A program chosen by the user; empty when cancelled.
-        std::function<QString(QWidget* parent, const QString& title)> chooseApplication;
-        std::function<std::optional<QColor>(QWidget* parent, const QColor& initial,
-                                            const QString& title)>
-            chooseColor;
-        // Shows the file selected in the file manager; false when that failed.
-        std::function<bool(const QString& path)> revealFile;
-        std::function<bool(const QString& folder)> openFolder;
-        std::function<void()> showHelp;
-    };
+    using Services = PreferencesServices;
     static Services defaultServices();
 
     enum Pane {
@@ -67,6 +51,7 @@ public:
     void showPane(Pane pane);
     Pane currentPane() const;
 
+    // The file chooser's road to the exclusion list.
     void addExcludeAppForGrowl();
     void removeExcludeAppForGrowl();
     // Font size and the five colours go back to their defaults; nothing else changes.
@@ -85,7 +70,8 @@ public:
     CVPreferencesExcludeAppsDataSource* excludeAppsDataSource() const { return m_excludeApps; }
     CVPreferencesColumnsDataSource* columnsDataSource() const { return m_columns; }
     FilterProfileTableModel* filterProfileArrayController() const { return m_profiles; }
-    QListView* excludeAppsView() const { return m_excludeAppsView; }
+    QListView* excludeAppsView() const;
+    ExcludedAppsPane* excludedAppsPane() const { return m_excludedAppsPane; }
     QListView* columnsView() const { return m_columnsView; }
     QTableView* filterProfileView() const { return m_profileView; }
     QGroupBox* helperToolBox() const { return m_helperToolBox; }
@@ -103,7 +89,6 @@ private:
     QWidget* buildGeneralPane();
     QWidget* buildAppearancePane();
     QWidget* buildNotificationsPane();
-    QWidget* buildExcludedAppsPane();
     QWidget* buildColumnsPane();
     QWidget* buildSavedSearchesPane();
     void addPane(QWidget* pane, const QStringList& iconNames, const QString& title);
@@ -125,8 +110,7 @@ private:
     QHash<QString, ColorWell*> m_colorWells;
     QHash<QString, QCheckBox*> m_switches;
     QLabel* m_logFolderLabel = nullptr;
-    QListView* m_excludeAppsView = nullptr;
-    QAbstractButton* m_removeAppButton = nullptr;
+    ExcludedAppsPane* m_excludedAppsPane = nullptr;
     QListView* m_columnsView = nullptr;
     QTableView* m_profileView = nullptr;
     QAbstractButton* m_deleteProfileButton = nullptr;

@@ -1,9 +1,15 @@
 #include "filterprofiletablemodel.h"
 
+#include "filter/predicate.h"
 #include "persistence/sqliteerror.h"
 #include "persistence/sqlitestatement.h"
 #include "prefs/cvfilterprofileinfo.h"
 #include "prefs/cvprefshelper.h"
+
+#include <QApplication>
+#include <QColor>
+#include <QIcon>
+#include <QStyle>
 
 #include <sqlite3.h>
 
@@ -67,10 +73,37 @@ QVariant FilterProfileTableModel::data(const QModelIndex& index, int role) const
 {
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
-    if (role != Qt::DisplayRole && role != Qt::EditRole && role != Qt::ToolTipRole)
-        return {};
     const CVFilterProfileInfo& profile = *m_profiles.at(index.row());
-    return index.column() == NameColumn ? profile.profileName() : profile.searchExpression();
+    const QString text =
+        index.column() == NameColumn ? profile.profileName() : profile.searchExpression();
+    // A stored expression that does not parse would show every connection: it is marked.
+    const QString problem =
+        index.column() == ExpressionColumn ? expressionProblem(text) : QString();
+    switch (role) {
+    case Qt::DisplayRole:
+    case Qt::EditRole:
+        return text;
+    case Qt::ToolTipRole:
+        return problem.isEmpty() ? text : text + u"\n\n"_s + problem;
+    case Qt::DecorationRole:
+        if (problem.isEmpty())
+            return {};
+        return QIcon::fromTheme(u"dialog-warning"_s,
+                                QApplication::style()->standardIcon(QStyle::SP_MessageBoxWarning));
+    case Qt::ForegroundRole:
+        return problem.isEmpty() ? QVariant() : QVariant(QColor(0xb3, 0x26, 0x1e));
+    default:
+        return {};
+    }
+}
+
+QString FilterProfileTableModel::expressionProblem(const QString& expression)
+{
+    const auto parsed = Predicate::parse(expression);
+    if (const auto* error = std::get_if<PredicateError>(&parsed))
+        return tr("Not a valid search expression, so choosing it shows every connection: %1")
+            .arg(error->toString());
+    return {};
 }
 
 QVariant FilterProfileTableModel::headerData(int section, Qt::Orientation orientation,

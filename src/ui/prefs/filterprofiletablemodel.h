@@ -9,7 +9,8 @@ class CVPrefsHelper;
 
 // The saved searches as an editable table of name and expression, over the list the settings
 // object keeps. An edit is stored at once through the record's key-value path; when the database
-// does not take it, the row keeps its stored value and editFailed() says why.
+// does not take it, the row keeps its stored value and editFailed() says why. An expression
+// that does not parse is marked with a warning and its tooltip gives the parser's message.
 class FilterProfileTableModel final : public QAbstractTableModel {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(FilterProfileTableModel)
@@ -20,6 +21,8 @@ public:
     explicit FilterProfileTableModel(CVPrefsHelper& prefs, QObject* parent = nullptr);
 
     std::shared_ptr<CVFilterProfileInfo> profileAt(int row) const;
+    // Why a stored expression does not parse, or empty.
+    static QString expressionProblem(const QString& expression);
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;

@@ -8,26 +8,6 @@
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-double relativeLuminance(const QColor& color)
-{
-    auto channel = [](double c) {
-        return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
-    };
-    return 0.2126 * channel(color.redF()) + 0.7152 * channel(color.greenF()) +
-           0.0722 * channel(color.blueF());
-}
-
-double contrastRatio(const QColor& a, const QColor& b)
-{
-    const double la = relativeLuminance(a);
-    const double lb = relativeLuminance(b);
-    return (std::max(la, lb) + 0.05) / (std::min(la, lb) + 0.05);
-}
-
-} // namespace
-
 ConnectionTableModel::ConnectionTableModel(QObject* parent) : QAbstractTableModel(parent) {}
 
 LsofItem::Key ConnectionTableModel::columnKey(int column)
@@ -51,6 +31,19 @@ int ConnectionTableModel::applicationColumn()
         return -1;
     }();
     return column;
+}
+
+bool ConnectionTableModel::isBuiltInColumn(int column)
+{
+    switch (columnKey(column)) {
+    case LsofItem::Key::type:
+    case LsofItem::Key::fileDescriptor:
+    case LsofItem::Key::device:
+    case LsofItem::Key::processPath:
+        return false;
+    default:
+        return true;
+    }
 }
 
 void ConnectionTableModel::setItems(const LsofItemList& items)
@@ -128,17 +121,6 @@ QColor ConnectionTableModel::backgroundForStatus(qint32 status) const
     }
 }
 
-QColor ConnectionTableModel::legibleTextColor(const QColor& text, const QColor& background)
-{
-    constexpr double minimumContrast = 3.0;
-    if (!text.isValid() || !background.isValid() || background.alpha() < 128 ||
-        contrastRatio(text, background) >= minimumContrast)
-        return text;
-    const QColor black(Qt::black);
-    const QColor white(Qt::white);
-    return contrastRatio(black, background) >= contrastRatio(white, background) ? black : white;
-}
-
 int ConnectionTableModel::rowCount(const QModelIndex& parent) const
 {
     return parent.isValid() ? 0 : int(m_items.size());
@@ -175,7 +157,7 @@ QVariant ConnectionTableModel::data(const QModelIndex& index, int role) const
     case Qt::BackgroundRole:
         return backgroundForStatus(item.status());
     case Qt::ForegroundRole:
-        return legibleTextColor(m_colors.text, backgroundForStatus(item.status()));
+        return m_colors.text;
     case Qt::DecorationRole:
         if (column.key == LsofItem::Key::localizedAppName)
             return iconForItem(item);
@@ -195,6 +177,9 @@ QVariant ConnectionTableModel::headerData(int section, Qt::Orientation orientati
         return {};
     if (role == Qt::DisplayRole)
         return columnTitle(section);
+    // Numbers are right-aligned in their cells; their titles stand over them.
+    if (role == Qt::TextAlignmentRole && itemColumns().at(section).numeric)
+        return QVariant::fromValue(Qt::AlignRight | Qt::AlignVCenter);
     return {};
 }
 

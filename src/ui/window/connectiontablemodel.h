@@ -35,6 +35,9 @@ public:
     static LsofItem::Key columnKey(int column);
     static QString columnTitle(int column);
     static int applicationColumn();
+    // Whether a fresh window shows the column: all but "Type", "FD", "Device" and "Path",
+    // which the column menu offers.
+    static bool isBuiltInColumn(int column);
 
     // Replaces the rows. When the new list holds the very same objects in the same order,
     // only the rows whose status, state or host name changed are repainted.
@@ -44,9 +47,6 @@ public:
     void setColors(const Colors& colors);
     const Colors& colors() const { return m_colors; }
     QColor backgroundForStatus(qint32 status) const;
-    // The configured text colour, unless it would vanish on the row's background (black on
-    // the default red, white on yellow); then black or white, whichever reads better.
-    static QColor legibleTextColor(const QColor& text, const QColor& background);
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;

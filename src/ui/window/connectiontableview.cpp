@@ -5,6 +5,7 @@
 #include <QContextMenuEvent>
 #include <QHeaderView>
 #include <QItemSelection>
+#include <QKeyEvent>
 #include <QMouseEvent>
 
 #include <algorithm>
@@ -36,6 +37,7 @@ void ConnectionTableView::setClickedCell(int row, int column)
 {
     m_clickedRow = row;
     m_clickedColumn = column;
+    Q_EMIT cellClicked(row, column);
 }
 
 QList<int> ConnectionTableView::selectedRowNumbers() const
@@ -85,6 +87,9 @@ void ConnectionTableView::mousePressEvent(QMouseEvent* event)
     const QModelIndex index = indexAt(event->position().toPoint());
     setClickedCell(index.isValid() ? index.row() : -1, index.isValid() ? index.column() : -1);
     if (event->button() == Qt::RightButton) {
+        if (index.isValid() && !selectionModel()->isRowSelected(index.row()))
+            selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect |
+                                                         QItemSelectionModel::Rows);
         event->accept();
         return;
     }
@@ -93,15 +98,31 @@ void ConnectionTableView::mousePressEvent(QMouseEvent* event)
 
 void ConnectionTableView::contextMenuEvent(QContextMenuEvent* event)
 {
-    QPoint globalPos = event->globalPos();
-    if (event->reason() != QContextMenuEvent::Mouse) {
-        // From the keyboard the menu acts on the current row.
-        const QModelIndex current = currentIndex();
-        setClickedCell(current.isValid() ? current.row() : -1,
-                       current.isValid() ? current.column() : -1);
-        if (current.isValid())
-            globalPos = viewport()->mapToGlobal(visualRect(current).center());
-    }
     event->accept();
-    Q_EMIT contextMenuWanted(globalPos);
+    if (event->reason() == QContextMenuEvent::Mouse)
+        Q_EMIT contextMenuWanted(event->globalPos());
+    else
+        openMenuForCurrentRow();
+}
+
+void ConnectionTableView::keyPressEvent(QKeyEvent* event)
+{
+    const bool shiftF10 = event->key() == Qt::Key_F10 && event->modifiers() == Qt::ShiftModifier;
+    if (shiftF10 || event->key() == Qt::Key_Menu) {
+        event->accept();
+        openMenuForCurrentRow();
+        return;
+    }
+    QTableView::keyPressEvent(event);
+}
+
+void ConnectionTableView::openMenuForCurrentRow()
+{
+    QModelIndex current = currentIndex();
+    if (!current.isValid() && !selectedRowNumbers().isEmpty())
+        current = model()->index(selectedRowNumbers().constFirst(), 0);
+    setClickedCell(current.isValid() ? current.row() : -1,
+                   current.isValid() ? current.column() : -1);
+    const QPoint local = current.isValid() ? visualRect(current).center() : QPoint(0, 0);
+    Q_EMIT contextMenuWanted(viewport()->mapToGlobal(local));
 }

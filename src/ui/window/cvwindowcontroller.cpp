@@ -1,16 +1,18 @@
 #include "cvwindowcontroller.h"
 
+#include "columnlayout.h"
 #include "connectiontablemodel.h"
 #include "connectiontableview.h"
-#include "desktopactions.h"
 #include "filter/itemfilter.h"
+#include "helper/cvhelperutility.h"
 #include "imageandtextcell.h"
 #include "maintoolbar.h"
+#include "ownprocessesbar.h"
 #include "persistence/sqliteerror.h"
 #include "prefs/cvfilterprofileinfo.h"
 #include "prefs/cvprefshelper.h"
 #include "prefs/userdefaults.h"
-#include "savesearchdialog.h"
+#include "savedsearches.h"
 #include "searchfield.h"
 #include "segmentedcontrol.h"
 #include "snapshot/hostnameresolver.h"
@@ -18,22 +20,21 @@
 #include "tablecolumnsmenu.h"
 #include "textcell.h"
 #include "toolbarstate.h"
-#include "ui/app/cvshowipinfocontroller.h"
+#include "windowstatus.h"
 
-#include <QClipboard>
 #include <QCloseEvent>
 #include <QComboBox>
-#include <QGuiApplication>
+#include <QCoreApplication>
 #include <QHeaderView>
-#include <QLabel>
 #include <QMenu>
 #include <QMenuBar>
 #include <QMessageBox>
+#include <QScreen>
 #include <QSet>
 #include <QStatusBar>
 #include <QThreadPool>
 #include <QTimer>
-#include <QToolBar>
+#include <QVBoxLayout>
 
 #include <unistd.h>
 
@@ -41,11 +42,10 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Window state of ours, apart from the settings the description names.
+// Window state of ours, kept apart from the settings the preferences edit.
 const QString kGeometryKey = u"MainWindow/Geometry"_s;
-const QString kColumnWidthsKey = u"MainWindow/ColumnWidths"_s;
-const QString kSortKey = u"MainWindow/Sort"_s;
 constexpr qsizetype kImmediateFilterRows = 2000;
+constexpr int kStatusMessageMs = 8000;
 
 QColor toQColor(const std::optional<RgbaColor>& color, const QColor& fallback)
 {
@@ -56,38 +56,32 @@ QColor toQColor(const std::optional<RgbaColor>& color, const QColor& fallback)
 
 CVWindowController::CVWindowController(SnapshotSource& source, CVPrefsHelper& prefs,
                                        QWidget* parent)
-    : QMainWindow(parent), m_source(source), m_prefs(prefs)
+    : QMainWindow(parent), m_source(source), m_prefs(prefs), m_privileged(geteuid() == 0)
 {
     setWindowTitle(tr("Corvina"));
     setWindowIcon(QIcon::fromTheme(u"network-workgroup"_s, QIcon::fromTheme(u"network-wired"_s)));
     connect(&m_prefs, &CVPrefsHelper::filterProfilesChanged, this,
             &CVWindowController::filterProfilesChanged);
     connect(&m_source, &SnapshotSource::snapshotReady, this, &CVWindowController::applySnapshot);
-    m_confirmTerminate = [this](const QString& appName) {
-        QMessageBox box(QMessageBox::Question, tr("Terminate Application"),
-                        tr("Terminate Application"), QMessageBox::Ok | QMessageBox::Cancel, this);
-        box.setInformativeText(tr("Terminate application \"%1\"?").arg(appName));
-        box.setDefaultButton(QMessageBox::Ok);
-        return box.exec() == QMessageBox::Ok;
-    };
     m_showError = [this](const QString& message) {
         QMessageBox::warning(this, tr("Corvina"), message);
     };
 
     buildTable();
     buildToolbar();
-    buildContextMenu();
     buildMenus();
 
     // Set-up proper, in the order the window depends on.
-    m_excludeAction->setVisible(false);
+    m_rows->excludeFromNotificationsAction()->setVisible(false);
     restoreToolbarItemsState();
     m_lsofItemKeys.clear();
     for (int column = 0; column < m_model->columnCount(); ++column)
         m_lsofItemKeys.append(ConnectionTableModel::columnKey(column));
     m_headerMenu->setupTableHeaderViewMenu();
-    restoreWindowState();
     userDefaultsChanged();
+    // The widths are measured in the table's font, which the settings have just given it.
+    m_columnLayout->applyInitialWidths();
+    restoreWindowState();
     toggleAutoRefresh();
     warmUpFirstPaint();
     // The helper's signal comes after it has dropped its cached colours.
@@ -134,44 +128,27 @@ void CVWindowController::buildTable()
     connect(m_model, &QAbstractItemModel::modelReset, m_table, &QAbstractItemView::doItemsLayout);
     m_table->setItemDelegateForColumn(ConnectionTableModel::applicationColumn(),
                                       new ImageAndTextCell(m_table));
-    setCentralWidget(m_table);
+    m_columnLayout = std::make_unique<ColumnLayout>(*m_table, m_prefs.defaultsStore());
 
     QHeaderView* header = m_table->horizontalHeader();
-    const QFontMetrics metrics(header->font());
-    for (int column = 0; column < m_model->columnCount(); ++column) {
-        const QString title = ConnectionTableModel::columnTitle(column);
-        int width = metrics.horizontalAdvance(title) + 36;
-        switch (ConnectionTableModel::columnKey(column)) {
-        case LsofItem::Key::localizedAppName:
-            width = std::max(width, 170);
-            break;
-        case LsofItem::Key::localAddress:
-        case LsofItem::Key::remoteAddress:
-            width = std::max(width, 140);
-            break;
-        case LsofItem::Key::remoteHostname:
-        case LsofItem::Key::processPath:
-            width = std::max(width, 180);
-            break;
-        default:
-            width = std::max(width, 60);
-        }
-        header->resizeSection(column, width);
-    }
     connect(header, &QHeaderView::sortIndicatorChanged, this, [this] { refreshTableViewData(); });
     connect(header, &QHeaderView::sectionMoved, this, [this] { m_headerMenu->saveTableColumns(); });
-
     m_headerMenu = new TableColumnsMenu(*m_table, m_prefs.defaultsStore(), this);
+    m_rows = new RowCommands(*m_table, *m_model, *m_headerMenu, m_prefs, this);
+    connect(m_rows, &RowCommands::statusMessage, this, &CVWindowController::showStatusMessage);
 
-    m_rowsLabel = new QLabel(this);
-    m_roadLabel = new QLabel(this);
-    m_problemLabel = new QLabel(this);
-    m_problemLabel->setStyleSheet(u"color: palette(highlighted-text); background: #b3261e; "
-                                  "padding: 1px 6px; border-radius: 3px;"_s);
-    m_problemLabel->hide();
-    statusBar()->addWidget(m_rowsLabel);
-    statusBar()->addWidget(m_problemLabel);
-    statusBar()->addPermanentWidget(m_roadLabel);
+    m_ownBar = new OwnProcessesBar(m_prefs.defaultsStore(), this);
+    m_ownBar->setInstallHelperHandler(
+        [] { return CVHelperUtility::sharedUtility()->installHelper(); });
+    auto* central = new QWidget(this);
+    auto* layout = new QVBoxLayout(central);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(0);
+    layout->addWidget(m_ownBar);
+    layout->addWidget(m_table, 1);
+    setCentralWidget(central);
+
+    m_status = new WindowStatus(*statusBar());
 }
 
 void CVWindowController::buildToolbar()
@@ -199,7 +176,13 @@ void CVWindowController::buildToolbar()
     connect(m_remoteControl, &SegmentedControl::segmentClicked, this,
             &CVWindowController::toggleHasRemoteAddress);
     connect(m_profileButton, &QComboBox::activated, this, &CVWindowController::toggleFilterProfile);
+    connectSearchField();
+    m_savedSearches = new SavedSearches(*m_toolbar, m_prefs, this);
+    m_savedSearches->setErrorHandler(m_showError);
+}
 
+void CVWindowController::connectSearchField()
+{
     // On a long list every keystroke would re-filter thousands of rows: wait for a pause.
     m_searchDelay = new QTimer(this);
     m_searchDelay->setSingleShot(true);
@@ -217,12 +200,6 @@ void CVWindowController::buildToolbar()
         else if (SearchField::tagOfItem(item) == SearchField::SaveSearchTag)
             saveCurrentSearch();
     });
-
-    m_saveSearchWindow = new SaveSearchDialog(this);
-    connect(m_saveSearchWindow, &SaveSearchDialog::confirmClicked, this,
-            &CVWindowController::confirmSaveSearchClicked);
-    connect(m_saveSearchWindow, &SaveSearchDialog::cancelClicked, this,
-            &CVWindowController::cancelSaveSearchClicked);
 }
 
 void CVWindowController::buildMenus()
@@ -230,7 +207,6 @@ void CVWindowController::buildMenus()
     QMenu* file = menuBar()->addMenu(tr("&File"));
     QAction* refresh = file->addAction(QIcon::fromTheme(u"view-refresh"_s), tr("&Refresh"), this,
                                        [this] { reloadTableViewData(); });
-    refresh->setShortcut(QKeySequence::Refresh);
     refresh->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_R), QKeySequence::Refresh});
     file->addSeparator();
     QAction* close = file->addAction(tr("&Close Window"), this, &QWidget::close);
@@ -253,49 +229,6 @@ void CVWindowController::buildMenus()
 
     QMenu* view = menuBar()->addMenu(tr("&View"));
     view->addMenu(m_headerMenu);
-}
-
-void CVWindowController::buildContextMenu()
-{
-    m_contextMenu = new QMenu(this);
-    m_contextMenu->addAction(QIcon::fromTheme(u"edit-copy"_s), tr("Copy"), this,
-                             &CVWindowController::copySelectedLines);
-    m_contextMenu->addAction(tr("Copy Cell"), this, &CVWindowController::copyCellContent);
-    m_contextMenu->addSeparator();
-    m_contextMenu->addAction(
-        QIcon::fromTheme(u"system-file-manager"_s, QIcon::fromTheme(u"folder"_s)),
-        tr("Show in File Manager"), this, &CVWindowController::showInFinder);
-    m_bringToFrontAction =
-        m_contextMenu->addAction(tr("Bring to Front"), this, &CVWindowController::bringToFront);
-    m_contextMenu->addAction(QIcon::fromTheme(u"process-stop"_s), tr("Terminate Application…"),
-                             this, &CVWindowController::terminateSelectedApp);
-    m_contextMenu->addSeparator();
-    m_contextMenu->addAction(QIcon::fromTheme(u"network-server"_s), tr("IP Information"), this,
-                             &CVWindowController::showRemoteIPInformation);
-    QMenu* search =
-        m_contextMenu->addMenu(QIcon::fromTheme(u"web-browser"_s), tr("Search the Web For"));
-    const QStringList searchTitles{tr("Application"), tr("Remote Address"), tr("Remote Port"),
-                                   tr("Remote Host")};
-    for (int tag = 0; tag < searchTitles.size(); ++tag) {
-        QAction* item = search->addAction(searchTitles.at(tag));
-        item->setData(tag);
-        connect(item, &QAction::triggered, this, [this, item] { searchInGoogle(item); });
-    }
-    m_contextMenu->addSeparator();
-    m_excludeAction = m_contextMenu->addAction(tr("Exclude from Notifications"), this,
-                                               &CVWindowController::excludeForGrowlNotification);
-    connect(m_table, &ConnectionTableView::contextMenuWanted, this, [this](const QPoint& pos) {
-        updateContextMenu();
-        m_contextMenu->popup(pos);
-    });
-}
-
-void CVWindowController::updateContextMenu()
-{
-    const QString reason = DesktopActions::bringToFrontUnavailableReason();
-    m_bringToFrontAction->setEnabled(reason.isEmpty());
-    m_bringToFrontAction->setToolTip(reason);
-    m_contextMenu->setToolTipsVisible(!reason.isEmpty());
 }
 
 // Refresh cycle.
@@ -366,6 +299,8 @@ void CVWindowController::showItems(const LsofItemList& sorted, const LsofItemLis
     m_model->setItems(filterItems(m_originalItems, m_searchField->text()));
     selectItems(selection);
     updateStatusBar();
+    updateSearchFeedback();
+    m_ownBar->update(m_source.lastRoad(), m_privileged);
 }
 
 LsofItemList CVWindowController::selectedItems() const
@@ -408,9 +343,11 @@ LsofItemList CVWindowController::filterItems(const LsofItemList& items,
     filter.hiddenProtocols = m_protocolControl->unselectedLabels();
     filter.remoteOnly = m_remoteControl->isSelectedForSegment(0);
     ItemFilter::Result result = filter.apply(items);
-    // A bad expression or pattern stays silent by design; running out of time does not, as
-    // rows would be missing without a reason.
+    // The list still shows everything for a bad expression (nothing for a bad pattern), but
+    // the window says why; and running out of time leaves rows out, which it says too.
     m_filterGaveUp = result.gaveUp;
+    m_expressionError = std::move(result.expressionError);
+    m_keywordError = std::move(result.keywordError);
     return std::move(result.items);
 }
 
@@ -428,8 +365,7 @@ void CVWindowController::userDefaultsChanged()
 
     QPalette palette = m_table->palette();
     palette.setColor(QPalette::Base, colors.list);
-    palette.setColor(QPalette::Text,
-                     ConnectionTableModel::legibleTextColor(colors.text, colors.list));
+    palette.setColor(QPalette::Text, colors.text);
     m_table->setPalette(palette);
 
     // Sizes are taken as pixels, so that rows of size + 4 always hold their text.
@@ -442,31 +378,25 @@ void CVWindowController::userDefaultsChanged()
     }
     m_table->setRowHeight(size + 4);
     m_table->viewport()->update();
+
+    // A period chosen in the preferences (or on the command line) applies at once.
+    const qint64 seconds = m_prefs.defaultsStore().integerForKey(PrefKeys::AutoRefreshSetting);
+    const qint64 runningMs = m_autoRefreshTimer ? m_autoRefreshTimer->interval() : 0;
+    if ((seconds < 1 ? 0 : seconds * 1000) != runningMs)
+        toggleAutoRefresh();
+    else
+        syncRefreshButton();
+    m_ownBar->update(m_source.lastRoad(), m_privileged);
 }
 
 void CVWindowController::filterProfilesChanged()
 {
-    const std::shared_ptr<CVFilterProfileInfo> chosen = chosenFilterProfile();
-    const QSignalBlocker blocker(m_profileButton);
-    while (m_profileButton->count() > 1)
-        m_profileButton->removeItem(m_profileButton->count() - 1);
-    m_popupProfiles.clear();
-    m_profileButton->setCurrentIndex(0);
-    const auto profiles = m_prefs.filterProfiles();
-    for (const auto& profile : profiles) {
-        m_popupProfiles.append(profile);
-        m_profileButton->addItem(profile->profileName());
-        if (chosen && profile.get() == chosen.get())
-            m_profileButton->setCurrentIndex(m_profileButton->count() - 1);
-    }
+    m_savedSearches->rebuildPopUp();
 }
 
 std::shared_ptr<CVFilterProfileInfo> CVWindowController::chosenFilterProfile() const
 {
-    const int index = m_profileButton->currentIndex();
-    if (index < 1 || index > m_popupProfiles.size())
-        return {};
-    return m_popupProfiles.at(index - 1);
+    return m_savedSearches->chosen();
 }
 
 // Toolbar and search.
@@ -505,47 +435,23 @@ void CVWindowController::toggleHasRemoteAddress()
 
 void CVWindowController::toggleFilterProfile()
 {
+    m_savedSearches->showChoice();
     reloadTableViewData();
 }
 
 void CVWindowController::saveCurrentSearch()
 {
-    const QString text = m_searchField->text();
-    if (text.isEmpty())
-        return;
-    m_saveSearchWindow->nameField()->setText(text);
-    m_saveSearchWindow->expressionField()->setText(text);
-    m_saveSearchWindow->nameField()->selectAll();
-    m_saveSearchWindow->nameField()->setFocus();
-    m_saveSearchWindow->open();
+    m_savedSearches->saveCurrentSearch();
 }
 
 void CVWindowController::confirmSaveSearchClicked()
 {
-    QLineEdit* name = m_saveSearchWindow->nameField();
-    if (name->text().isEmpty()) {
-        name->setFocus();
-        return;
-    }
-    try {
-        auto profile = CVFilterProfileInfo::create();
-        profile->setProfileName(name->text());
-        profile->setSearchExpression(m_saveSearchWindow->expressionField()->text());
-        profile->save();
-        m_prefs.reloadFilterProfiles();
-    } catch (const SQLiteError& error) {
-        // The sheet stays open with what the user typed.
-        m_showError(tr("The search could not be saved: %1").arg(error.message()));
-        return;
-    }
-    m_saveSearchWindow->hide();
-    m_saveSearchWindow->setResult(QDialog::Accepted);
+    m_savedSearches->confirmSaveSearchClicked();
 }
 
 void CVWindowController::cancelSaveSearchClicked()
 {
-    m_saveSearchWindow->hide();
-    m_saveSearchWindow->setResult(QDialog::Rejected);
+    m_savedSearches->cancelSaveSearchClicked();
 }
 
 void CVWindowController::saveToolbarItemsState()
@@ -560,123 +466,12 @@ void CVWindowController::restoreToolbarItemsState()
     ToolbarState::restore(*m_toolbar, m_prefs.defaultsStore());
 }
 
-// Row commands.
-
-LsofItemPtr CVWindowController::clickedItem() const
-{
-    const int row = m_table->clickedRow();
-    if (row >= 0 && row < items().size())
-        return items().at(row);
-    return {};
-}
-
-void CVWindowController::copySelectedLines()
-{
-    const QList<int> columns = m_headerMenu->shownColumns();
-    QStringList lines;
-    for (int row : m_table->selectedRowNumbers()) {
-        if (row >= items().size())
-            continue;
-        const LsofItem& item = *items().at(row);
-        QStringList fields;
-        fields.reserve(columns.size());
-        for (int column : columns)
-            fields.append(item.text(ConnectionTableModel::columnKey(column)));
-        lines.append(fields.join(u'\t'));
-    }
-    QClipboard* clipboard = QGuiApplication::clipboard();
-    clipboard->clear();
-    clipboard->setText(lines.join(u'\n'));
-}
-
-void CVWindowController::copyCellContent()
-{
-    const int row = m_table->clickedRow();
-    const int column = m_table->clickedColumn();
-    // Offered only from a cell's context menu, so a missing cell is a programming error.
-    Q_ASSERT(row >= 0 && row < items().size() && column >= 0 && column < m_model->columnCount());
-    if (row < 0 || row >= items().size() || column < 0 || column >= m_model->columnCount())
-        return;
-    QClipboard* clipboard = QGuiApplication::clipboard();
-    clipboard->clear();
-    clipboard->setText(items().at(row)->text(ConnectionTableModel::columnKey(column)));
-}
+// Row commands live in RowCommands; finding belongs to the search field.
 
 void CVWindowController::performFindPanelAction()
 {
     m_searchField->setFocus(Qt::ShortcutFocusReason);
     m_searchField->selectAll();
-}
-
-void CVWindowController::bringToFront()
-{
-    const LsofItemPtr item = clickedItem();
-    if (!item)
-        return;
-    const QString reason = DesktopActions::bringToFrontUnavailableReason();
-    if (!reason.isEmpty()) {
-        m_showError(reason);
-        return;
-    }
-    if (!DesktopActions::bringToFront(item->PID()))
-        statusBar()->showMessage(
-            tr("\"%1\" has no window to bring forward.").arg(item->localizedAppName()), 5000);
-}
-
-void CVWindowController::showInFinder()
-{
-    const LsofItemPtr item = clickedItem();
-    if (!item || item->processPath().isEmpty())
-        return;
-    if (!DesktopActions::showInFileManager(item->processPath()))
-        statusBar()->showMessage(tr("No file manager could show %1.").arg(item->processPath()),
-                                 5000);
-}
-
-void CVWindowController::terminateSelectedApp()
-{
-    const int row = m_table->clickedRow();
-    if (row < 0 || row >= items().size())
-        return;
-    const LsofItemPtr item = items().at(row);
-    if (!m_confirmTerminate(item->localizedAppName()))
-        return;
-    const QString error = DesktopActions::terminate(item->PID(), item->localizedAppName());
-    if (!error.isEmpty())
-        m_showError(error);
-}
-
-void CVWindowController::showRemoteIPInformation()
-{
-    const LsofItemPtr item = clickedItem();
-    if (item && !item->remoteAddress().isEmpty())
-        CVShowIPInfoController::showIPInfo(item->remoteAddress());
-}
-
-void CVWindowController::searchInGoogle(QAction* sender)
-{
-    if (!sender)
-        return;
-    static const LsofItem::Key keys[] = {LsofItem::Key::localizedAppName,
-                                         LsofItem::Key::remoteAddress, LsofItem::Key::remotePort,
-                                         LsofItem::Key::remoteHostname};
-    const int tag = sender->data().toInt();
-    Q_ASSERT(tag >= 0 && tag < 4);
-    if (tag < 0 || tag >= 4)
-        return;
-    const LsofItemPtr item = clickedItem();
-    if (!item)
-        return;
-    QString term = item->text(keys[tag]);
-    if (keys[tag] == LsofItem::Key::remotePort)
-        term = u"port "_s + term;
-    DesktopActions::openUrl(DesktopActions::webSearchUrl(term));
-}
-
-void CVWindowController::excludeForGrowlNotification()
-{
-    if (const LsofItemPtr item = clickedItem())
-        m_prefs.addExcludeAppForGrowNotification(item->processPath());
 }
 
 // Hooks and window events.
@@ -691,14 +486,33 @@ void CVWindowController::setCloseHandler(std::function<void()> handler)
     m_closeHandler = std::move(handler);
 }
 
-void CVWindowController::setConfirmTerminateHandler(std::function<bool(const QString&)> handler)
+void CVWindowController::setConfirmTerminateHandler(RowCommands::ConfirmTerminate handler)
 {
-    m_confirmTerminate = std::move(handler);
+    m_rows->setConfirmTerminateHandler(std::move(handler));
 }
 
 void CVWindowController::setErrorHandler(std::function<void(const QString&)> handler)
 {
-    m_showError = std::move(handler);
+    m_showError = handler;
+    m_savedSearches->setErrorHandler(handler);
+    m_rows->setErrorHandler(std::move(handler));
+}
+
+void CVWindowController::setInstallHelperHandler(std::function<bool()> handler)
+{
+    m_ownBar->setInstallHelperHandler(std::move(handler));
+}
+
+void CVWindowController::setPrivileged(bool privileged)
+{
+    m_privileged = privileged;
+    updateStatusBar();
+    m_ownBar->update(m_source.lastRoad(), m_privileged);
+}
+
+void CVWindowController::showStatusMessage(const QString& text)
+{
+    statusBar()->showMessage(text, kStatusMessageMs);
 }
 
 void CVWindowController::closeEvent(QCloseEvent* event)
@@ -729,68 +543,53 @@ bool CVWindowController::event(QEvent* event)
 
 void CVWindowController::updateStatusBar()
 {
-    m_rowsLabel->setText(
-        tr("%1 of %n connections", nullptr, int(m_originalItems.size())).arg(items().size()));
-    switch (m_source.lastRoad()) {
-    case SnapshotSource::Road::Helper:
-        m_roadLabel->setText(tr("lsof through the privileged helper"));
-        break;
-    case SnapshotSource::Road::Script:
-        m_roadLabel->setText(tr("lsof through the user script"));
-        break;
-    case SnapshotSource::Road::Direct:
-        // Run by root, lsof sees every process's sockets without any helper.
-        m_roadLabel->setText(geteuid() == 0 ? tr("lsof run directly: all processes")
-                                            : tr("lsof run directly: your own processes only"));
-        break;
-    case SnapshotSource::Road::None:
-        m_roadLabel->clear();
-        break;
-    }
+    m_status->showCounts(items().size(), m_originalItems.size());
+    m_status->showRoad(m_source.lastRoad(), m_privileged);
     QString problem = m_lastProblem;
     if (m_filterGaveUp) {
         const QString gaveUp = tr("The search took too long; some connections are not shown.");
         problem = problem.isEmpty() ? gaveUp : problem + u' ' + gaveUp;
     }
-    m_problemLabel->setText(problem);
-    m_problemLabel->setVisible(!problem.isEmpty());
+    m_status->showProblem(problem);
+}
+
+void CVWindowController::updateSearchFeedback()
+{
+    QString fieldError;
+    QString statusError;
+    if (m_expressionError) {
+        const auto profile = chosenFilterProfile();
+        if (profile) {
+            statusError = tr("The saved search \"%1\" is not a valid expression, so every "
+                             "connection is shown: %2")
+                              .arg(profile->profileName(), m_expressionError->toString());
+        } else if (!m_searchField->text().trimmed().isEmpty()) {
+            fieldError = tr("Not a valid search expression, so every connection is shown: %1")
+                             .arg(m_expressionError->toString());
+            statusError = fieldError;
+        }
+    } else if (!m_keywordError.isEmpty()) {
+        fieldError =
+            tr("Not a valid search pattern, so no connection matches: %1").arg(m_keywordError);
+        statusError = fieldError;
+    }
+    m_searchField->showError(fieldError);
+    m_status->showSearchError(statusError);
 }
 
 void CVWindowController::restoreWindowState()
 {
-    const UserDefaults& defaults = m_prefs.defaultsStore();
-    const QByteArray geometry = defaults.objectForKey(kGeometryKey).toByteArray();
-    if (geometry.isEmpty() || !restoreGeometry(geometry))
-        resize(1180, 640);
-    const QVariantMap widths = defaults.objectForKey(kColumnWidthsKey).toMap();
-    QHeaderView* header = m_table->horizontalHeader();
-    for (int column = 0; column < m_model->columnCount(); ++column) {
-        const int width = widths.value(ConnectionTableModel::columnTitle(column)).toInt();
-        if (width >= header->minimumSectionSize())
-            header->resizeSection(column, width);
+    const QByteArray geometry = m_prefs.defaultsStore().objectForKey(kGeometryKey).toByteArray();
+    if (geometry.isEmpty() || !restoreGeometry(geometry)) {
+        // At most 1280 wide, where the built-in columns fit; smaller screens get all they have.
+        const QRect available = screen()->availableGeometry();
+        resize(std::min(1280, available.width()), std::min(760, available.height()));
     }
-    const QVariantMap sort = defaults.objectForKey(kSortKey).toMap();
-    const int sortColumn = sort.value(u"column"_s, -1).toInt();
-    if (sortColumn >= 0 && sortColumn < m_model->columnCount()) {
-        const QSignalBlocker blocker(header);
-        header->setSortIndicator(sortColumn, sort.value(u"descending"_s).toBool()
-                                                 ? Qt::DescendingOrder
-                                                 : Qt::AscendingOrder);
-    }
+    m_columnLayout->restore();
 }
 
 void CVWindowController::saveWindowState()
 {
-    UserDefaults& defaults = m_prefs.defaultsStore();
-    QVariantMap widths;
-    const QHeaderView* header = m_table->horizontalHeader();
-    for (int column = 0; column < m_model->columnCount(); ++column) {
-        if (!header->isSectionHidden(column))
-            widths.insert(ConnectionTableModel::columnTitle(column), header->sectionSize(column));
-    }
-    defaults.setObject(kGeometryKey, saveGeometry());
-    defaults.setObject(kColumnWidthsKey, widths);
-    defaults.setObject(kSortKey, QVariantMap{{u"column"_s, header->sortIndicatorSection()},
-                                             {u"descending"_s, header->sortIndicatorOrder() ==
-                                                                   Qt::DescendingOrder}});
+    m_prefs.defaultsStore().setObject(kGeometryKey, saveGeometry());
+    m_columnLayout->save();
 }

@@ -1,5 +1,8 @@
 #pragma once
 
+#include "filter/predicateerror.h"
+#include "rowcommands.h"
+#include "savedsearches.h"
 #include "snapshot/snapshotsource.h"
 
 #include <QMainWindow>
@@ -8,19 +11,22 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class CVFilterProfileInfo;
 class CVPrefsHelper;
+class ColumnLayout;
 class ConnectionTableModel;
 class ConnectionTableView;
+class OwnProcessesBar;
 class QComboBox;
-class QLabel;
 class QMenu;
 class MainToolbar;
 class SaveSearchDialog;
 class SearchField;
 class SegmentedControl;
 class TableColumnsMenu;
+class WindowStatus;
 
 // The main window: the connection table fed by the refresh cycle, the toolbar's filters and
 // saved searches, and the commands on rows.
@@ -45,6 +51,7 @@ public:
     LsofItemList selectedItems() const;
     void selectItems(const LsofItemList& items);
     LsofItemList filterItems(const LsofItemList& items, const QString& keyword) const;
+    // Colours, font and the refresh period follow the settings at once.
     void userDefaultsChanged();
     void filterProfilesChanged();
 
@@ -58,27 +65,31 @@ public:
     void saveToolbarItemsState();
     void restoreToolbarItemsState();
 
-    // Row commands. The context menu's commands act on the clicked row, copying on the
-    // selection.
-    LsofItemPtr clickedItem() const;
-    void copySelectedLines();
-    void copyCellContent();
+    // Row commands (RowCommands). The context menu's commands act on the clicked row as it
+    // was when clicked, copying on the selection.
+    LsofItemPtr clickedItem() const { return m_rows->target().item; }
+    void copySelectedLines() { m_rows->copySelectedLines(); }
+    void copyCellContent() { m_rows->copyCellContent(); }
     void performFindPanelAction();
-    void bringToFront();
-    void showInFinder();
-    void terminateSelectedApp();
-    void showRemoteIPInformation();
-    // The item's tag picks the field: 0 application, 1 remote address, 2 remote port,
-    // 3 remote host.
-    void searchInGoogle(QAction* sender);
-    void excludeForGrowlNotification();
+    void bringToFront() { m_rows->bringToFront(); }
+    void showInFinder() { m_rows->showInFinder(); }
+    void terminateSelectedApp() { m_rows->terminateSelectedApp(); }
+    void showRemoteIPInformation() { m_rows->showRemoteIPInformation(); }
+    void searchInGoogle(QAction* sender) { m_rows->searchInGoogle(sender); }
+    void excludeForGrowlNotification() { m_rows->excludeForGrowlNotification(); }
+
+    // A passing sentence in the status bar.
+    void showStatusMessage(const QString& text);
 
     // Hooks the application sets.
     void setBecameMainHandler(std::function<void()> handler);
     void setCloseHandler(std::function<void()> handler);
-    // Asks before terminating; answers true for "OK". Replaced by tests.
-    void setConfirmTerminateHandler(std::function<bool(const QString& appName)> handler);
+    void setConfirmTerminateHandler(RowCommands::ConfirmTerminate handler);
     void setErrorHandler(std::function<void(const QString& message)> handler);
+    // Installs the privileged helper for the own-processes bar; true when it worked.
+    void setInstallHelperHandler(std::function<bool()> handler);
+    // Whether this process sees every process's sockets by itself (it runs as root).
+    void setPrivileged(bool privileged);
 
     // Parts, for the application and for tests.
     ConnectionTableView* tableView() const { return m_table; }
@@ -93,10 +104,15 @@ public:
     QComboBox* filterProfileButton() const { return m_profileButton; }
     QComboBox* refreshIntervalButton() const { return m_refreshButton; }
     TableColumnsMenu* tableHeaderMenu() const { return m_headerMenu; }
-    QMenu* tableContextMenu() const { return m_contextMenu; }
-    QAction* excludeFromNotificationsAction() const { return m_excludeAction; }
-    QAction* bringToFrontAction() const { return m_bringToFrontAction; }
-    SaveSearchDialog* saveSearchWindow() const { return m_saveSearchWindow; }
+    RowCommands* rowCommands() const { return m_rows; }
+    QMenu* tableContextMenu() const { return m_rows->contextMenu(); }
+    QAction* excludeFromNotificationsAction() const
+    {
+        return m_rows->excludeFromNotificationsAction();
+    }
+    QAction* bringToFrontAction() const { return m_rows->bringToFrontAction(); }
+    SaveSearchDialog* saveSearchWindow() const { return m_savedSearches->sheet(); }
+    OwnProcessesBar* ownProcessesBar() const { return m_ownBar; }
     QTimer* autoRefreshTimer() const { return m_autoRefreshTimer.data(); }
     bool usesSearchExpression() const { return m_filterUseSearchExpression; }
     const QList<LsofItem::Key>& lsofItemKeys() const { return m_lsofItemKeys; }
@@ -113,11 +129,11 @@ private:
     // The order the header's indicator asks for.
     ItemOrdering ordering() const;
     void buildToolbar();
+    void connectSearchField();
     void buildTable();
     void buildMenus();
-    void buildContextMenu();
-    void updateContextMenu();
     void updateStatusBar();
+    void updateSearchFeedback();
     void syncRefreshButton();
     void restoreWindowState();
     void saveWindowState();
@@ -132,30 +148,29 @@ private:
     bool m_filterUseSearchExpression = false;
     QString m_lastProblem;
     mutable bool m_filterGaveUp = false;
+    mutable std::optional<PredicateError> m_expressionError;
+    mutable QString m_keywordError;
     QPointer<QTimer> m_autoRefreshTimer;
+    bool m_privileged = false;
 
     ConnectionTableModel* m_model = nullptr;
     ConnectionTableView* m_table = nullptr;
+    std::unique_ptr<ColumnLayout> m_columnLayout;
     TableColumnsMenu* m_headerMenu = nullptr;
-    QMenu* m_contextMenu = nullptr;
-    QAction* m_excludeAction = nullptr;
-    QAction* m_bringToFrontAction = nullptr;
+    RowCommands* m_rows = nullptr;
+    OwnProcessesBar* m_ownBar = nullptr;
+    WindowStatus* m_status = nullptr;
     MainToolbar* m_toolbar = nullptr;
     QComboBox* m_refreshButton = nullptr;
     SegmentedControl* m_typeControl = nullptr;
     SegmentedControl* m_protocolControl = nullptr;
     SegmentedControl* m_remoteControl = nullptr;
     QComboBox* m_profileButton = nullptr;
-    QList<std::shared_ptr<CVFilterProfileInfo>> m_popupProfiles;
     SearchField* m_searchField = nullptr;
     QTimer* m_searchDelay = nullptr;
-    SaveSearchDialog* m_saveSearchWindow = nullptr;
-    QLabel* m_rowsLabel = nullptr;
-    QLabel* m_roadLabel = nullptr;
-    QLabel* m_problemLabel = nullptr;
+    SavedSearches* m_savedSearches = nullptr;
 
     std::function<void()> m_becameMainHandler;
     std::function<void()> m_closeHandler;
-    std::function<bool(const QString&)> m_confirmTerminate;
     std::function<void(const QString&)> m_showError;
 };

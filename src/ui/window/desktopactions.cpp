@@ -21,9 +21,9 @@ namespace {
 
 const QString kWebSearchBase = u"https://www.google.com/search"_s;
 
-std::function<void(const QUrl&)>& urlOpener()
+std::function<bool(const QUrl&)>& urlOpener()
 {
-    static std::function<void(const QUrl&)> opener;
+    static std::function<bool(const QUrl&)> opener;
     return opener;
 }
 
@@ -160,15 +160,14 @@ QString DesktopActions::terminate(qint64 pid, const QString& appName)
         .arg(appName, QString::fromLocal8Bit(std::strerror(errno)));
 }
 
-void DesktopActions::openUrl(const QUrl& url)
+bool DesktopActions::openUrl(const QUrl& url)
 {
     if (urlOpener())
-        urlOpener()(url);
-    else
-        QDesktopServices::openUrl(url);
+        return urlOpener()(url);
+    return QDesktopServices::openUrl(url);
 }
 
-void DesktopActions::setUrlOpener(std::function<void(const QUrl&)> opener)
+void DesktopActions::setUrlOpener(std::function<bool(const QUrl&)> opener)
 {
     urlOpener() = std::move(opener);
 }

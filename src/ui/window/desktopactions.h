@@ -24,7 +24,8 @@ public:
     // Asks the process to quit (SIGTERM). Empty on success, else a sentence for the user.
     static QString terminate(qint64 pid, const QString& appName);
 
-    static void openUrl(const QUrl& url);
+    // False when no program could be started for it.
+    static bool openUrl(const QUrl& url);
     // Tests capture URLs instead of starting a browser; an empty function restores the default.
-    static void setUrlOpener(std::function<void(const QUrl&)> opener);
+    static void setUrlOpener(std::function<bool(const QUrl&)> opener);
 };

@@ -5,6 +5,7 @@
 
 #include <QComboBox>
 #include <QIcon>
+#include <QToolButton>
 #include <QWidgetAction>
 
 using namespace Qt::StringLiterals;
@@ -16,8 +17,11 @@ MainToolbar::MainToolbar(QWidget* parent) : QToolBar(tr("Filters"), parent)
     setFloatable(false);
     setToolButtonStyle(Qt::ToolButtonIconOnly);
 
-    m_refreshAction = addAction(QIcon::fromTheme(u"view-refresh"_s), tr("Refresh"));
+    // Our own icon: themes draw this one grey, which reads as disabled.
+    m_refreshAction = addAction(QIcon(u":/corvina/icons/refresh.svg"_s), tr("Refresh"));
     m_refreshAction->setToolTip(tr("Refresh now (Ctrl+R)"));
+    if (auto* button = qobject_cast<QToolButton*>(widgetForAction(m_refreshAction)))
+        button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
 
     m_refreshButton = new QComboBox(this);
     for (int seconds : {0, 1, 2, 3, 5, 10})
@@ -58,7 +62,11 @@ QAction* MainToolbar::addItem(const QString& identifier, QWidget* view, const QS
 {
     auto* item = new QWidgetAction(this);
     item->setObjectName(identifier);
-    view->setToolTip(toolTip);
+    m_toolTips.insert(view, toolTip);
+    if (auto* field = qobject_cast<SearchField*>(view))
+        field->setHelpToolTip(toolTip);
+    else
+        view->setToolTip(toolTip);
     item->setDefaultWidget(view);
     addAction(item);
     return item;
@@ -73,4 +81,24 @@ void MainToolbar::showRefreshInterval(qint64 seconds)
         index = m_refreshButton->count() - 1;
     }
     m_refreshButton->setCurrentIndex(index);
+}
+
+QList<QWidget*> MainToolbar::filterViews() const
+{
+    return {m_typeControl, m_protocolControl, m_remoteControl, m_searchField};
+}
+
+void MainToolbar::showSavedSearchDecides(const QString& profileName)
+{
+    const bool decides = !profileName.isEmpty();
+    const QString why = tr("The saved search \"%1\" decides which connections are shown. "
+                           "Choose \"No Saved Search\" to filter here.")
+                            .arg(profileName);
+    for (QWidget* view : filterViews()) {
+        view->setEnabled(!decides);
+        if (view == m_searchField)
+            m_searchField->setHelpToolTip(decides ? why : m_toolTips.value(view));
+        else
+            view->setToolTip(decides ? why : m_toolTips.value(view));
+    }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QHash>
 #include <QToolBar>
 
 class QComboBox;
@@ -25,8 +26,13 @@ public:
     QComboBox* filterProfileButton() const { return m_profileButton; }
     SearchField* searchField() const { return m_searchField; }
 
+    // While a saved search is chosen it alone decides what is shown: the segments and the
+    // search field are shown inactive and say so. An empty name: none is chosen.
+    void showSavedSearchDecides(const QString& profileName);
+
 private:
     QAction* addItem(const QString& identifier, QWidget* view, const QString& toolTip);
+    QList<QWidget*> filterViews() const;
 
     QAction* m_refreshAction;
     QComboBox* m_refreshButton;
@@ -35,4 +41,5 @@ private:
     SegmentedControl* m_remoteControl;
     QComboBox* m_profileButton;
     SearchField* m_searchField;
+    QHash<QWidget*, QString> m_toolTips;
 };

@@ -2,11 +2,13 @@
 
 #include <QDialog>
 
+class QLabel;
 class QLineEdit;
 class QPushButton;
 
 // The sheet in which the user names a search expression before it is saved. The window's
-// controller decides what the buttons do.
+// controller decides what the buttons do. An expression that does not parse is said so under
+// the field, with the parser's message; it can still be saved and mended later.
 class SaveSearchDialog final : public QDialog {
     Q_OBJECT
 public:
@@ -17,6 +19,10 @@ public:
     QLineEdit* expressionField() const { return m_expression; }
     QPushButton* saveButton() const { return m_save; }
     QPushButton* cancelButton() const { return m_cancel; }
+    // Empty while the expression parses, else the parser's message with its position.
+    QString expressionProblem() const;
+    // Parses the expression field and shows what is wrong with it, if anything.
+    void checkExpression();
 
 Q_SIGNALS:
     void confirmClicked();
@@ -28,6 +34,7 @@ protected:
 private:
     QLineEdit* m_name;
     QLineEdit* m_expression;
+    QLabel* m_problem;
     QPushButton* m_save;
     QPushButton* m_cancel;
 };

@@ -65,6 +65,27 @@ QMenu* SearchField::buildPopUpMenu()
     return menu;
 }
 
+void SearchField::setHelpToolTip(const QString& text)
+{
+    m_helpToolTip = text;
+    if (m_error.isEmpty())
+        setToolTip(text);
+}
+
+void SearchField::showError(const QString& error)
+{
+    if (error == m_error)
+        return;
+    m_error = error;
+    QPalette tinted = QPalette();
+    if (!error.isEmpty()) {
+        tinted.setColor(QPalette::Base, QColor(0xfd, 0xe2, 0xe0));
+        tinted.setColor(QPalette::Text, QColor(0x5f, 0x0f, 0x0a));
+    }
+    setPalette(tinted);
+    setToolTip(error.isEmpty() ? m_helpToolTip : error);
+}
+
 void SearchField::popUpMenu()
 {
     QMenu* menu = buildPopUpMenu();

@@ -22,10 +22,19 @@ public:
     QMenu* buildPopUpMenu();
     void popUpMenu();
 
+    // The tooltip shown while the search is fine.
+    void setHelpToolTip(const QString& text);
+    // Why the text is not applied as typed: the field is tinted and its tooltip says so.
+    // Empty: the text is fine.
+    void showError(const QString& error);
+    const QString& error() const { return m_error; }
+
 Q_SIGNALS:
     // An item of a live menu was chosen; the item is the sender of the command.
     void menuItemTriggered(QAction* item);
 
 private:
     QMenu* m_template;
+    QString m_helpToolTip;
+    QString m_error;
 };

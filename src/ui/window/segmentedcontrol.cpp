@@ -7,8 +7,25 @@
 
 using namespace Qt::StringLiterals;
 
+namespace {
+
+// A selected segment is filled with the selection colour, an unselected one is plain: the
+// style's own pressed look differs from the raised one by a shade only.
+const QString kSegmentStyle =
+    u"QToolButton { padding: 3px 9px; border: 1px solid palette(dark); "
+    "background: palette(button); color: palette(button-text); } "
+    "QToolButton:checked { background: palette(highlight); "
+    "color: palette(highlighted-text); border-color: palette(highlight); } "
+    "QToolButton:disabled { color: palette(mid); background: palette(window); "
+    "border-color: palette(mid); } "
+    "QToolButton:checked:disabled { background: palette(midlight); } "
+    "QToolButton:hover:!checked { background: palette(light); }"_s;
+
+} // namespace
+
 SegmentedControl::SegmentedControl(const QStringList& labels, QWidget* parent) : QWidget(parent)
 {
+    setStyleSheet(kSegmentStyle);
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);

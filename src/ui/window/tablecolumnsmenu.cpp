@@ -1,5 +1,6 @@
 #include "tablecolumnsmenu.h"
 
+#include "connectiontablemodel.h"
 #include "prefs/cvprefshelper.h"
 #include "prefs/userdefaults.h"
 
@@ -55,7 +56,9 @@ void TableColumnsMenu::setupTableHeaderViewMenu()
         item->setShortcut({});
         item->setChecked(true);
         item->setData(column);
-        if (saved.isValid() && !savedTitles.contains(title)) {
+        const bool shown = saved.isValid() ? savedTitles.contains(title)
+                                           : ConnectionTableModel::isBuiltInColumn(column);
+        if (!shown) {
             header->hideSection(column);
             item->setChecked(false);
         }

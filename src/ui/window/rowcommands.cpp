@@ -1,0 +1,260 @@
+#include "rowcommands.h"
+
+#include "connectiontablemodel.h"
+#include "connectiontableview.h"
+#include "desktopactions.h"
+#include "prefs/cvprefshelper.h"
+#include "tablecolumnsmenu.h"
+#include "ui/app/cvshowipinfocontroller.h"
+
+#include <QClipboard>
+#include <QGridLayout>
+#include <QGuiApplication>
+#include <QMenu>
+#include <QMessageBox>
+
+using namespace Qt::StringLiterals;
+
+RowCommands::RowCommands(ConnectionTableView& table, ConnectionTableModel& model,
+                         TableColumnsMenu& columns, CVPrefsHelper& prefs, QWidget* dialogParent)
+    : QObject(dialogParent), m_table(table), m_model(model), m_columns(columns), m_prefs(prefs),
+      m_dialogParent(dialogParent)
+{
+    m_confirmTerminate = [this](const QString& appName, const ProcessIdentity& process) {
+        return confirmTerminateWithDialog(m_dialogParent, appName, process);
+    };
+    m_sendTerminate = &DesktopActions::terminate;
+    m_showError = [this](const QString& message) {
+        QMessageBox::warning(m_dialogParent, tr("Corvina"), message);
+    };
+    buildMenu();
+    connect(&m_table, &ConnectionTableView::cellClicked, this, &RowCommands::capture);
+    connect(&m_table, &ConnectionTableView::contextMenuWanted, this, &RowCommands::openMenu);
+}
+
+void RowCommands::buildMenu()
+{
+    m_menu = new QMenu(m_dialogParent);
+    m_menu->addAction(QIcon::fromTheme(u"edit-copy"_s), tr("Copy"), this,
+                      &RowCommands::copySelectedLines);
+    m_copyCell = m_menu->addAction(tr("Copy Cell"), this, &RowCommands::copyCellContent);
+    m_menu->addSeparator();
+    m_menu->addAction(QIcon::fromTheme(u"system-file-manager"_s, QIcon::fromTheme(u"folder"_s)),
+                      tr("Show in File Manager"), this, &RowCommands::showInFinder);
+    m_bringToFront = m_menu->addAction(tr("Bring to Front"), this, &RowCommands::bringToFront);
+    m_terminate =
+        m_menu->addAction(QIcon::fromTheme(u"process-stop"_s), tr("Terminate Application…"), this,
+                          &RowCommands::terminateSelectedApp);
+    m_menu->addSeparator();
+    m_ipInformation = m_menu->addAction(QIcon::fromTheme(u"network-server"_s), tr("IP Information"),
+                                        this, &RowCommands::showRemoteIPInformation);
+    QMenu* search = m_menu->addMenu(QIcon::fromTheme(u"web-browser"_s), tr("Search the Web For"));
+    const QStringList searchTitles{tr("Application"), tr("Remote Address"), tr("Remote Port"),
+                                   tr("Remote Host")};
+    for (int tag = 0; tag < searchTitles.size(); ++tag) {
+        QAction* item = search->addAction(searchTitles.at(tag));
+        item->setData(tag);
+        connect(item, &QAction::triggered, this, [this, item] { searchInGoogle(item); });
+        if (tag > 0)
+            m_remoteSearches.append(item);
+    }
+    m_menu->addSeparator();
+    m_exclude = m_menu->addAction(tr("Exclude from Notifications"), this,
+                                  &RowCommands::excludeForGrowlNotification);
+}
+
+void RowCommands::capture(int row, int column)
+{
+    const LsofItemList& rows = m_model.items();
+    if (row < 0 || row >= rows.size()) {
+        m_target = {};
+        return;
+    }
+    m_target.item = rows.at(row);
+    m_target.column = column;
+    m_target.process = ProcessIdentity::read(m_target.item->PID(), m_procRoot);
+}
+
+void RowCommands::openMenu(const QPoint& globalPos)
+{
+    updateMenu();
+    m_menu->popup(globalPos);
+}
+
+void RowCommands::updateMenu()
+{
+    const QString reason = DesktopActions::bringToFrontUnavailableReason();
+    m_bringToFront->setEnabled(reason.isEmpty());
+    m_bringToFront->setToolTip(reason);
+    m_menu->setToolTipsVisible(!reason.isEmpty());
+    // Commands about the peer mean nothing for a listening or unconnected socket.
+    const bool hasRemote = m_target.item && !m_target.item->remoteAddress().isEmpty();
+    m_ipInformation->setEnabled(hasRemote);
+    for (QAction* item : std::as_const(m_remoteSearches))
+        item->setEnabled(hasRemote);
+}
+
+void RowCommands::copySelectedLines()
+{
+    const QList<int> columns = m_columns.shownColumns();
+    const LsofItemList& rows = m_model.items();
+    QStringList lines;
+    for (int row : m_table.selectedRowNumbers()) {
+        if (row >= rows.size())
+            continue;
+        const LsofItem& item = *rows.at(row);
+        QStringList fields;
+        fields.reserve(columns.size());
+        for (int column : columns)
+            fields.append(item.text(ConnectionTableModel::columnKey(column)));
+        lines.append(fields.join(u'\t'));
+    }
+    QClipboard* clipboard = QGuiApplication::clipboard();
+    clipboard->clear();
+    clipboard->setText(lines.join(u'\n'));
+}
+
+void RowCommands::copyCellContent()
+{
+    // Offered only from a cell's context menu, so a missing cell is a programming error.
+    Q_ASSERT(m_target.item && m_target.column >= 0 && m_target.column < m_model.columnCount());
+    if (!m_target.item || m_target.column < 0 || m_target.column >= m_model.columnCount())
+        return;
+    QClipboard* clipboard = QGuiApplication::clipboard();
+    clipboard->clear();
+    clipboard->setText(m_target.item->text(ConnectionTableModel::columnKey(m_target.column)));
+}
+
+void RowCommands::bringToFront()
+{
+    const LsofItemPtr item = m_target.item;
+    if (!item)
+        return;
+    const QString reason = DesktopActions::bringToFrontUnavailableReason();
+    if (!reason.isEmpty()) {
+        m_showError(reason);
+        return;
+    }
+    if (!DesktopActions::bringToFront(item->PID()))
+        Q_EMIT statusMessage(
+            tr("\"%1\" has no window to bring forward.").arg(item->localizedAppName()));
+}
+
+void RowCommands::showInFinder()
+{
+    const LsofItemPtr item = m_target.item;
+    if (!item || item->processPath().isEmpty())
+        return;
+    if (!DesktopActions::showInFileManager(item->processPath()))
+        Q_EMIT statusMessage(tr("No file manager could show %1.").arg(item->processPath()));
+}
+
+bool RowCommands::confirmTerminateWithDialog(QWidget* parent, const QString& appName,
+                                             const ProcessIdentity& process)
+{
+    const QString title = tr("Terminate Application");
+    QMessageBox box(QMessageBox::Question, title, title, QMessageBox::Ok | QMessageBox::Cancel,
+                    parent);
+    box.setTextFormat(Qt::PlainText);
+    const QString processLine =
+        process.executablePath.isEmpty()
+            ? tr("Process %1 (its executable cannot be read)").arg(process.pid)
+            : tr("Process %1: %2").arg(QString::number(process.pid), process.executablePath);
+    box.setInformativeText(tr("Terminate application \"%1\"?").arg(appName) + u"\n\n"_s +
+                           processLine);
+    box.setDefaultButton(QMessageBox::Ok);
+    // A message box is as wide as its text; the window manager would cut the title short.
+    if (auto* grid = qobject_cast<QGridLayout*>(box.layout())) {
+        const int width = std::max(440, box.fontMetrics().horizontalAdvance(title) + 240);
+        grid->addItem(new QSpacerItem(width, 0, QSizePolicy::Minimum, QSizePolicy::Fixed),
+                      grid->rowCount(), 0, 1, grid->columnCount());
+    }
+    return box.exec() == QMessageBox::Ok;
+}
+
+void RowCommands::terminateSelectedApp()
+{
+    const Target target = m_target;
+    if (!target.item)
+        return;
+    const QString name = target.item->localizedAppName();
+    if (!m_confirmTerminate(name, target.process))
+        return;
+    // The process the row showed may have ended, and its id gone to another, while the menu
+    // and the question were open.
+    const ProcessIdentity now = ProcessIdentity::read(target.process.pid, m_procRoot);
+    if (!target.process.exists() || !now.exists()) {
+        m_showError(tr("\"%1\" (process %2) is no longer running; nothing was sent.")
+                        .arg(name)
+                        .arg(target.process.pid));
+        return;
+    }
+    if (!now.isSameProcess(target.process)) {
+        m_showError(tr("Process %1 is no longer the \"%2\" the row showed: it has ended and its "
+                       "number now belongs to another process. Nothing was sent.")
+                        .arg(target.process.pid)
+                        .arg(name));
+        return;
+    }
+    const QString error = m_sendTerminate(target.process.pid, name);
+    if (!error.isEmpty()) {
+        m_showError(error);
+        return;
+    }
+    Q_EMIT statusMessage(
+        tr("Asked \"%1\" (process %2) to terminate.").arg(name).arg(target.process.pid));
+}
+
+void RowCommands::showRemoteIPInformation()
+{
+    const LsofItemPtr item = m_target.item;
+    if (!item || item->remoteAddress().isEmpty())
+        return;
+    if (!CVShowIPInfoController::showIPInfo(item->remoteAddress()))
+        Q_EMIT statusMessage(tr("No web browser could be started for the IP information of %1.")
+                                 .arg(item->remoteAddress()));
+}
+
+void RowCommands::searchInGoogle(QAction* sender)
+{
+    if (!sender)
+        return;
+    static const LsofItem::Key keys[] = {LsofItem::Key::localizedAppName,
+                                         LsofItem::Key::remoteAddress, LsofItem::Key::remotePort,
+                                         LsofItem::Key::remoteHostname};
+    const int tag = sender->data().toInt();
+    Q_ASSERT(tag >= 0 && tag < 4);
+    if (tag < 0 || tag >= 4 || !m_target.item)
+        return;
+    QString term = m_target.item->text(keys[tag]);
+    if (keys[tag] == LsofItem::Key::remotePort)
+        term = u"port "_s + term;
+    openUrl(DesktopActions::webSearchUrl(term));
+}
+
+void RowCommands::openUrl(const QUrl& url)
+{
+    if (!DesktopActions::openUrl(url))
+        Q_EMIT statusMessage(tr("No web browser could open %1.").arg(url.toDisplayString()));
+}
+
+void RowCommands::excludeForGrowlNotification()
+{
+    if (m_target.item)
+        m_prefs.addExcludeAppForGrowNotification(m_target.item->processPath());
+}
+
+void RowCommands::setConfirmTerminateHandler(ConfirmTerminate handler)
+{
+    m_confirmTerminate = std::move(handler);
+}
+
+void RowCommands::setTerminateSender(SendTerminate sender)
+{
+    m_sendTerminate = std::move(sender);
+}
+
+void RowCommands::setErrorHandler(std::function<void(const QString&)> handler)
+{
+    m_showError = std::move(handler);
+}

@@ -1,0 +1,68 @@
+#include "windowstatus.h"
+
+#include <QLabel>
+#include <QStatusBar>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+QLabel* badge(QStatusBar& bar, const QString& colors)
+{
+    auto* label = new QLabel(&bar);
+    label->setStyleSheet(colors + u" padding: 1px 6px; border-radius: 3px;"_s);
+    label->setTextFormat(Qt::PlainText);
+    label->hide();
+    return label;
+}
+
+} // namespace
+
+WindowStatus::WindowStatus(QStatusBar& bar)
+    : QObject(&bar), m_rows(new QLabel(&bar)),
+      m_problem(badge(bar, u"color: white; background: #b3261e;"_s)),
+      m_searchError(badge(bar, u"color: black; background: #f9d67a;"_s)), m_road(new QLabel(&bar))
+{
+    bar.addWidget(m_rows);
+    bar.addWidget(m_problem);
+    bar.addWidget(m_searchError, 1);
+    bar.addPermanentWidget(m_road);
+}
+
+void WindowStatus::showCounts(qsizetype shown, qsizetype total)
+{
+    m_rows->setText(tr("%1 of %n connections", nullptr, int(total)).arg(shown));
+}
+
+void WindowStatus::showRoad(SnapshotSource::Road road, bool privileged)
+{
+    switch (road) {
+    case SnapshotSource::Road::Helper:
+        m_road->setText(tr("lsof through the privileged helper"));
+        break;
+    case SnapshotSource::Road::Script:
+        m_road->setText(privileged ? tr("lsof through the user script")
+                                   : tr("lsof through the user script: your own processes only"));
+        break;
+    case SnapshotSource::Road::Direct:
+        m_road->setText(privileged ? tr("lsof run directly: all processes")
+                                   : tr("lsof run directly: your own processes only"));
+        break;
+    case SnapshotSource::Road::None:
+        m_road->clear();
+        break;
+    }
+}
+
+void WindowStatus::showProblem(const QString& problem)
+{
+    m_problem->setText(problem);
+    m_problem->setVisible(!problem.isEmpty());
+}
+
+void WindowStatus::showSearchError(const QString& error)
+{
+    m_searchError->setText(error);
+    m_searchError->setToolTip(error);
+    m_searchError->setVisible(!error.isEmpty());
+}

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "snapshot/snapshotsource.h"
+
+#include <QObject>
+
+class QLabel;
+class QStatusBar;
+
+// The main window's status bar: how many rows are shown, which road the snapshot came by,
+// why a snapshot is empty or partial, and why the search is not applied as typed.
+class WindowStatus final : public QObject {
+    Q_OBJECT
+public:
+    explicit WindowStatus(QStatusBar& bar);
+    Q_DISABLE_COPY_MOVE(WindowStatus)
+
+    void showCounts(qsizetype shown, qsizetype total);
+    // `privileged`: the application runs as root, so lsof run directly sees every process.
+    void showRoad(SnapshotSource::Road road, bool privileged);
+    void showProblem(const QString& problem);
+    void showSearchError(const QString& error);
+
+private:
+    QLabel* m_rows;
+    QLabel* m_problem;
+    QLabel* m_searchError;
+    QLabel* m_road;
+};
