@@ -107,7 +107,7 @@ TEST_F(AppDelegateTest, AMailClientOrBrowserThatDoesNotStartIsReportedInTheStatu
 
 TEST_F(AppDelegateTest, ThePreferencesWindowsControlsApplyToTheMainWindowAtOnce)
 {
-    CVPreferencesController::Services services;
+    CVPreferencesController::Services services = delegate.preferencesServices();
     services.chooseColor = [](QWidget*, const QColor&, const QString&) {
         return std::optional<QColor>(QColor(0x33, 0x66, 0xcc));
     };

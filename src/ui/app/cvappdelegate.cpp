@@ -132,14 +132,20 @@ void CVAppDelegate::applicationDidFinishLaunching()
 void CVAppDelegate::showPreferences()
 {
     if (!m_preferencesController) {
-        CVPreferencesController::Services services = CVPreferencesController::defaultServices();
-        services.listedApplications = [this] { return listedApplications(); };
         m_preferencesController =
-            new CVPreferencesController(m_prefs, tableHeaderMenu(), std::move(services));
+            new CVPreferencesController(m_prefs, tableHeaderMenu(), preferencesServices());
     }
     m_preferencesController->show();
     m_preferencesController->raise();
     m_preferencesController->activateWindow();
+}
+
+PreferencesServices CVAppDelegate::preferencesServices()
+{
+    CVPreferencesController::Services services = CVPreferencesController::defaultServices();
+    services.listedApplications = [this] { return listedApplications(); };
+    services.refreshPeriodChosen = [this] { window().autoRefreshClicked(); };
+    return services;
 }
 
 void CVAppDelegate::showHelp()

@@ -44,6 +44,8 @@ public:
     // The About box's text: version, licence and the project's address.
     static QString aboutText();
     CVPreferencesController* preferencesController() const { return m_preferencesController; }
+    // What the preferences window is given: the desktop's services, tied to this main window.
+    PreferencesServices preferencesServices();
     QMenu* helpMenu() const { return m_helpMenu; }
     QAction* checkForUpdatesMenuItem() const { return m_checkForUpdatesMenuItem; }
     QAction* aboutMenuItem() const { return m_aboutMenuItem; }

@@ -201,6 +201,8 @@ QWidget* CVPreferencesController::buildGeneralPane()
     connect(m_refreshButton, &QComboBox::activated, this, [this](int index) {
         m_prefs.defaultsStore().setInteger(PrefKeys::AutoRefreshSetting,
                                            m_refreshButton->itemData(index).toLongLong());
+        if (m_services.refreshPeriodChosen)
+            m_services.refreshPeriodChosen();
     });
     auto* form = new QFormLayout(refresh);
     form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);

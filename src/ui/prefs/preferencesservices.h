@@ -34,6 +34,9 @@ struct PreferencesServices {
     std::function<void()> showHelp;
     // The applications in the main window's list, by name; none when unset.
     std::function<QList<ApplicationChoice>()> listedApplications;
+    // The user chose a refresh period (already stored): the main window takes it up as from its
+    // own pop-up. A change of the setting from elsewhere waits for that pop-up.
+    std::function<void()> refreshPeriodChosen;
 
     // The desktop's own: dialogs, the file manager, the shared helper client.
     static PreferencesServices desktop();

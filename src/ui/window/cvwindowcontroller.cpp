@@ -379,13 +379,8 @@ void CVWindowController::userDefaultsChanged()
     m_table->setRowHeight(size + 4);
     m_table->viewport()->update();
 
-    // A period chosen in the preferences (or on the command line) applies at once.
-    const qint64 seconds = m_prefs.defaultsStore().integerForKey(PrefKeys::AutoRefreshSetting);
-    const qint64 runningMs = m_autoRefreshTimer ? m_autoRefreshTimer->interval() : 0;
-    if ((seconds < 1 ? 0 : seconds * 1000) != runningMs)
-        toggleAutoRefresh();
-    else
-        syncRefreshButton();
+    // The timer is restarted only by the pop-up's action (the preferences window's period
+    // control calls it too), not by a change of the setting itself.
     m_ownBar->update(m_source.lastRoad(), m_privileged);
 }
 
