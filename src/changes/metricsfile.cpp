@@ -36,14 +36,6 @@ void family(QByteArray& out, const char* name, const char* type, const char* hel
     out += QByteArray("# TYPE ") + name + ' ' + type + '\n';
 }
 
-void sample(QByteArray& out, const char* name, const QByteArray& labels, const QByteArray& value)
-{
-    out += name;
-    if (!labels.isEmpty())
-        out += '{' + labels + '}';
-    out += ' ' + value + '\n';
-}
-
 // Writes `content` to a temporary file beside `path`, syncs it and renames it over `path`: a
 // reader sees the old file or the new one, never a part, and a full disk leaves the old one.
 // The temporary name does not end in ".prom", so node_exporter never reads it. Empty on
@@ -98,7 +90,24 @@ void addKnown(std::optional<qint64>& sum, const std::optional<qint64>& figure)
 
 } // namespace
 
-MetricsFile::MetricsFile(QString path) : m_path(std::move(path)) {}
+MetricsFile::MetricsFile(QString path, const QString& host) : m_path(std::move(path))
+{
+    if (!host.isEmpty())
+        m_hostLabel = "host=\"" + escaped(host) + '"';
+}
+
+void MetricsFile::sample(QByteArray& out, const char* name, const QByteArray& labels,
+                         const QByteArray& value) const
+{
+    out += name;
+    QByteArray all = m_hostLabel;
+    if (!all.isEmpty() && !labels.isEmpty())
+        all += ',';
+    all += labels;
+    if (!all.isEmpty())
+        out += '{' + all + '}';
+    out += ' ' + value + '\n';
+}
 
 QString MetricsFile::countedApplication(const QString& name)
 {

@@ -29,7 +29,10 @@ public:
     static constexpr int kMaxApplications = 100;
     static constexpr char kOtherApplications[] = "(other)";
 
-    explicit MetricsFile(QString path);
+    // `host` names the machine watched when it is not this one (corvina watch --host): every
+    // series then carries it as a label, so that the files of several watched machines can
+    // lie in one textfile folder without their series colliding.
+    explicit MetricsFile(QString path, const QString& host = {});
 
     QString path() const { return m_path; }
 
@@ -62,11 +65,14 @@ private:
 
     QString countedApplication(const QString& name);
     void foldApplications();
+    void sample(QByteArray& out, const char* name, const QByteArray& labels,
+                const QByteArray& value) const;
     void appendGauges(QByteArray& out) const;
     void appendTraffic(QByteArray& out) const;
     void appendCounters(QByteArray& out) const;
 
     QString m_path;
+    QByteArray m_hostLabel;
     QMap<std::pair<QString, QString>, qint64> m_byProtocolAndState;
     QMap<QString, ApplicationFigures> m_byApplication;
     QMap<QString, Counts> m_counts;

@@ -186,10 +186,13 @@ TEST_F(MetricsFileTest, LabelsStayBoundedAndEscaped)
         QByteArray::number(items.size()) + '\n';
     EXPECT_TRUE(text.contains(allEstablished));
 
-    MetricsFile few(m_path);
+    // A watched machine's name goes on every series, with the same escapes.
+    MetricsFile few(m_path, u"web\"1"_s);
     few.count({connection(u"we\"ird\\\nname"_s, 1)}, {});
-    EXPECT_TRUE(few.text().contains(
-        "corvina_application_connections{application=\"we\\\"ird\\\\\\nname\"} 1\n"));
+    const QByteArray fewText = few.text();
+    EXPECT_TRUE(fewText.contains("corvina_application_connections{host=\"web\\\"1\","
+                                 "application=\"we\\\"ird\\\\\\nname\"} 1\n"));
+    EXPECT_TRUE(fewText.contains("corvina_passes_total{host=\"web\\\"1\"} 1\n"));
 }
 
 TEST_F(MetricsFileTest, AReaderNeverSeesAPartialFile)
@@ -258,7 +261,7 @@ TEST_F(MetricsFileTest, PromtoolAcceptsTheFile)
     const QString promtool = QStandardPaths::findExecutable(u"promtool"_s);
     if (promtool.isEmpty())
         GTEST_SKIP() << "promtool is not installed (Debian package prometheus)";
-    MetricsFile metrics(m_path);
+    MetricsFile metrics(m_path, u"web1"_s);
     metrics.count(pass("sequence-1.txt"), {});
     LsofItemList items = pass("sequence-2.txt");
     items.first()->setTraffic({1, 2, 3, 4, 5.5});
