@@ -10,6 +10,9 @@ namespace {
 
 // The remote snippet's report of what it started, a line of its own on standard error.
 constexpr QByteArrayView kSourceMarker = "@corvina-source ";
+// Printed on standard output just before the collector starts: whatever a login script of the
+// other side printed comes before it and is dropped.
+constexpr QByteArrayView kOutputMarker = "@corvina-output\n";
 
 // ssh's own exit status when it could not connect or log in; the remote command's otherwise.
 constexpr int kSshFailed = 255;
@@ -32,6 +35,19 @@ SplitErrors splitErrors(const QByteArray& errors)
     }
     split.text = QString::fromUtf8(kept.join('\n')).trimmed();
     return split;
+}
+
+// The collector's output, without what came before the snippet's marker. Without the marker (an
+// authorized_keys entry that forces its own command) all of it.
+QByteArray collectorOutput(QByteArray output)
+{
+    if (output.startsWith(kOutputMarker))
+        return output.sliced(kOutputMarker.size());
+    const QByteArray afterLine = '\n' + kOutputMarker.toByteArray();
+    const qsizetype marker = output.indexOf(afterLine);
+    if (marker >= 0)
+        return output.sliced(marker + 1 + kOutputMarker.size());
+    return output;
 }
 
 QString firstLine(const QString& text)
@@ -60,15 +76,16 @@ SshCollector::SshCollector(HostSpec host, Options options)
 
 QString SshCollector::remoteCommand()
 {
-    // Single quotes around a snippet free of quotes, backslashes and "!": the login shell may
-    // be bash, fish or csh, and each hands it to sh untouched. lsof lives in /usr/sbin on some
+    // Single quotes around a snippet free of single quotes, backslashes and "!": the login shell
+    // may be bash, fish or csh, and each hands it to sh untouched. lsof lives in /usr/sbin on some
     // systems, off an ordinary user's PATH.
     return u"sh -c '"
            u"PATH=\"$PATH:/usr/sbin:/sbin\"; "
            u"if command -v corvina >/dev/null 2>&1; then "
-           u"echo \"@corvina-source corvina\" >&2; exec corvina sockets; fi; "
+           u"echo \"@corvina-source corvina\" >&2; echo @corvina-output; exec corvina sockets; fi; "
            u"if command -v lsof >/dev/null 2>&1; then "
-           u"echo \"@corvina-source lsof\" >&2; exec lsof -i -n -P +c 0; fi; "
+           u"echo \"@corvina-source lsof\" >&2; echo @corvina-output; exec lsof -i -n -P +c 0; "
+           u"fi; "
            u"echo \"@corvina-source none\" >&2; exit 127'"_s;
 }
 
@@ -137,13 +154,14 @@ SshCollector::Result SshCollector::interpret(BoundedProcess::Outcome outcome) co
         result.failure = Failure::NoCollector;
         result.problem =
             u"Neither corvina nor lsof is installed on %1; install one of them there."_s.arg(host);
-    } else if (outcome.exitCode != 0 && outcome.output.isEmpty() && !errors.text.isEmpty()) {
+    } else if (outcome.exitCode != 0 && collectorOutput(outcome.output).isEmpty() &&
+               !errors.text.isEmpty()) {
         // lsof also exits 1, silently, when there is not one socket: that is an empty snapshot.
         result.failure = Failure::RemoteCommandFailed;
         result.problem = u"The collection command failed on %1 (exit status %2): %3"_s.arg(
             host, QString::number(outcome.exitCode), firstLine(errors.text));
     } else {
-        result.output = std::move(outcome.output);
+        result.output = collectorOutput(std::move(outcome.output));
         return result;
     }
     return result;

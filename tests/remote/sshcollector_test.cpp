@@ -117,6 +117,7 @@ TEST_F(SshCollectorTest, FallsBackToLsofWithoutCorvina)
     EXPECT_EQ(recorded(u"lsof.arguments"_s),
               (QStringList{u"-i"_s, u"-n"_s, u"-P"_s, u"+c"_s, u"0"_s}));
     EXPECT_FALSE(recorded(u"arguments"_s).contains(u"-p"_s));
+    EXPECT_EQ(collector(u"noisy.test"_s).collect().output, result.output);
 
     LsofFetcher fetcher;
     EXPECT_EQ(fetcher.parseLsofOutput(result.output).size(), 5);
