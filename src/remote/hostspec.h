@@ -11,7 +11,7 @@
 // split into two words is refused rather than quoted.
 class HostSpec final {
 public:
-    // The spec, or nullopt with `problem` set to one sentence saying what is wrong with it.
+    // The parsed host, or nullopt with `problem` set to one sentence saying what is wrong.
     static std::optional<HostSpec> parse(const QString& text, QString* problem = nullptr);
 
     // Empty when ssh's own default (the config's User, else the local name) applies.
