@@ -25,5 +25,9 @@ set(CPACK_DEBIAN_PACKAGE_DEPENDS
     "libqt6core6, libqt6gui6, libqt6widgets6, libqt6dbus6, libsqlite3-0, libsystemd0, lsof, qt6-qpa-plugins")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "policykit-1 | pkexec, systemd, libqt6svg6")
 
+# The headless service (corvina-watch) reaches other machines through ssh and feeds
+# node_exporter's textfile collector.
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS "openssh-client, prometheus-node-exporter")
+
 set(CPACK_GENERATOR "DEB")
 include(CPack)
