@@ -1,11 +1,13 @@
 #include "changereporter.h"
 
 #include "changes/connectionlog.h"
+#include "platform/journal.h"
 #include "platform/systemlog.h"
 #include "prefs/cvprefshelper.h"
 #include "prefs/prefkeys.h"
 
 #include <QMap>
+#include <QSysInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -64,8 +66,12 @@ QStringList assemble(const Groups& groups, const std::function<QString(const Lso
 } // namespace
 
 ChangeReporter::ChangeReporter(CVPrefsHelper& prefs, ConnectionLog& log)
-    : m_prefs(prefs), m_log(log)
+    : m_prefs(prefs), m_log(log), m_host(QSysInfo::machineHostName())
 {
+    if (Journal::isAvailable())
+        m_journal = [this](const LsofItemList& items) {
+            return Journal::writeItems(items, m_host);
+        };
 }
 
 bool ChangeReporter::needsNotifyOrLogNewConnections() const
@@ -132,9 +138,10 @@ QString ChangeReporter::changedItemsMessage(const LsofItemList& changedItems)
     return u"State Changed\n"_s + lines.join(u'\n');
 }
 
-void ChangeReporter::writeConsoleMessage(const QString& message, const QString& settingKey)
+void ChangeReporter::writeConsoleMessage(const LsofItemList& items, const QString& message,
+                                         const QString& settingKey)
 {
-    if (m_prefs.boolForKey(settingKey))
+    if (m_prefs.boolForKey(settingKey) && !(m_journal && m_journal(items)))
         SystemLog::write(message, !m_echo);
     if (m_echo)
         m_echo(message);
@@ -153,7 +160,8 @@ void ChangeReporter::notifyNewItems(const LsofItemList& items)
         m_sink({u"New Connections"_s, lines});
     if (selected.isEmpty())
         return;
-    writeConsoleMessage(newItemsMessage(selected), PrefKeys::LogNewConnectionToSystemConsole);
+    writeConsoleMessage(selected, newItemsMessage(selected),
+                        PrefKeys::LogNewConnectionToSystemConsole);
     if (m_prefs.boolForKey(PrefKeys::LogNewConnectionToCSVFiles))
         m_log.writePass(u"New"_s, selected);
 }
@@ -172,7 +180,7 @@ void ChangeReporter::notifyChangedItems(const LsofItemList& items)
         m_sink({u"State Changed"_s, lines});
     if (selected.isEmpty())
         return;
-    writeConsoleMessage(changedItemsMessage(selected),
+    writeConsoleMessage(selected, changedItemsMessage(selected),
                         PrefKeys::LogConnectionStateChangeToSystemConsole);
     if (m_prefs.boolForKey(PrefKeys::LogConnectionStateChangeToCSVFiles))
         m_log.writePass(u"State Changed"_s, selected);

@@ -30,6 +30,14 @@ public:
     // acquisition thread. Without a sink the lines are assembled and dropped.
     void setAnnouncementSink(AnnouncementSink sink) { m_sink = std::move(sink); }
 
+    // Where the console messages go when the settings ask for them: the journal, as one entry
+    // per connection, when `journal` takes them (answers true); the system log otherwise. The
+    // default writes to the systemd journal where it runs; null means the system log always.
+    using JournalWriter = std::function<bool(const LsofItemList& items)>;
+    void setJournalWriter(JournalWriter journal) { m_journal = std::move(journal); }
+    // The machine the messages speak of, for the journal's entries: this one unless set.
+    void setHost(const QString& host) { m_host = host; }
+
     // Hands every console message to `echo` as well, whatever the console settings say (a
     // terminal session shows them); the system log still gets them only when asked.
     void setConsoleEcho(std::function<void(const QString&)> echo) { m_echo = std::move(echo); }
@@ -44,10 +52,13 @@ public:
     static QString changedItemsMessage(const LsofItemList& changedItems);
 
 private:
-    void writeConsoleMessage(const QString& message, const QString& settingKey);
+    void writeConsoleMessage(const LsofItemList& items, const QString& message,
+                             const QString& settingKey);
 
     CVPrefsHelper& m_prefs;
     ConnectionLog& m_log;
     AnnouncementSink m_sink;
+    JournalWriter m_journal;
+    QString m_host;
     std::function<void(const QString&)> m_echo;
 };

@@ -24,6 +24,7 @@ protected:
         m_store.setBool(PrefKeys::LogNewConnectionToCSVFiles, false);
         m_store.setBool(PrefKeys::NotifyConnectionsStateChange, true);
         m_fetcher.setReporter(&m_reporter);
+        m_reporter.setJournalWriter({}); // the system log, whether or not journald runs here
         m_reporter.setAnnouncementSink(
             [this](const ChangeReporter::Announcement& a) { m_announced << a; });
         SystemLog::setEcho([this](const QString& message) { m_logged << message; });
@@ -70,6 +71,31 @@ TEST_F(ReporterTest, ConsoleMessagesForNewAndChangedConnections)
     EXPECT_EQ(m_logged[0], u"State Changed\n"
                            u"app 10.0.0.2:51000 => 198.51.100.7:443  ESTABLISHED => Closed\n"
                            u"dns [fe80::1%lo0]:5353  (null)"_s.replace(u"(null)"_s, u"Closed"_s));
+}
+
+// Where the journal takes a pass's connections, the system log does not get the message too;
+// where it refuses them, the system log does.
+TEST_F(ReporterTest, TheJournalTakesTheConsoleMessagesWhereItRuns)
+{
+    QList<LsofItemList> journaled;
+    bool journalTakes = true;
+    m_reporter.setJournalWriter([&](const LsofItemList& items) {
+        journaled << items;
+        return journalTakes;
+    });
+    pass({tcp(u"app"_s, 3, u"10.0.0.2:51000->198.51.100.7:443 (ESTABLISHED)"_s)});
+    pass({tcp(u"app"_s, 3, u"10.0.0.2:51000->198.51.100.7:443 (ESTABLISHED)"_s),
+          tcp(u"foo"_s, 4, u"*:8080 (LISTEN)"_s)});
+    ASSERT_EQ(journaled.size(), 1);
+    ASSERT_EQ(journaled[0].size(), 1);
+    EXPECT_EQ(journaled[0][0]->processName(), u"foo"_s);
+    EXPECT_TRUE(m_logged.isEmpty());
+
+    journalTakes = false;
+    pass({tcp(u"foo"_s, 4, u"*:8080 (LISTEN)"_s)});
+    ASSERT_EQ(journaled.size(), 2);
+    ASSERT_EQ(m_logged.size(), 1);
+    EXPECT_TRUE(m_logged[0].startsWith(u"State Changed\n"_s));
 }
 
 TEST_F(ReporterTest, StateChangeWithoutAnOldStateShowsOnlyTheNewOne)
