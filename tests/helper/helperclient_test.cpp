@@ -224,11 +224,16 @@ TEST_F(HelperClientTest, MissingDaemonAnswersNullOnceAndLogsConnectError)
 TEST_F(HelperClientTest, ARefusedUserIsToldOnceAndNotAskedAgain)
 {
     RefusingDaemon daemon(m_socket);
+    // Outlive the utility: a reply may still be finishing on the connection's thread when the
+    // test has its answer.
+    std::vector<std::unique_ptr<ReplyRecorder<QByteArray>>> recorders;
     CVHelperUtility utility(environment());
-    const auto ask = [&utility] {
-        ReplyRecorder<QByteArray> lsof;
+    const auto ask = [&utility, &recorders] {
+        recorders.push_back(std::make_unique<ReplyRecorder<QByteArray>>());
+        ReplyRecorder<QByteArray>& lsof = *recorders.back();
         utility.runLsofWithReply(lsof.callback());
-        EXPECT_TRUE(lsof.waitForReply());
+        ASSERT_TRUE(lsof.waitForReply());
+        std::lock_guard guard(lsof.lock);
         EXPECT_EQ(lsof.replies, (std::vector<std::optional<QByteArray>>{std::nullopt}));
     };
     ask();
