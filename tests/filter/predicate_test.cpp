@@ -68,11 +68,6 @@ TEST(Predicate, EvaluatesEveryConstruct)
         {u"PID < +2"_s, {u"1"_s}},
         {u"localPortNumber >= 5e3"_s, {u"1234"_s, u"777"_s}},
         {u"processId < \"2\""_s, {u"1234"_s, u"1"_s}}, // strings order as text
-        // Integers in hexadecimal, octal and binary, prefixes in either case.
-        {u"remotePortNumber == 0x1BB"_s, {u"1234"_s}},
-        {u"PID == 0X4d2 OR localPortNumber == 0b10110"_s, {u"1234"_s, u"1"_s}},
-        {u"PID IN {0o1411, 0B1}"_s, {u"1"_s, u"777"_s}},
-        {u"PID > -0x1 AND PID < 0O303237"_s, {u"1234"_s, u"1"_s, u"777"_s}},
         // String operators and the [c] and [d] options.
         {u"processName BEGINSWITH \"fire\""_s, {u"1234"_s}},
         {u"processName beginswith[c] \"FIRE\""_s, {u"1234"_s}},
@@ -99,6 +94,19 @@ TEST(Predicate, EvaluatesEveryConstruct)
         {u"processName MATCHES[c] \"FIRE.*\""_s, {u"1234"_s}},
         {u"processName MATCHES \"\\w+d\""_s, {u"1"_s}},
         {u"processName MATCHES \"\\\\w+d\""_s, {u"1"_s}},
+    };
+    for (const MatchCase& c : cases)
+        EXPECT_EQ(matching(c.expression), c.expected) << c.expression.toStdString();
+}
+
+TEST(Predicate, EvaluatesListsCompoundsAndLiterals)
+{
+    const QList<MatchCase> cases = {
+        // Integers in hexadecimal, octal and binary, prefixes in either case.
+        {u"remotePortNumber == 0x1BB"_s, {u"1234"_s}},
+        {u"PID == 0X4d2 OR localPortNumber == 0b10110"_s, {u"1234"_s, u"1"_s}},
+        {u"PID IN {0o1411, 0B1}"_s, {u"1"_s, u"777"_s}},
+        {u"PID > -0x1 AND PID < 0O303237"_s, {u"1234"_s, u"1"_s, u"777"_s}},
         // IN over lists (equality) and over strings (containment), BETWEEN inclusive.
         {u"protocol IN {\"TCP\", \"UDP\"}"_s, {u"1234"_s, u"1"_s, u"777"_s}},
         {u"protocol IN[c] {\"tcp\"}"_s, {u"1234"_s, u"1"_s}},
