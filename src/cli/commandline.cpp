@@ -234,8 +234,14 @@ int CommandLine::list(const QStringList& arguments)
         fetcher.setRoads(
             AcquisitionRoads::system(CliAcquisition::helperChoice(options.helperSocket)));
         items = CliAcquisition::acquire(fetcher);
-        if (items.isEmpty() && !fetcher.lastProblem().isEmpty())
-            return failure(fetcher.lastProblem());
+        const QString problem = fetcher.lastProblem();
+        if (items.isEmpty() && !problem.isEmpty())
+            return failure(problem);
+        // A partial snapshot (the helper refused, say) is still printed, with why it is one.
+        if (!problem.isEmpty()) {
+            m_err << "corvina: " << problem << '\n';
+            m_err.flush();
+        }
     }
 
     const ItemFilter::Result result = filter.apply(items);
