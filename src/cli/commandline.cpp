@@ -2,6 +2,7 @@
 
 #include "changes/changereporter.h"
 #include "changes/connectionlog.h"
+#include "cliacquisition.h"
 #include "helpercommand.h"
 #include "itemprinter.h"
 #include "listoptions.h"
@@ -9,21 +10,18 @@
 #include "platform/systemlog.h"
 #include "prefs/cvfilterprofileinfo.h"
 #include "prefs/cvprefshelper.h"
-#include "prefs/prefkeys.h"
-#include "prefs/userdefaults.h"
 #include "profilescommand.h"
 #include "settingscommand.h"
 #include "snapshot/hostnameresolver.h"
 #include "snapshot/lsoffetcher.h"
+#include "verbusage.h"
+#include "watchcommand.h"
 
 #include <QDir>
 #include <QFile>
 #include <QStandardPaths>
-#include <QThread>
 
-#include <atomic>
-#include <csignal>
-#include <future>
+#include <algorithm>
 #include <optional>
 
 using namespace Qt::StringLiterals;
@@ -40,36 +38,6 @@ const QStringList kVerbs = {u"replay"_s,   u"list"_s,     u"watch"_s,
                             u"settings"_s, u"profiles"_s, u"helper"_s};
 
 const QStringList kHelpWords = {u"help"_s, u"--help"_s, u"-h"_s};
-
-const char* const kUsage =
-    "Usage: corvina [VERB [OPTIONS]]\n"
-    "\n"
-    "Without a verb, the desktop application starts (with no display, 'watch' runs).\n"
-    "\n"
-    "  watch [--interval S] [--helper-socket PATH] [--no-resolve]\n"
-    "                         the refresh cycle in a terminal, printing each pass's changes\n"
-    "  list [OPTIONS]         one snapshot, filtered, printed\n"
-    "  replay [OPTIONS] FILE...\n"
-    "                         saved lsof outputs through parsing, change detection, reporting\n"
-    "  profiles list | add NAME EXPRESSION | delete PK\n"
-    "  settings list | get KEY | set KEY VALUE | reset KEY\n"
-    "  helper status | install | remove-instructions\n"
-    "\n"
-    "Options of list and replay:\n"
-    "  --format table|csv|json   --input FILE (list; - for standard input)\n"
-    "  --keyword TEXT   --filter EXPRESSION   --profile NAME\n"
-    "  --hide-type IPv4|IPv6   --hide-protocol TCP|UDP|Other   --remote-only\n"
-    "  --no-resolve   --no-log (replay)   --helper-socket PATH (list)\n"
-    "\n"
-    "Exit status: 0 success, 1 an input could not be read, 2 bad usage.\n"
-    "See man corvina and docs/predicates.md for the expression language.\n";
-
-std::atomic<bool> stopRequested{false};
-
-void requestStop(int)
-{
-    stopRequested.store(true);
-}
 
 // Reads a whole file ("-" is standard input) as lsof's output. Bytes that are not UTF-8 give a
 // null output, which parses to an empty list, as lsof output that cannot be decoded does.
@@ -91,25 +59,6 @@ std::optional<QByteArray> readOutput(const QString& path, QString* error)
     if (!bytes.isValidUtf8())
         return QByteArray();
     return bytes;
-}
-
-AcquisitionRoads::HelperChoice helperChoice(const ListOptions& options)
-{
-    AcquisitionRoads::HelperChoice choice;
-    choice.mode = options.helperSocket.isEmpty() ? AcquisitionRoads::HelperChoice::Mode::Auto
-                                                 : AcquisitionRoads::HelperChoice::Mode::Socket;
-    choice.socketPath = options.helperSocket;
-    return choice;
-}
-
-// One acquisition, waited for: on the helper road the answer comes on another thread.
-LsofItemList acquire(LsofFetcher& fetcher)
-{
-    std::promise<LsofItemList> done;
-    std::future<LsofItemList> result = done.get_future();
-    fetcher.getCurrentItemsWithCompletion(
-        [&done](const LsofItemList& items) { done.set_value(items); });
-    return result.get();
 }
 
 } // namespace
@@ -142,7 +91,15 @@ int CommandLine::run(const QStringList& arguments)
     const QString verb = arguments.first();
     const QStringList rest = arguments.mid(1);
     if (kHelpWords.contains(verb)) {
-        m_out << kUsage;
+        m_out << VerbUsage::general();
+        m_out.flush();
+        return kExitOk;
+    }
+    // Anywhere after a verb, a help word asks for that verb's usage.
+    if (kVerbs.contains(verb) && std::any_of(rest.begin(), rest.end(), [](const QString& word) {
+            return word == u"--help" || word == u"-h";
+        })) {
+        m_out << VerbUsage::forVerb(verb);
         m_out.flush();
         return kExitOk;
     }
@@ -156,7 +113,7 @@ int CommandLine::run(const QStringList& arguments)
     if (verb == u"list")
         return list(rest);
     if (verb == u"watch")
-        return watch(rest);
+        return runWatchCommand(rest, m_out, m_err);
     if (verb == u"settings")
         return runSettingsCommand(rest, m_out, m_err);
     if (verb == u"profiles")
@@ -252,17 +209,18 @@ int CommandLine::replay(const QStringList& arguments)
 int CommandLine::list(const QStringList& arguments)
 {
     ListOptions options;
-    if (auto error =
-            ListOptions::parse(arguments,
-                               ListOptions::Format | ListOptions::Input | ListOptions::Filters |
-                                   ListOptions::NoResolve | ListOptions::HelperSocket,
-                               options))
+    if (auto error = ListOptions::parse(arguments,
+                                        ListOptions::Format | ListOptions::Input |
+                                            ListOptions::Filters | ListOptions::NoLog |
+                                            ListOptions::NoResolve | ListOptions::HelperSocket,
+                                        options))
         return usageError(*error);
     ItemFilter filter;
     if (auto exit = prepareFilter(options, &filter))
         return *exit;
     HostnameResolver::setEnabled(!options.noResolve);
 
+    // List reports no changes (its fetcher has no reporter): --no-log has nothing to stop.
     LsofFetcher fetcher;
     LsofItemList items;
     if (options.hasInput) {
@@ -273,10 +231,17 @@ int CommandLine::list(const QStringList& arguments)
         items = fetcher.parseLsofOutput(*output);
         fetcher.processLsofItemsChanges(items);
     } else {
-        fetcher.setRoads(AcquisitionRoads::system(helperChoice(options)));
-        items = acquire(fetcher);
-        if (items.isEmpty() && !fetcher.lastProblem().isEmpty())
-            return failure(fetcher.lastProblem());
+        fetcher.setRoads(
+            AcquisitionRoads::system(CliAcquisition::helperChoice(options.helperSocket)));
+        items = CliAcquisition::acquire(fetcher);
+        const QString problem = fetcher.lastProblem();
+        if (items.isEmpty() && !problem.isEmpty())
+            return failure(problem);
+        // A partial snapshot (the helper refused, say) is still printed, with why it is one.
+        if (!problem.isEmpty()) {
+            m_err << "corvina: " << problem << '\n';
+            m_err.flush();
+        }
     }
 
     const ItemFilter::Result result = filter.apply(items);
@@ -289,57 +254,5 @@ int CommandLine::list(const QStringList& arguments)
         HostnameResolver::sharedResolver().waitForIdle(kResolveWaitMs);
     }
     ItemPrinter(m_out, options.format).print(result.items);
-    return kExitOk;
-}
-
-int CommandLine::watch(const QStringList& arguments)
-{
-    ListOptions options;
-    if (auto error = ListOptions::parse(
-            arguments, ListOptions::Interval | ListOptions::HelperSocket | ListOptions::NoResolve,
-            options))
-        return usageError(*error);
-    HostnameResolver::setEnabled(!options.noResolve);
-    CVPrefsHelper& prefs = CVPrefsHelper::sharedHelper();
-    const qint64 interval = options.interval.value_or(
-        std::max<qint64>(1, prefs.defaultsStore().integerForKey(PrefKeys::AutoRefreshSetting)));
-
-    LsofFetcher fetcher;
-    fetcher.setRoads(AcquisitionRoads::system(helperChoice(options)));
-    ConnectionLog log(prefs);
-    ChangeReporter reporter(prefs, log);
-    reporter.setConsoleEcho([this](const QString& message) {
-        m_out << message << "\n\n";
-        m_out.flush();
-    });
-    fetcher.setReporter(&reporter);
-    SystemLog::setEcho([this](const QString& message) {
-        m_err << "corvina: " << message << '\n';
-        m_err.flush();
-    });
-
-    stopRequested.store(false);
-    std::signal(SIGINT, requestStop);
-    std::signal(SIGTERM, requestStop);
-    m_err << "corvina: watching connections every " << interval << " s; Ctrl-C ends.\n";
-    m_err.flush();
-
-    QString shownProblem;
-    while (!stopRequested.load()) {
-        const LsofItemList items = acquire(fetcher);
-        // Say what went wrong once, not at every pass.
-        const QString problem = items.isEmpty() ? fetcher.lastProblem() : QString();
-        if (problem != shownProblem && !problem.isEmpty()) {
-            m_err << "corvina: " << problem << '\n';
-            m_err.flush();
-        }
-        shownProblem = problem;
-        for (qint64 waited = 0; waited < interval * 10 && !stopRequested.load(); ++waited)
-            QThread::msleep(100);
-    }
-    log.close();
-    SystemLog::setEcho({});
-    std::signal(SIGINT, SIG_DFL);
-    std::signal(SIGTERM, SIG_DFL);
     return kExitOk;
 }

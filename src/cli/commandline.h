@@ -29,7 +29,6 @@ private:
     void reportFilterProblems(const ItemFilter::Result& result);
     int replay(const QStringList& arguments);
     int list(const QStringList& arguments);
-    int watch(const QStringList& arguments);
 
     QTextStream& m_out;
     QTextStream& m_err;

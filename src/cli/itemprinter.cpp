@@ -89,6 +89,13 @@ std::optional<ItemPrinter::Format> ItemPrinter::formatForName(const QString& nam
     return std::nullopt;
 }
 
+QString ItemPrinter::jsonString(QStringView text)
+{
+    QString out;
+    appendJsonString(out, text);
+    return out;
+}
+
 QString ItemPrinter::jsonObject(const LsofItem& item, std::optional<int> snapshot)
 {
     // The member names, quoted and followed by ":", made once.

@@ -18,6 +18,8 @@ public:
     void print(const LsofItemList& items, std::optional<int> snapshot = std::nullopt);
 
     static QString jsonObject(const LsofItem& item, std::optional<int> snapshot);
+    // `text` as a JSON string, quoted and escaped.
+    static QString jsonString(QStringView text);
 
 private:
     void printTable(const LsofItemList& items);

@@ -69,14 +69,6 @@ std::optional<QString> ListOptions::parse(const QStringList& arguments, unsigned
             if ((error = next()))
                 return error;
             options.helperSocket = value;
-        } else if (arg == u"--interval" && takes(Interval)) {
-            if ((error = next()))
-                return error;
-            bool ok = false;
-            const qint64 seconds = value.toLongLong(&ok);
-            if (!ok || seconds < 1 || seconds > 86400)
-                return u"--interval takes whole seconds from 1 to 86400"_s;
-            options.interval = seconds;
         } else if (arg.startsWith(u'-') && arg.size() > 1) {
             return u"unknown option '%1'"_s.arg(arg);
         } else if (takes(Files)) {

@@ -7,7 +7,7 @@
 
 #include <optional>
 
-// The options of `list`, `replay` and `watch`, parsed, with the filter they ask for.
+// The options of `list` and `replay`, parsed, with the filter they ask for.
 struct ListOptions {
     ItemPrinter::Format format = ItemPrinter::Format::Table;
     QString input; // list: lsof output to read instead of running lsof ("-": standard input)
@@ -15,7 +15,6 @@ struct ListOptions {
     bool noLog = false;
     bool noResolve = false;
     QString helperSocket;
-    std::optional<qint64> interval; // watch
     QString keyword;
     std::optional<QString> expression;
     QString profile;
@@ -32,8 +31,7 @@ struct ListOptions {
         NoLog = 8,
         NoResolve = 16,
         HelperSocket = 32,
-        Interval = 64,
-        Files = 128,
+        Files = 64,
     };
 
     // Fills the options from the arguments; the answer is a one-line message on bad usage.

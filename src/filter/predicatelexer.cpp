@@ -3,6 +3,8 @@
 
 #include <QHash>
 
+#include <limits>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -165,6 +167,8 @@ private:
         const qsizetype start = m_pos;
         if (m_text[m_pos] == u'-' || m_text[m_pos] == u'+')
             ++m_pos;
+        if (const int base = radixPrefix(m_pos))
+            return radixNumber(start, base);
         bool integral = true;
         while (isDigit(m_text, m_pos))
             ++m_pos;
@@ -197,6 +201,50 @@ private:
         token.number = literal.toDouble(&ok);
         if (!ok && !token.isInteger)
             return PredicateError(u"Malformed number"_s, start);
+        return token;
+    }
+
+    // 16, 8 or 2 when "0x", "0o" or "0b" (either case) starts at `at`; 0 otherwise.
+    int radixPrefix(qsizetype at) const
+    {
+        if (at + 1 >= m_text.size() || m_text[at] != u'0')
+            return 0;
+        switch (m_text[at + 1].toLower().unicode()) {
+        case u'x':
+            return 16;
+        case u'o':
+            return 8;
+        case u'b':
+            return 2;
+        default:
+            return 0;
+        }
+    }
+
+    // An integer written in base 16, 8 or 2 after its prefix, as 0x1BB, -0o17 or 0b101.
+    std::variant<Token, PredicateError> radixNumber(qsizetype start, int base)
+    {
+        const bool negative = m_text[start] == u'-';
+        m_pos += 2;
+        const qsizetype digitsStart = m_pos;
+        quint64 magnitude = 0;
+        bool overflow = false;
+        while (m_pos < m_text.size()) {
+            const int digit = hexDigitValue(m_text[m_pos]);
+            if (digit < 0 || digit >= base)
+                break;
+            overflow = overflow || magnitude > (std::numeric_limits<quint64>::max() - digit) / base;
+            magnitude = magnitude * base + quint64(digit);
+            ++m_pos;
+        }
+        if (m_pos == digitsStart || (m_pos < m_text.size() && isWordPart(m_text[m_pos])))
+            return PredicateError(u"Malformed number"_s, start);
+        const quint64 limit = quint64(std::numeric_limits<qint64>::max()) + (negative ? 1 : 0);
+        if (overflow || magnitude > limit)
+            return PredicateError(u"Number out of range"_s, start);
+        Token token{Kind::Number, start, m_text.mid(start, m_pos - start).toString(), 0, true, 0};
+        token.integer = negative ? qint64(0 - magnitude) : qint64(magnitude);
+        token.number = double(token.integer);
         return token;
     }
 

@@ -15,7 +15,8 @@ namespace {
 constexpr const char* kUsage =
     "usage: corvina-helper                 serve the socket systemd passes (socket activation)\n"
     "       corvina-helper --socket PATH [--allow-uid UID]... [--lsof PATH]\n"
-    "                      [--request-timeout MS] [--lsof-timeout MS]\n"
+    "                      [--request-timeout MS] [--idle-timeout MS] [--lsof-timeout MS]\n"
+    "                      [--max-connections N] [--max-per-peer N]\n"
     "                                      serve a socket of its own (tests, manual runs)\n"
     "       corvina-helper --install [--destdir DIR]\n"
     "       corvina-helper --version\n";
@@ -35,9 +36,30 @@ struct Arguments {
     std::string socketPath;
     std::string lsofPath;
     std::vector<uid_t> allowedUids;
-    std::chrono::milliseconds requestTimeout = HelperProtocol::kRequestTimeout;
     std::chrono::milliseconds lsofTimeout = HelperProtocol::kLsofTimeout;
+    OVPrivilegeToolBase::Options tool;
 };
+
+// The numeric options, all for a daemon of one's own (tests, manual runs), and what each sets.
+bool setNumericOption(const std::string& option, unsigned long number, Arguments* args)
+{
+    using std::chrono::milliseconds;
+    if (option == "--allow-uid")
+        args->allowedUids.push_back(static_cast<uid_t>(number));
+    else if (option == "--request-timeout")
+        args->tool.requestTimeout = milliseconds(number);
+    else if (option == "--idle-timeout")
+        args->tool.idleTimeout = milliseconds(number);
+    else if (option == "--lsof-timeout")
+        args->lsofTimeout = milliseconds(number);
+    else if (option == "--max-connections" && number > 0)
+        args->tool.maxConnections = number;
+    else if (option == "--max-per-peer" && number > 0)
+        args->tool.maxConnectionsPerPeer = number;
+    else
+        return false;
+    return true;
+}
 
 bool parseNumber(const std::string& text, unsigned long* out)
 {
@@ -48,6 +70,8 @@ bool parseNumber(const std::string& text, unsigned long* out)
 bool parseArguments(int argc, char** argv, Arguments* args, std::string* error)
 {
     bool testOnlyOption = false;
+    // Asked first whether an option is a numeric one at all.
+    Arguments probe;
     for (int i = 1; i < argc; ++i) {
         const std::string option = argv[i];
         const auto value = [&](std::string* out) {
@@ -74,21 +98,14 @@ bool parseArguments(int argc, char** argv, Arguments* args, std::string* error)
             if (!value(&args->lsofPath))
                 return false;
             testOnlyOption = true;
-        } else if (option == "--allow-uid" || option == "--request-timeout" ||
-                   option == "--lsof-timeout") {
+        } else if (option.rfind("--", 0) == 0 && setNumericOption(option, 1, &probe)) {
             if (!value(&text))
                 return false;
-            if (!parseNumber(text, &number)) {
+            if (!parseNumber(text, &number) || !setNumericOption(option, number, args)) {
                 *error = "option " + option + " needs a number, not '" + text + "'";
                 return false;
             }
             testOnlyOption = true;
-            if (option == "--allow-uid")
-                args->allowedUids.push_back(static_cast<uid_t>(number));
-            else if (option == "--request-timeout")
-                args->requestTimeout = std::chrono::milliseconds(number);
-            else
-                args->lsofTimeout = std::chrono::milliseconds(number);
         } else {
             *error = "unknown option '" + option + "'";
             return false;
@@ -97,7 +114,7 @@ bool parseArguments(int argc, char** argv, Arguments* args, std::string* error)
     // The socket-activated daemon is the one root runs for everybody: it always uses the fixed
     // lsof, the fixed limits and the fixed peer policy.
     if (testOnlyOption && args->socketPath.empty()) {
-        *error = "--allow-uid, --lsof and the time-out options need --socket";
+        *error = "--allow-uid, --lsof, the time-out and the connection options need --socket";
         return false;
     }
     return true;
@@ -129,9 +146,8 @@ int main(int argc, char** argv)
     if (args.install)
         return HelperInstaller(args.destdir).install(ownExecutable(argv[0]));
 
-    OVPrivilegeToolBase::Options options;
+    OVPrivilegeToolBase::Options options = args.tool;
     options.policy = PeerPolicy(PeerPolicy::kDefaultGroup, args.allowedUids);
-    options.requestTimeout = args.requestTimeout;
     CVHelperTool tool(options, args.lsofPath, args.lsofTimeout);
     if (!args.socketPath.empty()) {
         if (!tool.listenOn(args.socketPath, &error)) {

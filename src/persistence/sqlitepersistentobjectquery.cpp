@@ -235,13 +235,15 @@ std::optional<QVariant> SQLitePersistentObject::performNamedOperation(const SQLi
         if (!isNumber)
             criteria += u'\'';
         const QString valueClass = SQLitePersistence::classNameOfValue(argument);
-        if (const auto record = relatedRecord(argument)) {
-            criteria += record->memoryMapKey();
-        } else if (SQLitePersistence::canBeStoredInSQLite(valueClass)) {
-            if (SQLitePersistence::shouldBeStoredInBlob(valueClass)) {
-                SystemLog::write(u"*** Can't search on BLOB fields"_s);
-                return QVariant();
-            }
+        // A record is an archivable object, so it would be stored as a blob like any other.
+        const bool blob = relatedRecord(argument) != nullptr ||
+                          (SQLitePersistence::canBeStoredInSQLite(valueClass) &&
+                           SQLitePersistence::shouldBeStoredInBlob(valueClass));
+        if (blob) {
+            SystemLog::write(u"*** Can't search on BLOB fields"_s);
+            return QVariant();
+        }
+        if (SQLitePersistence::canBeStoredInSQLite(valueClass)) {
             criteria += SQLitePersistence::sqlColumnRepresentationOfSelf(argument);
         } else {
             criteria += argument.toString();

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -70,6 +71,28 @@ QHash<QString, QString> iniGroup(const QByteArray& text, QStringView group)
     return values;
 }
 
+QString processDirectory(const RunningApplication::Sources& sources, qint64 pid)
+{
+    return sources.procRoot + u'/' + QString::number(pid);
+}
+
+// The process's start time (clock ticks after boot), 0 when stat does not say; nothing when
+// the process has no stat at all.
+std::optional<quint64> readStartTime(const QString& processDir)
+{
+    QFile file(processDir + u"/stat"_s);
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered))
+        return std::nullopt;
+    const QByteArray stat = file.read(kMaxProcFileSize);
+    // The command name may hold blanks and parentheses: fields count from the last ')'.
+    const qsizetype close = stat.lastIndexOf(')');
+    if (close < 0)
+        return 0;
+    const QList<QByteArray> fields = stat.mid(close + 2).split(' ');
+    // starttime is field 22 of stat, the 20th after the command name.
+    return fields.size() > 19 ? fields[19].toULongLong() : 0;
+}
+
 struct CachedRecord {
     std::shared_ptr<const RunningApplication> record;
     std::chrono::steady_clock::time_point readAt;
@@ -95,22 +118,36 @@ QString RunningApplication::messageLocale()
 std::shared_ptr<const RunningApplication>
 RunningApplication::runningApplicationWithProcessIdentifier(qint64 pid)
 {
+    return runningApplicationWithProcessIdentifier(pid, Sources{});
+}
+
+std::shared_ptr<const RunningApplication>
+RunningApplication::runningApplicationWithProcessIdentifier(qint64 pid, const Sources& sources)
+{
     static QMutex lock;
-    static QHash<qint64, CachedRecord> records;
+    static QHash<QString, CachedRecord> records;
+    const QString dir = processDirectory(sources, pid);
     const auto now = std::chrono::steady_clock::now();
     {
         QMutexLocker locker(&lock);
-        const auto it = records.constFind(pid);
-        if (it != records.cend() && now - it->readAt < kRecordLifetime)
-            return it->record;
+        const auto it = records.constFind(dir);
+        if (it != records.cend()) {
+            // A kept record answers only for the very process it was read from: a process id
+            // reused, or no longer there, is read again.
+            if (now - it->readAt < kRecordLifetime &&
+                readStartTime(dir) == std::optional(it->record->startTime()))
+                return it->record;
+            records.remove(dir);
+        }
     }
-    auto record = read(pid, Sources{});
+    auto record = read(pid, sources);
+    // A miss is not kept: the process may appear by the next call.
+    if (!record)
+        return record;
     QMutexLocker locker(&lock);
     if (records.size() >= kMaxCachedRecords)
         records.clear();
-    // A missing process is remembered too: items of a replayed capture name processes of
-    // another machine, and asking /proc on every call would cost more than the answer.
-    records.insert(pid, CachedRecord{record, now});
+    records.insert(dir, CachedRecord{record, now});
     return record;
 }
 
@@ -119,7 +156,7 @@ std::shared_ptr<const RunningApplication> RunningApplication::read(qint64 pid,
 {
     if (pid <= 0)
         return {};
-    const QString dir = sources.procRoot + u'/' + QString::number(pid);
+    const QString dir = processDirectory(sources, pid);
     if (!QFileInfo(dir).isDir())
         return {};
 
@@ -132,14 +169,7 @@ std::shared_ptr<const RunningApplication> RunningApplication::read(qint64 pid,
         if (!argument.isEmpty())
             app->m_commandLine.append(QString::fromLocal8Bit(argument));
     }
-    // The command name in stat may hold blanks and parentheses: fields count from the last ')'.
-    const QByteArray stat = readSmallFile(dir + u"/stat"_s);
-    if (const qsizetype close = stat.lastIndexOf(')'); close >= 0) {
-        const QList<QByteArray> fields = stat.mid(close + 2).split(' ');
-        // starttime is field 22 of stat, the 20th after the command name.
-        if (fields.size() > 19)
-            app->m_startTime = fields[19].toULongLong();
-    }
+    app->m_startTime = readStartTime(dir).value_or(0);
 
     app->readFlatpakInfo(dir, sources.flatpakInstallations);
     if (app->m_bundlePath.isEmpty()) {

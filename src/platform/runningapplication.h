@@ -20,10 +20,13 @@ public:
         QStringList flatpakInstallations = defaultFlatpakInstallations();
     };
 
-    // The process's record, or null when /proc/<pid> does not exist. Records are kept for a
-    // few seconds, so the many items of one process read /proc once per refresh at most.
+    // The process's record, or null when /proc/<pid> does not exist. A record found is kept for
+    // a few seconds while the process stays the same (its start time), so the many items of one
+    // process read /proc once per refresh at most; a miss is asked again at the next call.
     static std::shared_ptr<const RunningApplication>
     runningApplicationWithProcessIdentifier(qint64 pid);
+    static std::shared_ptr<const RunningApplication>
+    runningApplicationWithProcessIdentifier(qint64 pid, const Sources& sources);
     // Reads the record now, without the cache.
     static std::shared_ptr<const RunningApplication> read(qint64 pid, const Sources& sources);
 

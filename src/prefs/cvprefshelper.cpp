@@ -78,13 +78,6 @@ std::optional<RgbaColor> CVPrefsHelper::colorForKey(const QString& key)
     std::optional<RgbaColor> color;
     if (value.typeId() == QMetaType::QString)
         color = RgbaColor::fromText(value.toString());
-    if (!color && m_defaults.hasStoredValue(key)) {
-        // Text that is not a colour: the factory colour stands in until the setting changes.
-        color = RgbaColor::fromText(m_defaults.registeredDefault(key).toString());
-        if (color)
-            SystemLog::write(u"setting %1 holds %2, which is not a colour; using its default"_s.arg(
-                key, value.toString()));
-    }
     if (!color) {
         SystemLog::write(u"nil color key %1"_s.arg(key));
         return std::nullopt;

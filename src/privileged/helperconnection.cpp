@@ -70,7 +70,7 @@ void HelperConnection::work()
                 std::deque<Pending> abandoned = std::move(m_queue);
                 lock.unlock();
                 for (Pending& pending : abandoned)
-                    pending.error("connection closed");
+                    pending.error({"connection closed"});
                 return;
             }
             next = std::move(m_queue.front());
@@ -78,14 +78,14 @@ void HelperConnection::work()
         }
         if (m_invalidated.load()) {
             markInvalid();
-            next.error("connection invalidated");
+            next.error({"connection invalidated"});
             continue;
         }
-        std::string error;
-        const auto reply = exchange(next.operation, &error);
+        Failure failure;
+        const auto reply = exchange(next.operation, &failure);
         if (!reply) {
             markInvalid();
-            next.error(error);
+            next.error(failure);
             continue;
         }
         next.reply(reply->value());
@@ -95,8 +95,9 @@ void HelperConnection::work()
 // One socket per request: the daemon closes idle connections, and a fresh socket never meets
 // a half-read reply of an earlier request.
 std::optional<HelperProtocol::Reply> HelperConnection::exchange(Operation operation,
-                                                                std::string* error)
+                                                                Failure* failure)
 {
+    std::string* error = &failure->message;
     FramedSocket socket = FramedSocket::connectTo(m_socketPath, error);
     if (!socket.isValid())
         return std::nullopt;
@@ -109,11 +110,15 @@ std::optional<HelperProtocol::Reply> HelperConnection::exchange(Operation operat
         m_activeFd = socket.fd();
     }
     const auto deadline = FramedSocket::Clock::now() + m_replyTimeout;
-    FramedSocket::Result result =
+    const FramedSocket::Result written =
         socket.writeFrame(HelperProtocol::encodeRequest({operation}), deadline);
+    // A refusal or a busy reply is sent at once and the connection closed, without reading
+    // the request: it may be waiting here even when the request could not be written.
     std::vector<std::uint8_t> payload;
-    if (result == FramedSocket::Result::Ok)
-        result = socket.readFrame(payload, HelperProtocol::kMaxReplyFrame, deadline);
+    FramedSocket::Result result =
+        socket.readFrame(payload, HelperProtocol::kMaxReplyFrame, deadline);
+    if (result != FramedSocket::Result::Ok && written != FramedSocket::Result::Ok)
+        result = written;
     {
         std::lock_guard lock(m_lock);
         m_activeFd = -1;
@@ -129,8 +134,11 @@ std::optional<HelperProtocol::Reply> HelperConnection::exchange(Operation operat
         *error = "helper sent a bad reply: " + decodeError.message;
         return std::nullopt;
     }
-    if (reply->status == HelperProtocol::Status::Refused)
+    failure->refused = reply->status == HelperProtocol::Status::Refused;
+    if (failure->refused)
         *error = "the helper refused this user: " + reply->text;
+    else if (reply->status == HelperProtocol::Status::Busy)
+        *error = "the helper is busy: " + reply->text;
     else if (reply->status == HelperProtocol::Status::BadRequest)
         *error = "the helper rejected the request: " + reply->text;
     else if (reply->operation != operation)

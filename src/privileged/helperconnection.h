@@ -20,7 +20,13 @@
 class HelperConnection final {
 public:
     using ReplyHandler = std::function<void(std::optional<std::string>)>;
-    using ErrorHandler = std::function<void(const std::string& error)>;
+    // Why a request got no reply. `refused`: the daemon's policy does not admit this user, which
+    // no retry changes.
+    struct Failure {
+        std::string message;
+        bool refused = false;
+    };
+    using ErrorHandler = std::function<void(const Failure& failure)>;
 
     explicit HelperConnection(std::string socketPath, std::chrono::milliseconds replyTimeout =
                                                           HelperProtocol::kReplyTimeout);
@@ -44,9 +50,9 @@ private:
     };
 
     void work();
-    // Nullopt with `error` set on failure.
+    // Nullopt with `failure` set on failure.
     std::optional<HelperProtocol::Reply> exchange(HelperProtocol::Operation operation,
-                                                  std::string* error);
+                                                  Failure* failure);
     void markInvalid();
 
     const std::string m_socketPath;

@@ -81,7 +81,7 @@ std::optional<Reply> decodeReply(const std::vector<std::uint8_t>& payload, Decod
     }
     // A refusal is sent before any request was read, so it names no operation.
     const std::uint8_t status = payload[2];
-    if (status > static_cast<std::uint8_t>(Status::BadRequest)) {
+    if (status > static_cast<std::uint8_t>(Status::Busy)) {
         error->message = "unknown reply status " + std::to_string(status);
         return std::nullopt;
     }

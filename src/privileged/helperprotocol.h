@@ -23,12 +23,20 @@ inline constexpr std::size_t kReplyHeaderSize = 3;
 inline constexpr std::size_t kMaxRequestFrame = 64;
 // lsof text for 100 000 sockets is about 15 MiB; a reply beyond this is refused by the client.
 inline constexpr std::size_t kMaxReplyFrame = 64 * 1024 * 1024;
-// A client must complete each request within this time (also the idle limit of a connection).
+// Once a request's first byte has come, the client must deliver the rest within this time; it
+// also bounds writing each reply.
 inline constexpr std::chrono::milliseconds kRequestTimeout{5000};
+// A connection that sends no request for this long (after it is made or after a reply) is
+// closed: an idle client must not keep a slot from the others.
+inline constexpr std::chrono::milliseconds kIdleTimeout{3000};
 // The client waits this long for a reply: lsof's own bound plus a margin.
 inline constexpr std::chrono::milliseconds kReplyTimeout{15000};
 inline constexpr std::chrono::milliseconds kLsofTimeout{10000};
 inline constexpr std::size_t kMaxConnections = 32;
+// One user (root excepted) holds at most this many connections at once.
+inline constexpr std::size_t kMaxConnectionsPerPeer = 8;
+// Slots of kMaxConnections that only root may take, so root is served however many users ask.
+inline constexpr std::size_t kRootReservedConnections = 2;
 
 enum class Operation : std::uint8_t {
     ConnectWithEndpoint = 1,
@@ -43,6 +51,8 @@ enum class Status : std::uint8_t {
     Refused = 2,
     // The request was malformed or named no known operation; the connection is closed after it.
     BadRequest = 3,
+    // Every slot this peer may take is in use; sent at once, then the connection is closed.
+    Busy = 4,
 };
 
 struct Request {

@@ -258,9 +258,26 @@ void OVPrivilegeToolBase::run()
     std::unique_lock lock(m_lock);
     // Wake every connection blocked waiting for a request; one running lsof ends within its
     // bound and still delivers its reply, since only the reading side is shut.
-    for (int fd : m_connections)
+    for (const auto& [fd, uid] : m_connections)
         ::shutdown(fd, SHUT_RD);
     m_changed.wait(lock, [this] { return m_connections.empty(); });
+}
+
+bool OVPrivilegeToolBase::hasSlotFor(uid_t uid) const
+{
+    // Root may take any free slot; the run loop keeps the total under the cap.
+    if (uid == 0)
+        return true;
+    std::size_t others = 0;
+    std::size_t own = 0;
+    for (const auto& [fd, owner] : m_connections) {
+        others += owner != 0 ? 1 : 0;
+        own += owner == uid ? 1 : 0;
+    }
+    const std::size_t shared = m_options.maxConnections > m_options.rootReservedConnections
+                                   ? m_options.maxConnections - m_options.rootReservedConnections
+                                   : 0;
+    return others < shared && own < m_options.maxConnectionsPerPeer;
 }
 
 void OVPrivilegeToolBase::acceptOne()
@@ -268,8 +285,24 @@ void OVPrivilegeToolBase::acceptOne()
     const int fd = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
     if (fd < 0)
         return;
+    // A peer whose credentials cannot be read is counted as a stranger, then refused.
+    PeerCredentials peer;
+    if (!PeerCredentials::read(fd, &peer))
+        peer.uid = static_cast<uid_t>(-1);
     std::lock_guard lock(m_lock);
-    m_connections.insert(fd);
+    if (!hasSlotFor(peer.uid)) {
+        // Said at once, on a fresh socket whose buffer takes the few bytes without waiting.
+        const std::string why = "too many connections; try again later";
+        const auto head =
+            HelperProtocol::encodeReplyFrameHead(Operation{0}, Status::Busy, why.size());
+        FramedSocket socket(fd);
+        const auto deadline = FramedSocket::Clock::now() + std::chrono::milliseconds(100);
+        if (socket.writeRaw(head.data(), head.size(), deadline) == FramedSocket::Result::Ok)
+            socket.writeRaw(reinterpret_cast<const std::uint8_t*>(why.data()), why.size(),
+                            deadline);
+        return;
+    }
+    m_connections.emplace(fd, peer.uid);
     try {
         std::thread([this, fd] {
             serveConnection(fd);
@@ -284,6 +317,24 @@ void OVPrivilegeToolBase::acceptOne()
         // Out of threads: this client is dropped, the daemon goes on serving the others.
         m_connections.erase(fd);
         ::close(fd);
+    }
+}
+
+bool OVPrivilegeToolBase::awaitRequest(int fd) const
+{
+    const auto deadline = FramedSocket::Clock::now() + m_options.idleTimeout;
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - FramedSocket::Clock::now());
+        if (left.count() <= 0)
+            return false;
+        pollfd entry{fd, POLLIN, 0};
+        const int ready = ::poll(&entry, 1, static_cast<int>(left.count()));
+        // Readable also at the peer's close or our own shutdown: the read then says which.
+        if (ready > 0)
+            return true;
+        if (ready < 0 && errno != EINTR)
+            return false;
     }
 }
 
@@ -315,7 +366,7 @@ void OVPrivilegeToolBase::serveConnection(int fd)
     }
     const std::vector<Operation> exported = machServiceProtocol();
     std::vector<std::uint8_t> payload;
-    for (;;) {
+    while (awaitRequest(fd)) {
         const auto result = socket.readFrame(payload, HelperProtocol::kMaxRequestFrame,
                                              Clock::now() + m_options.requestTimeout);
         if (result == FramedSocket::Result::TooLarge)

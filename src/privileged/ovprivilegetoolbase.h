@@ -10,7 +10,6 @@
 #include <map>
 #include <mutex>
 #include <optional>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -56,7 +55,10 @@ public:
     struct Options {
         PeerPolicy policy;
         std::chrono::milliseconds requestTimeout = HelperProtocol::kRequestTimeout;
+        std::chrono::milliseconds idleTimeout = HelperProtocol::kIdleTimeout;
         std::size_t maxConnections = HelperProtocol::kMaxConnections;
+        std::size_t maxConnectionsPerPeer = HelperProtocol::kMaxConnectionsPerPeer;
+        std::size_t rootReservedConnections = HelperProtocol::kRootReservedConnections;
     };
 
     explicit OVPrivilegeToolBase(Options options);
@@ -104,6 +106,10 @@ protected:
 private:
     void serveConnection(int fd);
     void acceptOne();
+    // Whether a new connection of `uid` may be served now; m_lock held.
+    bool hasSlotFor(uid_t uid) const;
+    // Waits for the first byte of the next request, at most the idle time-out.
+    bool awaitRequest(int fd) const;
 
     Options m_options;
     int m_listener = -1;
@@ -114,7 +120,8 @@ private:
 
     std::mutex m_lock;
     std::condition_variable m_changed;
-    std::set<int> m_connections;
+    // Each connection served, with its peer's uid.
+    std::map<int, uid_t> m_connections;
 
     mutable std::once_flag m_commandInfoOnce;
     mutable RightsTable m_commandInfo;

@@ -2,6 +2,7 @@
 
 #include "authorizationform.h"
 #include "helperinstallation.h"
+#include "peerpolicy.h"
 #include "platform/systemlog.h"
 
 #include <QCoreApplication>
@@ -141,6 +142,8 @@ bool OVPrivilegeUtilityBase::installHelper()
     }
     if (!ok)
         SystemLog::write(u"install helper failed "_s + failure);
+    // The installer adds the user to the group the daemon admits.
+    forgetRefusal();
 
     std::shared_ptr<HelperConnection> old;
     {
@@ -220,9 +223,51 @@ void OVPrivilegeUtilityBase::sendRequest(Operation operation, TextReply reply,
         std::move(onError));
 }
 
+std::optional<QString> OVPrivilegeUtilityBase::refusal() const
+{
+    std::lock_guard lock(m_lock);
+    return m_refusal;
+}
+
+void OVPrivilegeUtilityBase::forgetRefusal()
+{
+    std::lock_guard lock(m_lock);
+    m_refusal.reset();
+}
+
+QString OVPrivilegeUtilityBase::refusalAdvice()
+{
+    return u"Join the group %1 (sudo usermod -aG %1 $USER) and log in again."_s.arg(
+        QString::fromLatin1(PeerPolicy::kDefaultGroup));
+}
+
+void OVPrivilegeUtilityBase::noteFailure(const HelperConnection::Failure& failure)
+{
+    const QString message = QString::fromStdString(failure.message);
+    if (!failure.refused) {
+        SystemLog::write(u"connect error "_s + message);
+        return;
+    }
+    // Asking again would be refused again, a connection and a log line every refresh.
+    bool logNow = false;
+    {
+        std::lock_guard lock(m_lock);
+        m_refusal = message;
+        logNow = !std::exchange(m_refusalLogged, true);
+    }
+    if (logNow)
+        SystemLog::write(u"connect error "_s + message + u". "_s + refusalAdvice());
+}
+
 void OVPrivilegeUtilityBase::sendBytesRequest(Operation operation, BytesReply reply,
                                               std::function<void()> onError)
 {
+    if (refusal()) {
+        if (onError)
+            onError();
+        reply(std::nullopt);
+        return;
+    }
     const auto connection = connectToHelperTool();
     connection->send(
         operation,
@@ -231,8 +276,8 @@ void OVPrivilegeUtilityBase::sendBytesRequest(Operation operation, BytesReply re
                       ? std::optional<QByteArray>(QByteArray(text->data(), qsizetype(text->size())))
                       : std::nullopt);
         },
-        [reply, onError](const std::string& error) {
-            SystemLog::write(u"connect error "_s + QString::fromStdString(error));
+        [this, reply, onError](const HelperConnection::Failure& failure) {
+            noteFailure(failure);
             if (onError)
                 onError();
             reply(std::nullopt);

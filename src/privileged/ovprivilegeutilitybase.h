@@ -75,6 +75,14 @@ public:
     // Main thread only. The current connection, created when there is none or it was invalidated.
     std::shared_ptr<HelperConnection> connectToHelperTool();
 
+    // Once the daemon has refused this user: its reason. No request goes to the daemon then
+    // (each answers null at once, on the caller's thread) until forgetRefusal().
+    std::optional<QString> refusal() const;
+    // Lets the next request ask the daemon again: the settings changed, or it was reinstalled.
+    void forgetRefusal();
+    // What a refused user can do about it, in a sentence.
+    static QString refusalAdvice();
+
     QString smJobLabel() const { return helperToolServiceName(); }
     QString lastOfferedVersionKey() const;
     QByteArray authorization() const;
@@ -86,7 +94,8 @@ public:
 
 protected:
     // Sends one request; `reply` gets the answer or, after "connect error" is logged, null.
-    // Exactly one of the two handlers runs, on the connection's thread.
+    // On a failure `onError` runs first. They run on the connection's thread; once the daemon
+    // has refused this user, at once on the caller's, with nothing logged.
     void sendRequest(HelperProtocol::Operation operation, TextReply reply,
                      std::function<void()> onError = {});
     void sendBytesRequest(HelperProtocol::Operation operation, BytesReply reply,
@@ -94,10 +103,14 @@ protected:
 
 private:
     void dropConnection(const std::shared_ptr<HelperConnection>& connection);
+    void noteFailure(const HelperConnection::Failure& failure);
 
     Environment m_environment;
     QByteArray m_authorization;
     mutable std::mutex m_lock;
     std::shared_ptr<HelperConnection> m_connection;
     std::optional<QString> m_helperVersion;
+    std::optional<QString> m_refusal;
+    // The refusal is logged once per run, however often it is forgotten and met again.
+    bool m_refusalLogged = false;
 };

@@ -9,6 +9,8 @@
 
 #include <optional>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 CVHelperUtility* helperUtility(const AcquisitionRoads::HelperChoice& helper)
@@ -51,8 +53,23 @@ AcquisitionRoads AcquisitionRoads::system(const HelperChoice& helper)
         roads.helperInstalled = [utility, taken] {
             return taken || utility->checkHelperInstalled();
         };
+        // A change of the settings may be the user's answer to the refusal; ask once more then.
+        QObject::connect(&UserDefaults::standardUserDefaults(), &UserDefaults::didChange, utility,
+                         [utility] { utility->forgetRefusal(); });
+        roads.helperProblem = [utility]() -> QString {
+            if (!utility->refusal())
+                return QString();
+            return u"The privileged helper refuses this user, so only your own processes' "
+                   u"connections are shown. "_s +
+                   OVPrivilegeUtilityBase::refusalAdvice();
+        };
         roads.runLsofThroughHelper =
             [utility](const std::function<void(const QByteArray&)>& reply) {
+                // Refused: the local road runs at once, on this thread, without asking again.
+                if (utility->refusal()) {
+                    reply(QByteArray());
+                    return;
+                }
                 auto send = [utility, reply] {
                     // No reply is null; an empty one is not (the client never makes it so).
                     utility->runLsofWithReply([reply](std::optional<QByteArray> output) {

@@ -16,6 +16,9 @@ struct AcquisitionRoads {
     // Asks the helper for lsof's output (UTF-8); the reply (null on any failure) may come on
     // any thread.
     std::function<void(std::function<void(const QByteArray&)>)> runLsofThroughHelper;
+    // After a null reply: why the helper gave nothing, in a sentence for the user that says
+    // what to do, or empty when there is nothing to say. Unset: nothing to say.
+    std::function<QString()> helperProblem;
     // Confined (Flatpak, Snap): lsof runs through the user's script.
     std::function<bool()> sandboxed;
     std::function<QString()> scriptPath;

@@ -6,6 +6,7 @@
 #include <QDir>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -41,10 +42,65 @@ int remainingMs(Clock::time_point deadline)
     return int(std::max<std::chrono::milliseconds::rep>(0, left.count()));
 }
 
+// Waits for the child until `deadline`; at the deadline kills its whole process group (what a
+// script started lives there too) and reaps it. True when it ended by itself in time.
+bool reapChild(pid_t pid, Clock::time_point deadline, int* status)
+{
+    auto pause = std::chrono::microseconds(500);
+    for (;;) {
+        const pid_t done = waitpid(pid, status, WNOHANG);
+        if (done == pid)
+            return true;
+        if (done < 0 && errno != EINTR)
+            return true; // not our child any more: nothing left to wait for
+        if (Clock::now() >= deadline)
+            break;
+        // A child that closed its output usually exits at once; one that lingers is polled
+        // gently until the bound.
+        const auto left =
+            std::chrono::duration_cast<std::chrono::microseconds>(deadline - Clock::now());
+        usleep(
+            useconds_t(std::clamp<std::chrono::microseconds::rep>(left.count(), 1, pause.count())));
+        pause = std::min(pause * 2, std::chrono::microseconds(10000));
+    }
+    kill(-pid, SIGKILL);
+    kill(pid, SIGKILL);
+    while (waitpid(pid, status, 0) < 0 && errno == EINTR) {
+    }
+    return false;
+}
+
+// Reads `fd` to its end, or until `deadline` or kMaxOutput.
+void collectOutput(int fd, Clock::time_point deadline, ChildOutput& result)
+{
+    char buffer[65536];
+    for (;;) {
+        pollfd entry{fd, POLLIN, 0};
+        const int ready = poll(&entry, 1, remainingMs(deadline));
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready <= 0) {
+            result.timedOut = true;
+            return;
+        }
+        const ssize_t got = read(fd, buffer, sizeof buffer);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return;
+        if (result.bytes.size() + got > kMaxOutput) {
+            result.tooLarge = true;
+            return;
+        }
+        result.bytes.append(buffer, got);
+    }
+}
+
 // Starts argv[0] in a process group of its own, with stdin from /dev/null and the open-file
 // limit lowered (lsof walks every possible descriptor, which takes seconds under a high
-// limit). Collects standard output until end of file or `bound`; at the bound the group is
-// killed. A script road run (`stopAtBound`) keeps what arrived and is not an error.
+// limit). Collects standard output until end of file; the bound covers the output and the
+// child's exit together, and at the bound the group is killed. A script road run
+// (`stopAtBound`) keeps what arrived and is not an error.
 ChildOutput runChild(const std::vector<std::string>& argv, std::chrono::milliseconds bound,
                      bool stopAtBound)
 {
@@ -86,33 +142,13 @@ ChildOutput runChild(const std::vector<std::string>& argv, std::chrono::millisec
     setpgid(pid, pid);
 
     const auto deadline = Clock::now() + bound;
-    char buffer[65536];
-    for (;;) {
-        pollfd entry{out[0], POLLIN, 0};
-        const int ready = poll(&entry, 1, remainingMs(deadline));
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0) {
-            result.timedOut = true;
-            break;
-        }
-        const ssize_t got = read(out[0], buffer, sizeof buffer);
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            break;
-        if (result.bytes.size() + got > kMaxOutput) {
-            result.tooLarge = true;
-            break;
-        }
-        result.bytes.append(buffer, got);
-    }
+    collectOutput(out[0], deadline, result);
     close(out[0]);
-    if (result.timedOut || result.tooLarge)
-        kill(-pid, SIGKILL);
     int status = 0;
-    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    // Past the bound or the size limit the group is killed at once.
+    const bool stopNow = result.timedOut || result.tooLarge;
+    if (!reapChild(pid, stopNow ? Clock::now() : deadline, &status) && !result.tooLarge)
+        result.timedOut = true;
     if (WIFEXITED(status))
         result.exitCode = WEXITSTATUS(status);
     if (stopAtBound)

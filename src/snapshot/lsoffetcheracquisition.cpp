@@ -37,7 +37,12 @@ void LsofFetcher::getCurrentItemsWithCompletion(const std::function<void(LsofIte
     }
     m_roads.runLsofThroughHelper([this, completion](const QByteArray& output) {
         if (output.isNull()) {
-            completion(getCurrentItems());
+            LsofItemList items = getCurrentItems();
+            // Why the helper gave nothing comes first: it is why the local road ran.
+            const QString why = m_roads.helperProblem ? m_roads.helperProblem() : QString();
+            if (!why.isEmpty())
+                m_lastProblem = m_lastProblem.isEmpty() ? why : why + u' ' + m_lastProblem;
+            completion(items);
             return;
         }
         m_lastRoad = SnapshotSource::Road::Helper;

@@ -10,6 +10,9 @@
 #include <QStandardPaths>
 #include <QStringDecoder>
 
+#include <chrono>
+#include <optional>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -17,7 +20,54 @@ namespace {
 QMutex folderLock;
 QString folderOverride;
 
+// The host's answer is kept: the window asks for the content each time it becomes active, and
+// the host's lsof does not move while we run.
+QMutex hostLock;
+CVUserScriptHelper::HostQuery hostQueryOverride;
+std::optional<QString> hostLsof;
+
+constexpr auto kHostQueryBound = std::chrono::milliseconds(3000);
+
+const QStringList& lsofCandidates()
+{
+    static const QStringList candidates = {u"/usr/sbin/lsof"_s, u"/usr/bin/lsof"_s};
+    return candidates;
+}
+
+// On the script road the runner starts the command on the host (through flatpak-spawn).
+QString askHost(const QStringList& command)
+{
+    const GACommandRunner::SyncResult result = GACommandRunner::runCommandSync(
+        command.first(), command.mid(1), GACommandRunner::Road::Script, kHostQueryBound);
+    if (!result.started || result.exitCode != 0 || result.output.isNull())
+        return {};
+    return QString::fromUtf8(result.output);
+}
+
 } // namespace
+
+void CVUserScriptHelper::setHostQueryForTesting(HostQuery query)
+{
+    QMutexLocker locker(&hostLock);
+    hostQueryOverride = std::move(query);
+    hostLsof.reset();
+}
+
+QString CVUserScriptHelper::hostLsofPath()
+{
+    QMutexLocker locker(&hostLock);
+    if (hostLsof)
+        return *hostLsof;
+    QString test;
+    for (const QString& candidate : lsofCandidates())
+        test += u"if [ -x %1 ]; then echo %1; exit 0; fi; "_s.arg(candidate);
+    const QStringList command = {u"/bin/sh"_s, u"-c"_s, test + u"exit 1"_s};
+    const QString answer =
+        (hostQueryOverride ? hostQueryOverride(command) : askHost(command)).trimmed();
+    // Only a path we asked about is taken: the answer becomes part of a script that runs.
+    hostLsof = lsofCandidates().contains(answer) ? answer : lsofCandidates().first();
+    return *hostLsof;
+}
 
 void CVUserScriptHelper::setScriptsFolderForTesting(const QString& folder)
 {
@@ -45,8 +95,11 @@ QString CVUserScriptHelper::scriptPath()
 
 QString CVUserScriptHelper::scriptContent()
 {
-    // The lsof of this system: Debian installs it in /usr/bin, others in /usr/sbin.
-    return u"#!/bin/sh\n%1 $*\n\n"_s.arg(GACommandRunner::lsofPath());
+    // Debian installs lsof in /usr/bin, others in /usr/sbin. A Flatpak's script runs on the
+    // host, whose lsof may lie elsewhere than the sandbox's (which usually has none).
+    const QString lsof =
+        Sandbox::kind() == Sandbox::Kind::Flatpak ? hostLsofPath() : GACommandRunner::lsofPath();
+    return u"#!/bin/sh\n%1 $*\n\n"_s.arg(lsof);
 }
 
 bool CVUserScriptHelper::lsofScriptExists()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 
@@ -10,10 +11,18 @@ class CVUserScriptHelper final {
 public:
     CVUserScriptHelper() = delete;
 
+    // Runs a command on the host, outside the sandbox, and answers what it printed (null when
+    // it could not be run).
+    using HostQuery = std::function<QString(const QStringList& command)>;
+
     static QString scriptsFolder();
     static QString scriptPath();
-    // The exact bytes the script must hold.
+    // The exact bytes the script must hold. It names the lsof that will run it: in a Flatpak,
+    // the host's (the runner starts the script there), found by asking the host once.
     static QString scriptContent();
+    // The first of /usr/sbin/lsof and /usr/bin/lsof that is executable on the host; the first
+    // of them when the host does not say.
+    static QString hostLsofPath();
 
     // Something that is not a folder exists at the script path.
     static bool lsofScriptExists();
@@ -31,4 +40,6 @@ public:
 
     // For tests: the folder to use instead of the application's scripts folder.
     static void setScriptsFolderForTesting(const QString& folder);
+    // For tests: how the host is asked (null: through flatpak-spawn); forgets the last answer.
+    static void setHostQueryForTesting(HostQuery query);
 };

@@ -185,6 +185,7 @@ TEST_F(CommandLineTest, BadUsageSaysSoInOneLine)
                                          {u"replay"_s},
                                          {u"list"_s, u"--hide-type"_s, u"IPv5"_s},
                                          {u"watch"_s, u"--interval"_s, u"0"_s},
+                                         {u"watch"_s, u"--format"_s, u"xml"_s},
                                          {u"list"_s, u"--input"_s}}) {
         const Outcome run = corvina(arguments);
         EXPECT_EQ(run.exitCode, 2) << arguments.join(u' ').toStdString();
@@ -212,4 +213,37 @@ TEST_F(CommandLineTest, ReplayLogsNewConnectionsAsTheSettingsAsk)
               0);
     log.seek(0);
     EXPECT_EQ(QString::fromUtf8(log.readAll()).count(u'\n'), 3) << "--no-log writes nothing";
+}
+
+// Every verb answers a help word, anywhere after it, with its own usage and status 0.
+TEST_F(CommandLineTest, EveryVerbAnswersHelpWithItsOwnUsage)
+{
+    for (const char* verb : {"watch", "list", "replay", "profiles", "settings", "helper"}) {
+        const QString name = QString::fromUtf8(verb);
+        for (const QStringList& arguments :
+             {QStringList{name, u"--help"_s}, {name, u"-h"_s}, {name, u"list"_s, u"--help"_s}}) {
+            const Outcome run = corvina(arguments);
+            EXPECT_EQ(run.exitCode, 0) << arguments.join(u' ').toStdString();
+            EXPECT_TRUE(run.out.startsWith(u"usage: corvina "_s + name + u' '))
+                << run.out.toStdString();
+            EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
+        }
+    }
+    const Outcome general = corvina({u"--help"_s});
+    EXPECT_EQ(general.exitCode, 0);
+    EXPECT_TRUE(general.out.startsWith(u"Usage: corvina"_s));
+}
+
+// list reports no changes, so --no-log, which it takes as replay does, has nothing to stop:
+// with it or without, no log is written.
+TEST_F(CommandLineTest, ListTakesNoLogAndLogsNothingEitherWay)
+{
+    for (const QStringList& extra : {QStringList{}, QStringList{u"--no-log"_s}}) {
+        const Outcome run = corvina(QStringList{u"list"_s, u"--no-resolve"_s, u"--format"_s,
+                                                u"json"_s, u"--input"_s, data("sequence-2.txt")} +
+                                    extra);
+        EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
+        EXPECT_EQ(objects(run.out).size(), 7);
+    }
+    EXPECT_FALSE(QDir(m_home.filePath(u"data/Corvina/Logs"_s)).exists());
 }

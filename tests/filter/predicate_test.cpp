@@ -94,6 +94,19 @@ TEST(Predicate, EvaluatesEveryConstruct)
         {u"processName MATCHES[c] \"FIRE.*\""_s, {u"1234"_s}},
         {u"processName MATCHES \"\\w+d\""_s, {u"1"_s}},
         {u"processName MATCHES \"\\\\w+d\""_s, {u"1"_s}},
+    };
+    for (const MatchCase& c : cases)
+        EXPECT_EQ(matching(c.expression), c.expected) << c.expression.toStdString();
+}
+
+TEST(Predicate, EvaluatesListsCompoundsAndLiterals)
+{
+    const QList<MatchCase> cases = {
+        // Integers in hexadecimal, octal and binary, prefixes in either case.
+        {u"remotePortNumber == 0x1BB"_s, {u"1234"_s}},
+        {u"PID == 0X4d2 OR localPortNumber == 0b10110"_s, {u"1234"_s, u"1"_s}},
+        {u"PID IN {0o1411, 0B1}"_s, {u"1"_s, u"777"_s}},
+        {u"PID > -0x1 AND PID < 0O303237"_s, {u"1234"_s, u"1"_s, u"777"_s}},
         // IN over lists (equality) and over strings (containment), BETWEEN inclusive.
         {u"protocol IN {\"TCP\", \"UDP\"}"_s, {u"1234"_s, u"1"_s, u"777"_s}},
         {u"protocol IN[c] {\"tcp\"}"_s, {u"1234"_s, u"1"_s}},
@@ -199,6 +212,10 @@ TEST(Predicate, RefusesBadTextsWithThePositionOfTheFault)
         {u"processName.length == 1"_s, 11, u"Unexpected character “.”"_s},
         {u"$name == 1"_s, 0, u"Variables are not supported"_s},
         {u"PID == 12abc"_s, 7, u"Malformed number"_s},
+        {u"PID == 0x"_s, 7, u"Malformed number"_s},
+        {u"PID == 0b102"_s, 7, u"Malformed number"_s},
+        {u"PID == -0o8"_s, 7, u"Malformed number"_s},
+        {u"PID == 0x8000000000000000"_s, 7, u"Number out of range"_s},
         {u"processName ~ \"a\""_s, 12, u"Unexpected character “~”"_s},
         {u"processName == \"a\" & PID == 1"_s, 19, u"Unexpected character “&”"_s},
         {u"AND PID == 1"_s, 0, u"Expected a key name or a value"_s},

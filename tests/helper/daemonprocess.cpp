@@ -113,6 +113,21 @@ int DaemonProcess::runToCompletion(const std::vector<std::string>& arguments)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+std::optional<RawReply> rawRequestServed(const std::string& socketPath, const std::string& bytes,
+                                         std::chrono::milliseconds timeout)
+{
+    const auto deadline = FramedSocket::Clock::now() + timeout;
+    for (;;) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - FramedSocket::Clock::now());
+        auto reply = rawRequest(socketPath, bytes, left);
+        if (!reply || reply->status != static_cast<int>(HelperProtocol::Status::Busy) ||
+            left.count() <= 20)
+            return reply;
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+}
+
 std::string requestBytes(int operation)
 {
     std::string bytes(4, '\0');

@@ -41,5 +41,10 @@ struct RawReply {
 };
 std::optional<RawReply> rawRequest(const std::string& socketPath, const std::string& bytes,
                                    std::chrono::milliseconds timeout = std::chrono::seconds(5));
+// rawRequest, asked again while the daemon answers `busy` (as a client's next refresh would),
+// until `timeout` has passed.
+std::optional<RawReply>
+rawRequestServed(const std::string& socketPath, const std::string& bytes,
+                 std::chrono::milliseconds timeout = std::chrono::seconds(10));
 // A correctly framed request for `operation`.
 std::string requestBytes(int operation);

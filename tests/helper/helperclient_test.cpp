@@ -3,6 +3,8 @@
 #include "helper/cvhelperutility.h"
 #include "platform/systemlog.h"
 #include "privileged/authorizationform.h"
+#include "privileged/framedsocket.h"
+#include "privileged/helperprotocol.h"
 
 #include <QCoreApplication>
 #include <QMutex>
@@ -12,10 +14,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -49,6 +54,48 @@ template <typename Reply = QString> struct ReplyRecorder {
     {
         return first.get_future().wait_for(patience) == std::future_status::ready;
     }
+};
+
+// A daemon that refuses every peer, as the real one refuses a user outside its group (which
+// this suite, often run as root, cannot be). Counts the connections it was asked on.
+class RefusingDaemon {
+public:
+    explicit RefusingDaemon(const std::string& path)
+    {
+        m_listener = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+        if (::bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
+            ::listen(m_listener, 16) != 0)
+            return;
+        m_thread = std::thread([this] {
+            for (;;) {
+                const int fd = ::accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+                if (fd < 0)
+                    return;
+                ++m_connections;
+                FramedSocket peer(fd);
+                peer.writeFrame(HelperProtocol::encodeReply({HelperProtocol::Operation{0},
+                                                             HelperProtocol::Status::Refused,
+                                                             "peer not allowed"}),
+                                FramedSocket::Clock::now() + 1s);
+            }
+        });
+    }
+    ~RefusingDaemon()
+    {
+        ::shutdown(m_listener, SHUT_RDWR);
+        if (m_thread.joinable())
+            m_thread.join();
+        ::close(m_listener);
+    }
+    int connections() const { return m_connections.load(); }
+
+private:
+    int m_listener = -1;
+    std::atomic<int> m_connections{0};
+    std::thread m_thread;
 };
 
 class HelperClientTest : public ::testing::Test {
@@ -170,6 +217,43 @@ TEST_F(HelperClientTest, MissingDaemonAnswersNullOnceAndLogsConnectError)
     ASSERT_EQ(messages.size(), 2);
     for (const QString& message : messages)
         EXPECT_TRUE(message.startsWith(u"connect error "_s)) << message.toStdString();
+}
+
+// A refusal is final for this user: said once in the log with what to do, and no more
+// connections (nor log lines) until it is forgotten.
+TEST_F(HelperClientTest, ARefusedUserIsToldOnceAndNotAskedAgain)
+{
+    RefusingDaemon daemon(m_socket);
+    // Outlive the utility: a reply may still be finishing on the connection's thread when the
+    // test has its answer.
+    std::vector<std::unique_ptr<ReplyRecorder<QByteArray>>> recorders;
+    CVHelperUtility utility(environment());
+    const auto ask = [&utility, &recorders] {
+        recorders.push_back(std::make_unique<ReplyRecorder<QByteArray>>());
+        ReplyRecorder<QByteArray>& lsof = *recorders.back();
+        utility.runLsofWithReply(lsof.callback());
+        ASSERT_TRUE(lsof.waitForReply());
+        std::lock_guard guard(lsof.lock);
+        EXPECT_EQ(lsof.replies, (std::vector<std::optional<QByteArray>>{std::nullopt}));
+    };
+    ask();
+    ASSERT_TRUE(utility.refusal()) << log().join(u'\n').toStdString();
+    EXPECT_NE(utility.refusal()->indexOf(u"refused this user"_s), -1);
+    ask();
+    ask();
+    EXPECT_EQ(daemon.connections(), 1);
+    ASSERT_EQ(log().size(), 1);
+    EXPECT_TRUE(log().first().startsWith(u"connect error the helper refused this user"_s));
+    EXPECT_NE(log().first().indexOf(u"group corvina"_s), -1) << log().first().toStdString();
+
+    // Once forgotten (the settings changed), the daemon is asked again; the log says no more.
+    utility.forgetRefusal();
+    EXPECT_FALSE(utility.refusal());
+    QCoreApplication::processEvents();
+    ask();
+    EXPECT_EQ(daemon.connections(), 2);
+    EXPECT_TRUE(utility.refusal());
+    EXPECT_EQ(log().size(), 1);
 }
 
 TEST_F(HelperClientTest, DaemonKilledMidRequestGivesOneNullThenReconnects)

@@ -73,9 +73,12 @@ TEST_F(HelperProtocolDocTest, ConstantsMatchTheCode)
         {"max request frame", kMaxRequestFrame},
         {"max reply frame", kMaxReplyFrame},
         {"request timeout ms", static_cast<unsigned long long>(kRequestTimeout.count())},
+        {"idle timeout ms", static_cast<unsigned long long>(kIdleTimeout.count())},
         {"reply timeout ms", static_cast<unsigned long long>(kReplyTimeout.count())},
         {"lsof timeout ms", static_cast<unsigned long long>(kLsofTimeout.count())},
         {"max connections", kMaxConnections},
+        {"max connections per peer", kMaxConnectionsPerPeer},
+        {"root reserved connections", kRootReservedConnections},
     };
     std::map<std::string, unsigned long long> documented;
     for (const auto& row : tableRows(m_document, "Constants")) {
@@ -124,6 +127,7 @@ TEST_F(HelperProtocolDocTest, StatusesMatchTheCode)
         {static_cast<int>(Status::Text), "text"},
         {static_cast<int>(Status::Refused), "refused"},
         {static_cast<int>(Status::BadRequest), "bad request"},
+        {static_cast<int>(Status::Busy), "busy"},
     };
     std::map<int, std::string> documented;
     for (const auto& row : tableRows(m_document, "Statuses")) {

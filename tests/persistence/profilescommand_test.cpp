@@ -48,7 +48,7 @@ TEST_F(ProfilesCommandTest, AddListDelete)
 {
     const Result empty = run({u"list"_s});
     EXPECT_EQ(empty.status, 0) << empty.err.toStdString();
-    EXPECT_EQ(empty.out, QString());
+    EXPECT_EQ(empty.out, u"No saved searches.\n"_s);
     EXPECT_TRUE(databaseFile().startsWith(m_home.filePath(u"share"_s)));
 
     EXPECT_EQ(run({u"add"_s, u"Work"_s, u"protocol == \"TCP\""_s}).out, u"1\n"_s);
@@ -59,9 +59,37 @@ TEST_F(ProfilesCommandTest, AddListDelete)
     EXPECT_EQ(run({u"delete"_s, u"1"_s}).status, 0);
     const Result missing = run({u"delete"_s, u"1"_s});
     EXPECT_EQ(missing.status, 1);
-    EXPECT_EQ(missing.err, u"corvina: no profile with key 1\n"_s);
-    EXPECT_EQ(run({u"add"_s, u"Next"_s, u"x"_s}).out, u"3\n"_s);
-    EXPECT_EQ(run({u"list"_s}).out, u"2\t50% 'off'\tremotePort == \"443\"\n3\tNext\tx\n"_s);
+    EXPECT_EQ(missing.err, u"corvina: no profile with the key or name '1'\n"_s);
+    EXPECT_EQ(run({u"add"_s, u"Next"_s, u"PID > 0x10"_s}).out, u"3\n"_s);
+    EXPECT_EQ(run({u"list"_s}).out,
+              u"2\t50% 'off'\tremotePort == \"443\"\n3\tNext\tPID > 0x10\n"_s);
+
+    // By name: one profile of that name is deleted; a name two share deletes neither.
+    EXPECT_EQ(run({u"delete"_s, u"50% 'off'"_s}).status, 0);
+    EXPECT_EQ(run({u"add"_s, u"Next"_s, u"TRUEPREDICATE"_s}).out, u"4\n"_s);
+    const Result shared = run({u"delete"_s, u"Next"_s});
+    EXPECT_EQ(shared.status, 2);
+    EXPECT_EQ(shared.err,
+              u"corvina: 2 profiles are named 'Next'; delete one by its key (3, 4)\n"_s);
+    EXPECT_EQ(run({u"delete"_s, u"4"_s}).status, 0);
+    EXPECT_EQ(run({u"delete"_s, u"Next"_s}).status, 0);
+    EXPECT_EQ(run({u"list"_s}).out, u"No saved searches.\n"_s);
+}
+
+// An expression that does not parse is refused with the parser's message and position, and
+// nothing is stored.
+TEST_F(ProfilesCommandTest, AddRefusesAnExpressionThatDoesNotParse)
+{
+    for (const QString& expression : {u"PID >"_s, u"pid == 1"_s, u""_s}) {
+        const Result refused = run({u"add"_s, u"Broken"_s, expression});
+        EXPECT_EQ(refused.status, 2) << expression.toStdString();
+        EXPECT_TRUE(refused.err.startsWith(u"corvina: the expression is not valid: "_s))
+            << refused.err.toStdString();
+        EXPECT_EQ(refused.err.count(u'\n'), 1);
+    }
+    const Result position = run({u"add"_s, u"Broken"_s, u"PID >"_s});
+    EXPECT_TRUE(position.err.contains(u"(at character 6)"_s)) << position.err.toStdString();
+    EXPECT_EQ(run({u"list"_s}).out, u"No saved searches.\n"_s);
 }
 
 TEST_F(ProfilesCommandTest, BadUsageIsOneLineAndStatusTwo)
@@ -73,8 +101,8 @@ TEST_F(ProfilesCommandTest, BadUsageIsOneLineAndStatusTwo)
         {u"add"_s, u"only-name"_s},
         {u"add"_s, u" "_s, u"x"_s},
         {u"delete"_s},
-        {u"delete"_s, u"abc"_s},
-        {u"delete"_s, u"0"_s},
+        {u"delete"_s, u""_s},
+        {u"delete"_s, u"1"_s, u"2"_s},
     };
     for (const QStringList& arguments : bad) {
         const Result result = run(arguments);
@@ -86,7 +114,7 @@ TEST_F(ProfilesCommandTest, BadUsageIsOneLineAndStatusTwo)
 
 TEST_F(ProfilesCommandTest, UnusableDatabaseGivesStatusOne)
 {
-    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"x"_s}).status, 0);
+    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"TRUEPREDICATE"_s}).status, 0);
     const QString path = databaseFile();
     ASSERT_FALSE(path.isEmpty());
     {
@@ -95,7 +123,7 @@ TEST_F(ProfilesCommandTest, UnusableDatabaseGivesStatusOne)
         file.write(QByteArray(8192, 'z'));
     }
     for (const QStringList& arguments :
-         {QStringList{u"list"_s}, QStringList{u"add"_s, u"a"_s, u"b"_s}}) {
+         {QStringList{u"list"_s}, QStringList{u"add"_s, u"a"_s, u"TRUEPREDICATE"_s}}) {
         const Result result = run(arguments);
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(
@@ -110,13 +138,13 @@ TEST_F(ProfilesCommandTest, UnusableDatabaseGivesStatusOne)
 // and status 1, and when the lock goes the profiles are all still there.
 TEST_F(ProfilesCommandTest, ALockedDatabaseFailsAtOnceAndLosesNothing)
 {
-    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"x"_s}).status, 0);
+    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"TRUEPREDICATE"_s}).status, 0);
     const QString path = databaseFile();
     sqlite3* other = nullptr;
     ASSERT_EQ(sqlite3_open(path.toUtf8().constData(), &other), SQLITE_OK);
     ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
     for (const QStringList& arguments :
-         {QStringList{u"list"_s}, QStringList{u"add"_s, u"Home"_s, u"y"_s},
+         {QStringList{u"list"_s}, QStringList{u"add"_s, u"Home"_s, u"FALSEPREDICATE"_s},
           QStringList{u"delete"_s, u"1"_s}}) {
         const Result result = run(arguments);
         EXPECT_EQ(result.status, 1) << arguments.join(u' ').toStdString();
@@ -125,15 +153,15 @@ TEST_F(ProfilesCommandTest, ALockedDatabaseFailsAtOnceAndLosesNothing)
     }
     sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr);
     sqlite3_close(other);
-    EXPECT_EQ(run({u"list"_s}).out, u"1\tWork\tx\n"_s);
-    EXPECT_EQ(run({u"add"_s, u"Home"_s, u"y"_s}).out, u"2\n"_s);
+    EXPECT_EQ(run({u"list"_s}).out, u"1\tWork\tTRUEPREDICATE\n"_s);
+    EXPECT_EQ(run({u"add"_s, u"Home"_s, u"FALSEPREDICATE"_s}).out, u"2\n"_s);
 }
 
 // A file whose header is intact but whose pages are damaged is found out by the first query
 // that reads them: one line, status 1, and the file is left as it was for the user to rescue.
 TEST_F(ProfilesCommandTest, DamagedPagesAreReportedAndTheFileIsLeftAlone)
 {
-    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"x"_s}).status, 0);
+    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"TRUEPREDICATE"_s}).status, 0);
     const QString path = databaseFile();
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::ReadWrite));
@@ -149,7 +177,7 @@ TEST_F(ProfilesCommandTest, DamagedPagesAreReportedAndTheFileIsLeftAlone)
     }();
 
     for (const QStringList& arguments :
-         {QStringList{u"list"_s}, QStringList{u"add"_s, u"Home"_s, u"y"_s}}) {
+         {QStringList{u"list"_s}, QStringList{u"add"_s, u"Home"_s, u"FALSEPREDICATE"_s}}) {
         const Result result = run(arguments);
         EXPECT_EQ(result.status, 1) << arguments.join(u' ').toStdString();
         EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();

@@ -45,7 +45,7 @@ public:
         ASSERT_TRUE(QFile::link(target, process(pid) + u"/exe"_s));
     }
 
-    std::shared_ptr<const RunningApplication> read(qint64 pid, QString locale = u"de_DE.UTF-8"_s)
+    RunningApplication::Sources sources(QString locale = u"de_DE.UTF-8"_s)
     {
         RunningApplication::Sources sources;
         sources.procRoot = m_dir.filePath(u"proc"_s);
@@ -53,7 +53,26 @@ public:
         sources.locale = std::move(locale);
         sources.flatpakInstallations = {m_dir.filePath(u"user-flatpak"_s),
                                         m_dir.filePath(u"system-flatpak"_s)};
-        return RunningApplication::read(pid, sources);
+        return sources;
+    }
+
+    std::shared_ptr<const RunningApplication> read(qint64 pid, QString locale = u"de_DE.UTF-8"_s)
+    {
+        return RunningApplication::read(pid, sources(std::move(locale)));
+    }
+
+    std::shared_ptr<const RunningApplication> lookUp(qint64 pid)
+    {
+        return RunningApplication::runningApplicationWithProcessIdentifier(pid, sources());
+    }
+
+    void startProcess(qint64 pid, const QByteArray& name, quint64 startTime) const
+    {
+        write(pid, u"comm"_s, name + '\n');
+        write(pid, u"stat"_s,
+              QByteArray::number(pid) + " (" + name +
+                  ") S 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 " +
+                  QByteArray::number(startTime) + " 20 21\n");
     }
 
     QString path(const QString& relative) const { return m_dir.filePath(relative); }
@@ -100,6 +119,27 @@ TEST(RunningApplication, MissingProcessesHaveNoRecord)
     EXPECT_FALSE(RunningApplication::runningApplicationWithProcessIdentifier(0));
     EXPECT_FALSE(RunningApplication::runningApplicationWithProcessIdentifier(-5));
     EXPECT_FALSE(proc.read(4242));
+}
+
+// A miss is asked again at the next call; a record found answers again only while it is the
+// same process (a reused process id, or none, is read afresh).
+TEST(RunningApplication, LookUpsForgetMissesAndEndedProcesses)
+{
+    FakeProc proc;
+    EXPECT_FALSE(proc.lookUp(500));
+    proc.startProcess(500, "first", 100);
+    const auto first = proc.lookUp(500);
+    ASSERT_TRUE(first);
+    EXPECT_EQ(first->processName(), u"first"_s);
+    EXPECT_EQ(proc.lookUp(500), first) << "one read serves the process's items";
+
+    proc.startProcess(500, "second", 200);
+    const auto second = proc.lookUp(500);
+    ASSERT_TRUE(second);
+    EXPECT_EQ(second->processName(), u"second"_s);
+
+    ASSERT_TRUE(QDir(proc.process(500)).removeRecursively());
+    EXPECT_FALSE(proc.lookUp(500));
 }
 
 TEST(RunningApplication, UnreadableProcessDegradesToItsName)

@@ -101,25 +101,22 @@ TEST_F(CVPrefsHelperTest, AChangedColourIsReadAfreshAndObserversSeeIt)
     EXPECT_EQ(m_helper.colorForKey(key), (RgbaColor{0, 255, 0, 255}));
 }
 
+// A key with nothing stored, or text that does not decode, is no colour: null, one log line
+// per call, and nothing cached, so the next call decodes again.
 TEST_F(CVPrefsHelperTest, AKeyWithNoColourLogsOnEveryCall)
 {
+    m_store.setString(PrefKeys::ClosedConnectionBackgroundColor, u"purple"_s);
     LogCapture log;
-    for (const QString& key : {u"CV:NoSuchColor"_s, PrefKeys::AutoRefreshSetting}) {
+    for (const QString& key : {u"CV:NoSuchColor"_s, PrefKeys::AutoRefreshSetting,
+                               PrefKeys::ClosedConnectionBackgroundColor}) {
         EXPECT_FALSE(m_helper.colorForKey(key).has_value());
         EXPECT_FALSE(m_helper.colorForKey(key).has_value());
         EXPECT_EQ(log.count(u"nil color key "_s + key), 2);
     }
-}
-
-TEST_F(CVPrefsHelperTest, TextThatIsNoColourFallsBackToTheFactoryColourOnce)
-{
-    m_store.setString(PrefKeys::ClosedConnectionBackgroundColor, u"purple"_s);
-    LogCapture log;
+    EXPECT_EQ(log.lines().size(), 6);
+    m_store.setString(PrefKeys::ClosedConnectionBackgroundColor, u"#FF0000FF"_s);
     EXPECT_EQ(m_helper.colorForKey(PrefKeys::ClosedConnectionBackgroundColor),
-              (RgbaColor{255, 0, 0, 255}));
-    EXPECT_EQ(m_helper.colorForKey(PrefKeys::ClosedConnectionBackgroundColor),
-              (RgbaColor{255, 0, 0, 255}));
-    EXPECT_EQ(log.lines().size(), 1);
+              (RgbaColor{0, 0, 255, 255}));
 }
 
 TEST_F(CVPrefsHelperTest, ExclusionListKeepsOneEntryPerPath)

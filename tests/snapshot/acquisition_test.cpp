@@ -97,6 +97,32 @@ TEST(Acquisition, FailedHelperFallsBackWithOneDetectionPass)
     EXPECT_EQ(fetcher.lastRoad(), Road::Direct);
 }
 
+// Why the helper gave nothing reaches the status bar ahead of the local road's own problem.
+TEST(Acquisition, TheHelpersProblemLeadsTheFallBacksProblem)
+{
+    FakeSystem system;
+    system.helperInstalled = true;
+    system.localOutput = lsofData("sequence-1.txt");
+    AcquisitionRoads roads = system.roads();
+    QString helperSays = u"The helper refuses this user."_s;
+    roads.helperProblem = [&helperSays] { return helperSays; };
+    roads.sandboxed = [] { return true; }; // the script is missing: a problem of its own
+    LsofFetcher fetcher;
+    fetcher.setRoads(roads);
+    LsofItemList received;
+    fetcher.getCurrentItemsWithCompletion([&](const LsofItemList& items) { received = items; });
+    EXPECT_EQ(received.size(), 5);
+    EXPECT_TRUE(fetcher.lastProblem().startsWith(helperSays + u' '))
+        << fetcher.lastProblem().toStdString();
+    EXPECT_NE(fetcher.lastProblem().indexOf(u"script"_s), -1);
+
+    helperSays.clear();
+    roads.sandboxed = [] { return false; };
+    fetcher.setRoads(roads);
+    fetcher.getCurrentItemsWithCompletion([](const LsofItemList&) {});
+    EXPECT_TRUE(fetcher.lastProblem().isEmpty()) << fetcher.lastProblem().toStdString();
+}
+
 TEST(Acquisition, LocalRoadIsTheScriptWhenConfinedAndLsofOtherwise)
 {
     FakeSystem system;

@@ -2,11 +2,16 @@
 #include "snapshot/gacommandrunner.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTemporaryDir>
+#include <QThread>
 #include <QTimer>
 
 #include <gtest/gtest.h>
+
+#include <cerrno>
+#include <csignal>
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
@@ -62,6 +67,72 @@ TEST(CommandRunnerSync, ScriptRoadKeepsOnlyWhatArrivedWithinItsBound)
     // Arguments reach a script as they are: no shell splits them.
     EXPECT_EQ(result.output, "early x y\n");
     EXPECT_FALSE(result.timedOut) << "the bound is the script road's normal end";
+}
+
+namespace {
+
+// Gone, or a zombie left for its new parent to reap: it runs no more either way.
+bool processEndedNow(pid_t pid)
+{
+    if (::kill(pid, 0) != 0)
+        return errno == ESRCH;
+    QFile stat(u"/proc/%1/stat"_s.arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return true;
+    const QByteArray text = stat.readAll();
+    const qsizetype close = text.lastIndexOf(')');
+    return close > 0 && text.mid(close + 2, 1) == "Z";
+}
+
+// A killed process other than our own child dies a moment after the signal is sent.
+bool processEnded(pid_t pid)
+{
+    QElapsedTimer patience;
+    patience.start();
+    while (!processEndedNow(pid) && patience.elapsed() < 5000)
+        QThread::msleep(10);
+    return processEndedNow(pid);
+}
+
+} // namespace
+
+// A child that closes its output and lingers is bounded too: the call returns at the bound,
+// not when the child ends, and the child and what it started are killed.
+TEST(CommandRunnerSync, EachRoadEndsAChildThatClosesItsOutputAndLingers)
+{
+    QTemporaryDir dir;
+    const QString script = dir.filePath(u"linger.sh"_s);
+    QFile file(script);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("#!/bin/sh\n"
+               "sleep 30 >/dev/null &\n"
+               "echo $$ $! > \"$(dirname \"$0\")/pids\"\n"
+               "echo out\n"
+               "exec >&-\n"
+               "exec sleep 30\n");
+    file.close();
+    file.setPermissions(QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+
+    for (const Road road : {Road::Script, Road::Shell}) {
+        SCOPED_TRACE(road == Road::Script ? "script road" : "shell road");
+        QFile::remove(dir.filePath(u"pids"_s));
+        QElapsedTimer clock;
+        clock.start();
+        const auto result = GACommandRunner::runCommandSync(script, {}, road, 2s);
+        EXPECT_LT(clock.elapsed(), 15000) << "the call waited for the child";
+        if (road == Road::Script) {
+            EXPECT_EQ(result.output, "out\n") << "what arrived within the bound is kept";
+        } else {
+            EXPECT_TRUE(result.timedOut);
+            EXPECT_TRUE(result.output.isNull()) << "a killed lsof run is a failed run";
+        }
+        QFile pids(dir.filePath(u"pids"_s));
+        ASSERT_TRUE(pids.open(QIODevice::ReadOnly));
+        const QList<QByteArray> lines = pids.readAll().trimmed().split(' ');
+        ASSERT_EQ(lines.size(), 2);
+        for (const QByteArray& line : lines)
+            EXPECT_TRUE(processEnded(pid_t(line.toInt()))) << "process " << line.toStdString();
+    }
 }
 
 namespace {

@@ -19,10 +19,15 @@ protected:
     void SetUp() override
     {
         CVUserScriptHelper::setScriptsFolderForTesting(m_dir.filePath(u"Scripts"_s));
+        CVUserScriptHelper::setHostQueryForTesting([this](const QStringList& command) {
+            m_hostCommands << command.join(u' ');
+            return m_hostAnswer;
+        });
     }
     void TearDown() override
     {
         CVUserScriptHelper::setScriptsFolderForTesting({});
+        CVUserScriptHelper::setHostQueryForTesting({});
         Sandbox::overrideKind(std::nullopt);
     }
     static void write(const QByteArray& bytes)
@@ -33,6 +38,8 @@ protected:
         file.write(bytes);
     }
     QTemporaryDir m_dir;
+    QStringList m_hostCommands;
+    QString m_hostAnswer = u"/usr/bin/lsof\n"_s;
 };
 
 } // namespace
@@ -86,4 +93,30 @@ TEST_F(UserScript, SheetOnlyWhenConfinedAndTheScriptIsWrong)
     CVUserScriptHelper::writeScriptFile(CVUserScriptHelper::scriptPath());
     CVUserScriptHelper::checkAndInstallScript(show);
     EXPECT_EQ(shown, 1);
+}
+
+// In a Flatpak the script runs on the host, so it names the host's lsof, asked of the host
+// once; anywhere else it names this system's.
+TEST_F(UserScript, AFlatpakScriptNamesTheHostsLsof)
+{
+    Sandbox::overrideKind(Sandbox::Kind::None);
+    EXPECT_EQ(CVUserScriptHelper::scriptContent(),
+              u"#!/bin/sh\n"_s + GACommandRunner::lsofPath() + u" $*\n\n"_s);
+    EXPECT_TRUE(m_hostCommands.isEmpty());
+
+    Sandbox::overrideKind(Sandbox::Kind::Flatpak);
+    EXPECT_EQ(CVUserScriptHelper::scriptContent(), u"#!/bin/sh\n/usr/bin/lsof $*\n\n"_s);
+    ASSERT_TRUE(CVUserScriptHelper::writeScriptFile(CVUserScriptHelper::scriptPath()));
+    EXPECT_TRUE(CVUserScriptHelper::lsofScriptCorrect());
+    ASSERT_EQ(m_hostCommands.size(), 1) << "the host is asked once";
+    EXPECT_TRUE(m_hostCommands[0].contains(u"-x /usr/sbin/lsof"_s))
+        << m_hostCommands[0].toStdString();
+
+    // An answer that is none of the two places, or none at all, gives the usual place.
+    for (const QString& answer : {u"/tmp/lsof; rm -rf ~"_s, QString()}) {
+        m_hostAnswer = answer;
+        CVUserScriptHelper::setHostQueryForTesting(
+            [this](const QStringList&) { return m_hostAnswer; });
+        EXPECT_EQ(CVUserScriptHelper::hostLsofPath(), u"/usr/sbin/lsof"_s);
+    }
 }

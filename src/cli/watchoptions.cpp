@@ -1,0 +1,79 @@
+#include "watchoptions.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr qint64 kMaxInterval = 86400;
+
+// Walks the arguments, handing out option values.
+class ArgumentCursor {
+public:
+    explicit ArgumentCursor(const QStringList& arguments) : m_arguments(arguments) {}
+
+    bool atEnd() const { return m_next >= m_arguments.size(); }
+    const QString& take() { return m_arguments[m_next++]; }
+    // The value of `option`, or the message saying it is missing.
+    std::optional<QString> value(const QString& option, QString* out)
+    {
+        if (atEnd())
+            return u"option %1 needs a value"_s.arg(option);
+        *out = take();
+        return std::nullopt;
+    }
+
+private:
+    const QStringList& m_arguments;
+    qsizetype m_next = 0;
+};
+
+std::optional<QString> readInterval(ArgumentCursor& cursor, WatchOptions& options)
+{
+    QString text;
+    if (auto error = cursor.value(u"--interval"_s, &text))
+        return error;
+    bool ok = false;
+    const qint64 seconds = text.toLongLong(&ok);
+    if (!ok || seconds < 1 || seconds > kMaxInterval)
+        return u"--interval takes whole seconds from 1 to %1"_s.arg(kMaxInterval);
+    options.interval = seconds;
+    return std::nullopt;
+}
+
+std::optional<QString> readFormat(ArgumentCursor& cursor, WatchOptions& options)
+{
+    QString name;
+    if (auto error = cursor.value(u"--format"_s, &name))
+        return error;
+    const auto format = ItemPrinter::formatForName(name);
+    if (!format)
+        return u"unknown format '%1' (table, csv or json)"_s.arg(name);
+    options.format = *format;
+    return std::nullopt;
+}
+
+} // namespace
+
+std::optional<QString> WatchOptions::parse(const QStringList& arguments, WatchOptions& options)
+{
+    ArgumentCursor cursor(arguments);
+    while (!cursor.atEnd()) {
+        const QString option = cursor.take();
+        std::optional<QString> error;
+        if (option == u"--interval")
+            error = readInterval(cursor, options);
+        else if (option == u"--format")
+            error = readFormat(cursor, options);
+        else if (option == u"--helper-socket")
+            error = cursor.value(option, &options.helperSocket);
+        else if (option == u"--no-resolve")
+            options.noResolve = true;
+        else if (option.startsWith(u'-') && option.size() > 1)
+            return u"unknown option '%1'"_s.arg(option);
+        else
+            return u"unexpected argument '%1'"_s.arg(option);
+        if (error)
+            return error;
+    }
+    return std::nullopt;
+}
