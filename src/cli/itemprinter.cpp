@@ -72,6 +72,12 @@ const QList<LsofItem::Key>& jsonKeys()
         K::processPath,
         // Added later, hence last: tools that read the first keys by position keep working.
         K::remoteHostname,
+        K::bytesSent,
+        K::bytesReceived,
+        K::sendRate,
+        K::receiveRate,
+        K::rtt,
+        K::shortLived,
     };
     return keys;
 }
@@ -121,6 +127,10 @@ QString ItemPrinter::jsonObject(const LsofItem& item, std::optional<int> snapsho
             line += u"null"_s;
         else if (value.typeId() == QMetaType::LongLong)
             line += QString::number(value.toLongLong());
+        else if (value.typeId() == QMetaType::Double)
+            line += QString::number(value.toDouble(), 'f', 3);
+        else if (value.typeId() == QMetaType::Bool)
+            line += value.toBool() ? u"true"_s : u"false"_s;
         else
             appendJsonString(line, value.toString());
     }

@@ -56,27 +56,52 @@ QString ItemFields::text(const LsofItem& item, LsofItem::Key key)
             return id;
         break;
     }
-    case K::status:
-    case K::localPortNumber:
-    case K::remotePortNumber:
+    case K::rtt:
+    case K::shortLived:
+        // Printed as the item prints them ("0.25", "true").
+        return item.value(key).isValid() ? item.text(key) : QString();
+    default:
         break;
     }
     const auto value = number(item, key);
-    return value ? QString::number(*value) : QString();
+    return value ? QString::number(value->integer) : QString();
 }
 
-std::optional<qint64> ItemFields::number(const LsofItem& item, LsofItem::Key key)
+namespace {
+
+std::optional<PredicateNumber> integer(std::optional<qint64> value)
+{
+    return value ? std::optional<PredicateNumber>(PredicateNumber{true, *value, 0}) : std::nullopt;
+}
+
+} // namespace
+
+std::optional<PredicateNumber> ItemFields::number(const LsofItem& item, LsofItem::Key key)
 {
     using K = LsofItem::Key;
     switch (key) {
     case K::status:
-        return item.status();
+        return integer(item.status());
     case K::PID:
-        return item.PID();
+        return integer(item.PID());
     case K::localPortNumber:
-        return item.localPortNumber();
+        return integer(item.localPortNumber());
     case K::remotePortNumber:
-        return item.remotePortNumber();
+        return integer(item.remotePortNumber());
+    case K::bytesSent:
+        return integer(item.traffic().bytesSent);
+    case K::bytesReceived:
+        return integer(item.traffic().bytesReceived);
+    case K::sendRate:
+        return integer(item.traffic().sendRate);
+    case K::receiveRate:
+        return integer(item.traffic().receiveRate);
+    case K::rtt: {
+        const std::optional<double> rtt = item.traffic().rtt;
+        return rtt ? std::optional<PredicateNumber>(PredicateNumber{false, 0, *rtt}) : std::nullopt;
+    }
+    case K::shortLived:
+        return integer(item.isShortLived() ? 1 : 0);
     default:
         return std::nullopt;
     }
@@ -85,6 +110,19 @@ std::optional<qint64> ItemFields::number(const LsofItem& item, LsofItem::Key key
 bool ItemFields::isNumeric(LsofItem::Key key)
 {
     using K = LsofItem::Key;
-    return key == K::status || key == K::PID || key == K::localPortNumber ||
-           key == K::remotePortNumber;
+    switch (key) {
+    case K::status:
+    case K::PID:
+    case K::localPortNumber:
+    case K::remotePortNumber:
+    case K::bytesSent:
+    case K::bytesReceived:
+    case K::sendRate:
+    case K::receiveRate:
+    case K::rtt:
+    case K::shortLived:
+        return true;
+    default:
+        return false;
+    }
 }

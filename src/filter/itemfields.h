@@ -1,5 +1,6 @@
 #pragma once
 
+#include "predicatenode.h"
 #include "snapshot/lsofitem.h"
 
 #include <optional>
@@ -11,8 +12,8 @@ class ItemFields final {
 public:
     // The field as text, null when absent. Numbers print in decimal.
     static QString text(const LsofItem& item, LsofItem::Key key);
-    // The numeric fields (status, PID and the two port numbers); nothing for a text key or an
-    // absent number.
-    static std::optional<qint64> number(const LsofItem& item, LsofItem::Key key);
+    // The numeric fields (status, PID, the two port numbers, the traffic figures and
+    // `shortLived`, 1 or 0); nothing for a text key or an absent number.
+    static std::optional<PredicateNumber> number(const LsofItem& item, LsofItem::Key key);
     static bool isNumeric(LsofItem::Key key);
 };

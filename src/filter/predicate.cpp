@@ -17,7 +17,7 @@ PredicateValue itemValue(const LsofItem& item, LsofItem::Key key)
 {
     if (ItemFields::isNumeric(key)) {
         const auto number = ItemFields::number(item, key);
-        return number ? PredicateValue(PredicateNumber{true, *number, 0}) : PredicateValue();
+        return number ? PredicateValue(*number) : PredicateValue();
     }
     QString text = ItemFields::text(item, key);
     return text.isNull() ? PredicateValue() : PredicateValue(std::move(text));

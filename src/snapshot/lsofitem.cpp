@@ -40,6 +40,12 @@ constexpr KeyName kKeyNames[] = {
     {LsofItem::Key::fileDescriptor, u"fileDescriptor"},
     {LsofItem::Key::identifier, u"identifier"},
     {LsofItem::Key::localizedAppName, u"localizedAppName"},
+    {LsofItem::Key::bytesSent, u"bytesSent"},
+    {LsofItem::Key::bytesReceived, u"bytesReceived"},
+    {LsofItem::Key::sendRate, u"sendRate"},
+    {LsofItem::Key::receiveRate, u"receiveRate"},
+    {LsofItem::Key::rtt, u"rtt"},
+    {LsofItem::Key::shortLived, u"shortLived"},
 };
 
 const QHash<QString, LsofItem::Key>& keysByName()
@@ -247,6 +253,20 @@ QVariant LsofItem::value(Key key) const
         return textValue(identifier());
     case Key::localizedAppName:
         return textValue(localizedAppName());
+    case Key::bytesSent:
+        return numberValue(traffic().bytesSent);
+    case Key::bytesReceived:
+        return numberValue(traffic().bytesReceived);
+    case Key::sendRate:
+        return numberValue(traffic().sendRate);
+    case Key::receiveRate:
+        return numberValue(traffic().receiveRate);
+    case Key::rtt: {
+        const std::optional<double> rtt = traffic().rtt;
+        return rtt ? QVariant(*rtt) : QVariant();
+    }
+    case Key::shortLived:
+        return QVariant(m_shortLived);
     }
     return {};
 }
@@ -337,8 +357,36 @@ bool LsofItem::setValue(Key key, const QVariant& value)
     case Key::identifier:
     case Key::localizedAppName:
         return false;
+    case Key::shortLived:
+        m_shortLived = value.toBool();
+        return true;
+    case Key::bytesSent:
+    case Key::bytesReceived:
+    case Key::sendRate:
+    case Key::receiveRate:
+    case Key::rtt:
+        setTrafficValue(key, value);
+        return true;
     }
     return false;
+}
+
+void LsofItem::setTrafficValue(Key key, const QVariant& value)
+{
+    Traffic figures = traffic();
+    const std::optional<qint64> number =
+        value.isValid() ? std::optional<qint64>(value.toLongLong()) : std::nullopt;
+    if (key == Key::bytesSent)
+        figures.bytesSent = number;
+    else if (key == Key::bytesReceived)
+        figures.bytesReceived = number;
+    else if (key == Key::sendRate)
+        figures.sendRate = number;
+    else if (key == Key::receiveRate)
+        figures.receiveRate = number;
+    else if (key == Key::rtt)
+        figures.rtt = value.isValid() ? std::optional<double>(value.toDouble()) : std::nullopt;
+    setTraffic(figures);
 }
 
 bool LsofItem::setValue(QStringView name, const QVariant& value)

@@ -47,6 +47,12 @@ public:
         fileDescriptor,
         identifier,
         localizedAppName,
+        bytesSent,
+        bytesReceived,
+        sendRate,
+        receiveRate,
+        rtt,
+        shortLived,
     };
 
     LsofItem() = default;
@@ -70,8 +76,9 @@ public:
     // 0 when there are none (so "*" is 0).
     static qint64 integerValue(QStringView text);
 
-    // Key-value access. Numbers come back as qint64, texts as QString; a null field is an
-    // invalid QVariant. An unknown key reads as invalid and is refused on write.
+    // Key-value access. Numbers come back as qint64 (the round-trip time as a double, in
+    // milliseconds), texts as QString, `shortLived` as bool; a null field is an invalid QVariant.
+    // An unknown key reads as invalid and is refused on write.
     QVariant value(Key key) const;
     QVariant value(QStringView name) const;
     bool setValue(Key key, const QVariant& value);
@@ -186,6 +193,8 @@ public:
     static QString descriptionForPort(const QString& port, const QString& protocol);
 
 private:
+    void setTrafficValue(Key key, const QVariant& value);
+
     qint32 m_status = 0;
     mutable QMutex m_lock;
     QString m_state;

@@ -246,6 +246,8 @@ TEST(ItemFields, ReadEveryKeyAsTheItemsOwnKeyValueAccessDoes)
     items[0]->setStatus(3);
     items[0]->setOldState(u"SYN_SENT"_s);
     items[0]->setSizeAndOffset(u"0t0"_s);
+    items[0]->setTraffic({1500, 900, 120, 0, 0.25});
+    items[0]->setShortLived(true);
     for (const auto& item : items) {
         for (const LsofItem::Key key : LsofItem::allKeys()) {
             const QVariant value = item->value(key);
@@ -255,11 +257,15 @@ TEST(ItemFields, ReadEveryKeyAsTheItemsOwnKeyValueAccessDoes)
             EXPECT_EQ(ItemFields::text(*item, key), item->text(key)) << name.toStdString();
             if (!value.isValid())
                 continue;
-            const bool numeric = value.typeId() == QMetaType::LongLong;
+            const bool numeric = value.typeId() == QMetaType::LongLong ||
+                                 value.typeId() == QMetaType::Double ||
+                                 value.typeId() == QMetaType::Bool;
             EXPECT_EQ(ItemFields::isNumeric(key), numeric) << name.toStdString();
-            EXPECT_EQ(ItemFields::number(*item, key),
-                      numeric ? std::optional<qint64>(value.toLongLong()) : std::nullopt)
-                << name.toStdString();
+            const auto number = ItemFields::number(*item, key);
+            EXPECT_EQ(number.has_value(), numeric) << name.toStdString();
+            if (number) {
+                EXPECT_EQ(number->toDouble(), value.toDouble()) << name.toStdString();
+            }
         }
     }
 }
