@@ -172,6 +172,77 @@ QStringList SQLitePersistentObject::tableColumns(const SQLiteRecordClass& cls)
     return columns;
 }
 
+namespace {
+
+const QString kErrorPrefix = u"Error Message: "_s;
+
+// Collections live in cross-reference tables named after the table and the column, each
+// shape kept exactly as older files have it.
+void createCrossReferenceTable(sqlite3* db, const QString& table, const QString& column,
+                               const QString& className)
+{
+    QString shape;
+    if (SQLitePersistence::isArrayKind(className))
+        shape =
+            u"(parent_pk, array_index INTEGER, fk INTEGER, fk_table_name TEXT, object_data TEXT, object_class BLOB, PRIMARY KEY (parent_pk, array_index))"_s;
+    else if (SQLitePersistence::isDictionaryKind(className))
+        shape =
+            u"(parent_pk integer, dictionary_key TEXT, fk INTEGER, fk_table_name TEXT, object_data BLOB, object_class TEXT, PRIMARY KEY (parent_pk, dictionary_key))"_s;
+    else
+        shape =
+            u"(parent_pk INTEGER, fk INTEGER, fk_table_name TEXT, object_data BLOB, object_class TEXT)"_s;
+    logSQLiteError(db, u"CREATE TABLE IF NOT EXISTS %1_%2 %3"_s.arg(table, column, shape),
+                   kErrorPrefix);
+}
+
+// The column's part of CREATE TABLE (", name TYPE"), or nothing for a property with no
+// column: a collection (whose cross-reference table is made here) or a class that cannot be
+// stored.
+QString columnDefinition(sqlite3* db, const QString& table, const QString& column,
+                         const QString& code)
+{
+    if (isIntegerCode(code))
+        return u", %1 INTEGER"_s.arg(column);
+    if (isCharCode(code))
+        return u", %1 TEXT"_s.arg(column);
+    if (isFloatCode(code))
+        return u", %1 REAL"_s.arg(column);
+    if (!code.startsWith(u'@'))
+        return {};
+    const QString className = SQLiteRecordClass::classNameOfCode(code);
+    if (SQLitePersistence::isCollectionKind(className)) {
+        createCrossReferenceTable(db, table, column, className);
+        return {};
+    }
+    if (SQLiteRecordClass::forName(className))
+        return u", %1 TEXT"_s.arg(column);
+    if (SQLitePersistence::canBeStoredInSQLite(className))
+        return u", %1 %2"_s.arg(column, SQLitePersistence::columnTypeForObjectStorage(className));
+    return {};
+}
+
+// The type a column added to an older table gets, or nothing for a collection.
+std::optional<QString> addedColumnType(const QString& code)
+{
+    if (code.startsWith(u'@')) {
+        const QString className = SQLiteRecordClass::classNameOfCode(code);
+        if (SQLitePersistence::isCollectionKind(className))
+            return std::nullopt;
+        if (SQLiteRecordClass::forName(className))
+            return u"TEXT"_s;
+        if (SQLitePersistence::canBeStoredInSQLite(className))
+            return SQLitePersistence::columnTypeForObjectStorage(className);
+        return u"(null)"_s; // an absent type, written as the platform wrote it
+    }
+    if (isIntegerCode(code))
+        return u"INTEGER"_s;
+    if (isFloatCode(code))
+        return u"REAL"_s;
+    return u"TEXT"_s;
+}
+
+} // namespace
+
 void SQLitePersistentObject::tableCheck(const SQLiteRecordClass& cls)
 {
     auto& checked = RecordLayerState::instance().checkedClasses;
@@ -179,61 +250,35 @@ void SQLitePersistentObject::tableCheck(const SQLiteRecordClass& cls)
         return;
     checked.insert(cls.className());
 
+    createTable(cls);
+    createIndices(cls);
+    addMissingColumns(cls);
+}
+
+void SQLitePersistentObject::createTable(const SQLiteRecordClass& cls)
+{
     sqlite3* db = database();
     const QString table = tableName(cls);
     const QMap<QString, QString> properties = cls.propertiesWithEncodedTypes();
     const QStringList transients = cls.transients();
-    const QString errorPrefix = u"Error Message: "_s;
-
     QString create = u"CREATE TABLE IF NOT EXISTS %1 (pk INTEGER PRIMARY KEY"_s.arg(table);
     for (auto it = properties.constBegin(); it != properties.constEnd(); ++it) {
-        if (transients.contains(it.key()))
-            continue;
-        const QString column = stringAsSQLColumnName(it.key());
-        const QString& code = it.value();
-        if (isIntegerCode(code)) {
-            create += u", %1 INTEGER"_s.arg(column);
-        } else if (isCharCode(code)) {
-            create += u", %1 TEXT"_s.arg(column);
-        } else if (isFloatCode(code)) {
-            create += u", %1 REAL"_s.arg(column);
-        } else if (code.startsWith(u'@')) {
-            const QString className = SQLiteRecordClass::classNameOfCode(code);
-            if (SQLitePersistence::isArrayKind(className)) {
-                logSQLiteError(
-                    db,
-                    u"CREATE TABLE IF NOT EXISTS %1_%2 (parent_pk, array_index INTEGER, fk INTEGER, fk_table_name TEXT, object_data TEXT, object_class BLOB, PRIMARY KEY (parent_pk, array_index))"_s
-                        .arg(table, column),
-                    errorPrefix);
-            } else if (SQLitePersistence::isDictionaryKind(className)) {
-                logSQLiteError(
-                    db,
-                    u"CREATE TABLE IF NOT EXISTS %1_%2 (parent_pk integer, dictionary_key TEXT, fk INTEGER, fk_table_name TEXT, object_data BLOB, object_class TEXT, PRIMARY KEY (parent_pk, dictionary_key))"_s
-                        .arg(table, column),
-                    errorPrefix);
-            } else if (SQLitePersistence::isSetKind(className)) {
-                logSQLiteError(
-                    db,
-                    u"CREATE TABLE IF NOT EXISTS %1_%2 (parent_pk INTEGER, fk INTEGER, fk_table_name TEXT, object_data BLOB, object_class TEXT)"_s
-                        .arg(table, column),
-                    errorPrefix);
-            } else if (SQLiteRecordClass::forName(className)) {
-                create += u", %1 TEXT"_s.arg(column);
-            } else if (SQLitePersistence::canBeStoredInSQLite(className)) {
-                create += u", %1 %2"_s.arg(
-                    column, SQLitePersistence::columnTypeForObjectStorage(className));
-            }
-        }
+        if (!transients.contains(it.key()))
+            create += columnDefinition(db, table, stringAsSQLColumnName(it.key()), it.value());
     }
     create += u")"_s;
-    logSQLiteError(db, create, errorPrefix);
+    logSQLiteError(db, create, kErrorPrefix);
     logSQLiteError(
         db, u"CREATE TABLE IF NOT EXISTS SQLITESEQUENCE (name TEXT PRIMARY KEY, seq INTEGER)"_s,
-        errorPrefix);
+        kErrorPrefix);
     logSQLiteError(db,
                    u"INSERT OR IGNORE INTO SQLITESEQUENCE (name,seq) VALUES ('%1', 0)"_s.arg(table),
-                   errorPrefix);
+                   kErrorPrefix);
+}
 
+void SQLitePersistentObject::createIndices(const SQLiteRecordClass& cls)
+{
+    const QString table = tableName(cls);
     for (const QStringList& index : cls.indices()) {
         QString indexName = table;
         QStringList columns;
@@ -242,39 +287,26 @@ void SQLitePersistentObject::tableCheck(const SQLiteRecordClass& cls)
             indexName += u'_' + column;
             columns.append(column);
         }
-        logSQLiteError(db,
+        logSQLiteError(database(),
                        u"create index if not exists %1 on %2 (%3)"_s.arg(indexName, table,
                                                                          columns.join(u", "_s)),
                        u"Error creating indices on %1: "_s.arg(table));
     }
+}
 
+void SQLitePersistentObject::addMissingColumns(const SQLiteRecordClass& cls)
+{
+    const QString table = tableName(cls);
+    const QMap<QString, QString> properties = cls.propertiesWithEncodedTypes();
+    const QStringList transients = cls.transients();
     const QStringList existing = tableColumns(cls);
     for (auto it = properties.constBegin(); it != properties.constEnd(); ++it) {
-        if (transients.contains(it.key()))
-            continue;
         const QString column = stringAsSQLColumnName(it.key());
-        if (existing.contains(column))
+        if (transients.contains(it.key()) || existing.contains(column))
             continue;
-        const QString& code = it.value();
-        QString type;
-        if (code.startsWith(u'@')) {
-            const QString className = SQLiteRecordClass::classNameOfCode(code);
-            if (SQLitePersistence::isCollectionKind(className))
-                continue;
-            if (SQLiteRecordClass::forName(className))
-                type = u"TEXT"_s;
-            else if (SQLitePersistence::canBeStoredInSQLite(className))
-                type = SQLitePersistence::columnTypeForObjectStorage(className);
-            else
-                type = u"(null)"_s; // an absent type, written as the platform wrote it
-        } else if (isIntegerCode(code)) {
-            type = u"INTEGER"_s;
-        } else if (isFloatCode(code)) {
-            type = u"REAL"_s;
-        } else {
-            type = u"TEXT"_s;
-        }
-        manager()->executeUpdateSQL(u"alter table %1 add column %2 %3"_s.arg(table, column, type));
+        if (const std::optional<QString> type = addedColumnType(it.value()))
+            manager()->executeUpdateSQL(
+                u"alter table %1 add column %2 %3"_s.arg(table, column, *type));
     }
 }
 

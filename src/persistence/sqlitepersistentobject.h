@@ -129,6 +129,11 @@ protected:
     void setPropertyValue(const QString& key, const QVariant& value);
 
 private:
+    // The steps of tableCheck: the table with its key sequence row, the indices, and the
+    // columns an older file lacks.
+    static void createTable(const SQLiteRecordClass& cls);
+    static void createIndices(const SQLiteRecordClass& cls);
+    static void addMissingColumns(const SQLiteRecordClass& cls);
     static SQLitePersistentObjectPtr loadRow(const SQLiteRecordClass& cls, SQLiteStatement& row);
     static void loadCollections(const SQLitePersistentObjectPtr& record);
     static QVariant loadCollectionElement(qint64 fk, const QString& fkTableName,
