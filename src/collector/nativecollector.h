@@ -45,14 +45,11 @@ public:
     const QString& refusal() const { return m_refusal; }
     // Answers of the last dump that could not be decoded and were left out.
     int skippedMessages() const { return m_skipped; }
-    // Processes whose descriptors the last pass read; the others it kept from earlier passes.
-    int processesRead() const { return m_processes.lastReads(); }
-
     // The dumps a pass asks for.
     static QList<DiagQuery> queries();
-    static QString refusalFor(int error, const DiagQuery& query);
 
 private:
+    static QString refusalFor(int error, const DiagQuery& query);
     bool dumpSockets();
     SocketRecords records();
     // "5u": the same text for descriptor 5 of every process, made once.
