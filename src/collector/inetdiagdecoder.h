@@ -1,0 +1,22 @@
+#pragma once
+
+#include "diagsocket.h"
+
+#include <QByteArrayView>
+
+#include <optional>
+
+// Turns one answer of a socket dump into a DiagSocket. Pure, and safe on any bytes: the
+// kernel's answers arrive here, and so do a fuzzer's.
+class InetDiagDecoder final {
+public:
+    struct Result {
+        std::optional<DiagSocket> socket;
+        // Why there is no socket: a fixed English phrase.
+        const char* error = nullptr;
+    };
+
+    // `message` is one netlink message (header, struct inet_diag_msg, attributes) of a dump
+    // for `protocol`, which the message itself does not name.
+    static Result decode(QByteArrayView message, quint8 protocol);
+};
