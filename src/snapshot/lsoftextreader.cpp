@@ -1,6 +1,7 @@
 #include "lsoftextreader.h"
 
 #include "lsoflinecutter.h"
+#include "lsoftextwriter.h"
 
 #include <QString>
 
@@ -62,9 +63,12 @@ bool LsofTextReader::read(QByteArrayView output)
     const QByteArray kept = output.toByteArray(); // the next read's lines borrow it
 
     QString buffer;
+    LsofTextWriter::FiguresBySocket figures;
     for (qsizetype start = header.size() + 1; start < kept.size();) {
         const QByteArrayView bytes = lineFrom(kept, start);
         start += bytes.size() + 1;
+        if (bytes.startsWith('#') && LsofTextWriter::readFiguresLine(bytes, figures))
+            continue;
         const QByteArray line = QByteArray::fromRawData(bytes.data(), bytes.size());
         const auto seen = sameTitles ? previousLines.find(line) : previousLines.end();
         if (seen != previousLines.end() && *seen >= 0) {
@@ -77,11 +81,27 @@ bool LsofTextReader::read(QByteArrayView output)
         }
         m_lines.insert(line, m_records.size() - 1);
     }
+    // Records kept from the last output carry its figures: they are set anew whenever either
+    // output had any.
+    const bool hadFigures = std::exchange(m_hadFigures, !figures.isEmpty());
+    if (hadFigures || m_hadFigures)
+        applyFigures(figures);
     m_output = kept;
     m_titles = cutter->positions();
     // A line has a dozen texts, most of them shared with other lines.
     m_texts.bound(8 * m_records.size() + 1024);
     return true;
+}
+
+void LsofTextReader::applyFigures(const LsofTextWriter::FiguresBySocket& figures)
+{
+    for (SocketRecord& record : m_records) {
+        const LsofTextWriter::Figures f = figures.value(LsofTextWriter::socketKey(record));
+        record.cookie = f.cookie;
+        record.bytesSent = f.bytesSent;
+        record.bytesReceived = f.bytesReceived;
+        record.rtt = f.rtt;
+    }
 }
 
 void LsofTextReader::forgetLines()

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "lsoflinecutter.h"
+#include "lsoftextwriter.h"
 #include "socketrecord.h"
 #include "texttable.h"
 
@@ -13,6 +14,8 @@
 // The lsof collector's reading half: the records of the text `lsof -i -n -P +c 0` printed.
 // Columns are found by the titles of the header line, and every data line is cut at fixed
 // places from them; a line that cannot be cut is left out.
+//
+// The "#corvina" lines LsofTextWriter adds give the records their traffic figures.
 //
 // A reader kept from one output to the next does less: lsof prints nearly the same lines every
 // time, and a line printed last time, under the same titles, gives the record it gave then.
@@ -28,6 +31,7 @@ public:
     const SocketRecords& records() const { return m_records; }
 
 private:
+    void applyFigures(const LsofTextWriter::FiguresBySocket& figures);
     void forgetLines();
 
     SocketRecords m_records;
@@ -36,5 +40,6 @@ private:
     std::optional<LsofLineCutter::Positions> m_titles;
     // A line of the last output → the place of its record in m_records (-1: already taken).
     QHash<QByteArray, qsizetype> m_lines;
+    bool m_hadFigures = false;
     TextTable m_texts;
 };

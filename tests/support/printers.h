@@ -34,3 +34,17 @@ inline void PrintTo(const QVariant& value, std::ostream* out)
     else
         *out << value.typeName() << '(' << value.toString().toStdString() << ')';
 }
+
+#include "snapshot/socketrecord.h"
+
+inline void PrintTo(const SocketRecord& r, std::ostream* out)
+{
+    const QStringList fields = {r.processName,  r.processId, r.user,          r.fileDescriptor,
+                                r.type,         r.device,    r.sizeAndOffset, r.protocol,
+                                r.localAddress, r.localPort, r.remoteAddress, r.remotePort,
+                                r.state};
+    PrintTo(fields, out);
+    if (r.bytesSent || r.bytesReceived)
+        *out << " sent " << r.bytesSent.value_or(-1) << " received "
+             << r.bytesReceived.value_or(-1);
+}
