@@ -50,7 +50,7 @@ public:
         m_pending = true;
         return true;
     }
-    Road lastRoad() const override { return Road::Direct; }
+    Origin lastOrigin() const override { return {Road::Direct, Collector::Native, 0}; }
     bool pending() const { return m_pending; }
 
     void deliver(const LsofItemList& items, const ItemOrdering& sortedBy)

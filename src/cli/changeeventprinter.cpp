@@ -2,9 +2,11 @@
 
 #include "changes/chcsvwriter.h"
 #include "changes/connectionlog.h"
+#include "snapshot/itemcolumns.h"
 
 #include <QLocale>
 
+#include <algorithm>
 #include <cstdlib>
 
 using namespace Qt::StringLiterals;
@@ -35,6 +37,27 @@ QString rfc3339(const QDateTime& time)
     const int minutes = std::abs(offset) / 60;
     return time.toString(u"yyyy-MM-ddTHH:mm:ss"_s) + (offset < 0 ? u'-' : u'+') +
            u"%1:%2"_s.arg(minutes / 60, 2, 10, QChar(u'0')).arg(minutes % 60, 2, 10, QChar(u'0'));
+}
+
+qint64 totalRate(const LsofItem& item)
+{
+    const LsofItem::Traffic traffic = item.traffic();
+    return traffic.sendRate.value_or(0) + traffic.receiveRate.value_or(0);
+}
+
+// The open connections with a known rate, busiest first (ties in list order).
+LsofItemList topTalkers(const LsofItemList& items, int count)
+{
+    LsofItemList known;
+    for (const LsofItemPtr& item : items) {
+        const LsofItem::Traffic traffic = item->traffic();
+        if (item->status() != 3 && (traffic.sendRate || traffic.receiveRate))
+            known << item;
+    }
+    std::stable_sort(known.begin(), known.end(), [](const LsofItemPtr& a, const LsofItemPtr& b) {
+        return totalRate(*a) > totalRate(*b);
+    });
+    return known.mid(0, count);
 }
 
 } // namespace
@@ -81,6 +104,49 @@ void ChangeEventPrinter::print(const LsofItemList& items)
         }
     }
     m_out.flush();
+}
+
+void ChangeEventPrinter::printTop(const LsofItemList& items, int count)
+{
+    const LsofItemList top = topTalkers(items, count);
+    const QDateTime time = m_clock();
+    CHCSVWriter writer = CHCSVWriter::forWritingToString();
+    for (qsizetype i = 0; i < top.size(); ++i) {
+        const LsofItem& item = *top.at(i);
+        if (m_format == ItemPrinter::Format::Json) {
+            const QString object = jsonLine(item, u"top"_s, time);
+            m_out << object.left(object.size() - 1) << ",\"rank\":" << (i + 1) << "}\n";
+        } else if (m_format == ItemPrinter::Format::Csv) {
+            if (!std::exchange(m_wroteCsvHeader, true))
+                writer.writeLineWithFields(ConnectionLog::titles());
+            writer.writeFieldsWithArray(QStringList{QLocale().toString(time, QLocale::LongFormat),
+                                                    QString::number(time.toSecsSinceEpoch()),
+                                                    u"Top"_s});
+            writer.writeLineWithFields(item.csvLineFields());
+        } else {
+            m_out << topLine(item, int(i + 1), time) << '\n';
+        }
+    }
+    m_out << writer.stringValue();
+    m_out.flush();
+}
+
+QString ChangeEventPrinter::topLine(const LsofItem& item, int rank, const QDateTime& time) const
+{
+    const LsofItem::Traffic traffic = item.traffic();
+    const auto rate = [](std::optional<qint64> r) { return r ? humanRate(*r) : u"-"_s; };
+    const QStringList fields = {
+        time.toString(u"yyyy-MM-dd HH:mm:ss"_s),
+        QString(u"top "_s + QString::number(rank)).leftJustified(7),
+        shown(item.localizedAppName()),
+        shown(item.processId()),
+        shown(item.protocol()),
+        endpoint(item.localAddress(), item.localPort()),
+        endpoint(item.remoteAddress(), item.remotePort()),
+        QString(u"send "_s + rate(traffic.sendRate)),
+        QString(u"receive "_s + rate(traffic.receiveRate)),
+    };
+    return fields.join(u"  "_s);
 }
 
 QString ChangeEventPrinter::tableLine(const LsofItem& item, const QString& event,

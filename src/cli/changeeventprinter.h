@@ -20,12 +20,17 @@ public:
 
     // Prints the items of one pass that changed (the others are skipped), then flushes.
     void print(const LsofItemList& items);
+    // Prints the `count` open connections of a pass that moved the most bytes per second (sent
+    // and received together), most first; connections with no known rate are left out. In
+    // JSON the event is "top" with the connection's "rank"; in CSV the action is "Top".
+    void printTop(const LsofItemList& items, int count);
 
     void setClock(std::function<QDateTime()> clock) { m_clock = std::move(clock); }
 
 private:
     QString tableLine(const LsofItem& item, const QString& event, const QDateTime& time) const;
     QString jsonLine(const LsofItem& item, const QString& event, const QDateTime& time) const;
+    QString topLine(const LsofItem& item, int rank, const QDateTime& time) const;
     void printCsv(const LsofItemList& changed, const QDateTime& time);
 
     QTextStream& m_out;

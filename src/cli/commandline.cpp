@@ -209,11 +209,11 @@ int CommandLine::replay(const QStringList& arguments)
 int CommandLine::list(const QStringList& arguments)
 {
     ListOptions options;
-    if (auto error = ListOptions::parse(arguments,
-                                        ListOptions::Format | ListOptions::Input |
-                                            ListOptions::Filters | ListOptions::NoLog |
-                                            ListOptions::NoResolve | ListOptions::HelperSocket,
-                                        options))
+    if (auto error = ListOptions::parse(
+            arguments,
+            ListOptions::Format | ListOptions::Input | ListOptions::Filters | ListOptions::NoLog |
+                ListOptions::NoResolve | ListOptions::HelperSocket | ListOptions::Source,
+            options))
         return usageError(*error);
     ItemFilter filter;
     if (auto exit = prepareFilter(options, &filter))
@@ -231,8 +231,9 @@ int CommandLine::list(const QStringList& arguments)
         items = fetcher.parseLsofOutput(*output);
         fetcher.processLsofItemsChanges(items);
     } else {
-        fetcher.setRoads(
-            AcquisitionRoads::system(CliAcquisition::helperChoice(options.helperSocket)));
+        if (auto error = CliAcquisition::configure(
+                fetcher, {options.helperSocket, options.source, options.host}))
+            return usageError(*error);
         items = CliAcquisition::acquire(fetcher);
         const QString problem = fetcher.lastProblem();
         if (items.isEmpty() && !problem.isEmpty())

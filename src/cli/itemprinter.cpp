@@ -169,7 +169,7 @@ void ItemPrinter::printTable(const LsofItemList& items)
     for (const LsofItemPtr& item : items) {
         QStringList row;
         for (const ItemColumn& column : columns)
-            row << item->text(column.key);
+            row << displayText(*item, column);
         rows << row;
     }
     QList<qsizetype> widths(columns.size(), 0);

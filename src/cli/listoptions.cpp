@@ -69,6 +69,16 @@ std::optional<QString> ListOptions::parse(const QStringList& arguments, unsigned
             if ((error = next()))
                 return error;
             options.helperSocket = value;
+        } else if (arg == u"--source" && takes(Source)) {
+            if ((error = next()))
+                return error;
+            if (value != u"native" && value != u"lsof")
+                return u"--source takes native or lsof"_s;
+            options.source = value;
+        } else if (arg == u"--host" && takes(Source)) {
+            if ((error = next()))
+                return error;
+            options.host = value;
         } else if (arg.startsWith(u'-') && arg.size() > 1) {
             return u"unknown option '%1'"_s.arg(arg);
         } else if (takes(Files)) {

@@ -15,6 +15,8 @@ struct ListOptions {
     bool noLog = false;
     bool noResolve = false;
     QString helperSocket;
+    QString source; // "native" or "lsof"; empty: the setting
+    QString host;   // [user@]HOST[:port] listed over ssh; empty: this machine
     QString keyword;
     std::optional<QString> expression;
     QString profile;
@@ -32,6 +34,7 @@ struct ListOptions {
         NoResolve = 16,
         HelperSocket = 32,
         Files = 64,
+        Source = 128, // --source and --host
     };
 
     // Fills the options from the arguments; the answer is a one-line message on bad usage.

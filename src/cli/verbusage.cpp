@@ -16,12 +16,19 @@ const QString kFilterOptions =
     "  --remote-only           only rows with a remote address\n"
     "  --no-resolve            do not look up remote host names\n"_s;
 
+const QString kSourceOptions =
+    u"  --source native|lsof    the built-in collector (the kernel's socket dump) or lsof\n"
+    "                          (default: the setting, native)\n"
+    "  --host [USER@]HOST[:PORT]\n"
+    "                          another machine, through the system's ssh\n"_s;
+
 const QHash<QString, QString>& verbTexts()
 {
     static const QHash<QString, QString> texts = {
         {u"watch"_s,
          u"usage: corvina watch [--interval S] [--format table|csv|json] [--helper-socket PATH]\n"
-         "                     [--no-resolve]\n"
+         "                     [--no-resolve] [--source native|lsof] [--host HOST]\n"
+         "                     [--top N] [--metrics-file PATH]\n"
          "Runs the refresh cycle in the terminal and prints every change of every pass (new,\n"
          "changed, closed), whatever the console-log settings; the system log and the CSV log\n"
          "still get what the settings ask for. Ctrl-C ends.\n"
@@ -29,16 +36,21 @@ const QHash<QString, QString>& verbTexts()
          "  --format table|csv|json one line per change (table, the default), the CSV log's\n"
          "                          columns, or one JSON object per change\n"
          "  --helper-socket PATH    ask the helper daemon on PATH\n"
-         "  --no-resolve            do not look up remote host names\n"_s},
+         "  --no-resolve            do not look up remote host names\n"_s +
+             kSourceOptions +
+             u"  --top N                 after each pass, the N busiest connections\n"
+             "  --metrics-file PATH     rewrite PATH after each pass as Prometheus text\n"
+             "                          (node_exporter's textfile collector)\n"_s},
         {u"list"_s,
          u"usage: corvina list [--input FILE] [--format table|csv|json] [filters] [--no-log]\n"
-         "                    [--helper-socket PATH]\n"
+         "                    [--helper-socket PATH] [--source native|lsof] [--host HOST]\n"
          "Takes one snapshot (or reads saved lsof output), filters it and prints it.\n"
          "  --input FILE            read lsof output from FILE (- for standard input)\n"
          "  --format table|csv|json aligned columns (default), CSV, or one JSON object a line\n"_s +
              kFilterOptions +
              u"  --no-log                accepted for symmetry with replay; list logs nothing\n"
-             "  --helper-socket PATH    ask the helper daemon on PATH\n"_s},
+             "  --helper-socket PATH    ask the helper daemon on PATH\n"_s +
+             kSourceOptions},
         {u"replay"_s,
          u"usage: corvina replay [--format table|csv|json] [filters] [--no-log] FILE...\n"
          "Runs each saved lsof output through parsing, change detection and reporting, in\n"

@@ -52,6 +52,28 @@ std::optional<QString> readFormat(ArgumentCursor& cursor, WatchOptions& options)
     return std::nullopt;
 }
 
+std::optional<QString> readTop(ArgumentCursor& cursor, WatchOptions& options)
+{
+    QString text;
+    if (auto error = cursor.value(u"--top"_s, &text))
+        return error;
+    bool ok = false;
+    const int count = text.toInt(&ok);
+    if (!ok || count < 1 || count > 1000)
+        return u"--top takes a number of connections from 1 to 1000"_s;
+    options.top = count;
+    return std::nullopt;
+}
+
+std::optional<QString> readSource(ArgumentCursor& cursor, QString* source)
+{
+    if (auto error = cursor.value(u"--source"_s, source))
+        return error;
+    if (*source != u"native" && *source != u"lsof")
+        return u"--source takes native or lsof"_s;
+    return std::nullopt;
+}
+
 } // namespace
 
 std::optional<QString> WatchOptions::parse(const QStringList& arguments, WatchOptions& options)
@@ -68,6 +90,14 @@ std::optional<QString> WatchOptions::parse(const QStringList& arguments, WatchOp
             error = cursor.value(option, &options.helperSocket);
         else if (option == u"--no-resolve")
             options.noResolve = true;
+        else if (option == u"--source")
+            error = readSource(cursor, &options.source);
+        else if (option == u"--host")
+            error = cursor.value(option, &options.host);
+        else if (option == u"--top")
+            error = readTop(cursor, options);
+        else if (option == u"--metrics-file")
+            error = cursor.value(option, &options.metricsFile);
         else if (option.startsWith(u'-') && option.size() > 1)
             return u"unknown option '%1'"_s.arg(option);
         else

@@ -13,6 +13,10 @@ struct WatchOptions {
     ItemPrinter::Format format = ItemPrinter::Format::Table;
     QString helperSocket;
     bool noResolve = false;
+    QString source; // "native" or "lsof"; empty: the setting
+    QString host;   // [user@]HOST[:port] watched over ssh; empty: this machine
+    std::optional<int> top;
+    QString metricsFile;
 
     // Fills the options from the arguments (the verb excluded); the answer is a one-line
     // message on bad usage.

@@ -54,7 +54,8 @@ void fill(SocketRecord& record, const SocketTable::Entry& entry)
         record.bytesSent = qint64(*socket.bytesAcked);
     if (socket.bytesReceived)
         record.bytesReceived = qint64(*socket.bytesReceived);
-    if (socket.rttMicroseconds)
+    // A round-trip time of 0 is one never measured (a listener's, say).
+    if (socket.rttMicroseconds && *socket.rttMicroseconds > 0)
         record.rtt = *socket.rttMicroseconds / 1000.0;
 }
 

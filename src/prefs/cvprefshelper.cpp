@@ -45,6 +45,7 @@ QVariantMap CVPrefsHelper::userDefaults()
         {PrefKeys::LogNewConnectionToSystemConsole, false},
         {PrefKeys::LogConnectionStateChangeToSystemConsole, false},
         {PrefKeys::CSVFilesLogSplitEveryDay, true},
+        {PrefKeys::SnapshotCollector, u"native"_s},
     };
 }
 

@@ -29,6 +29,9 @@ inline const QString LogNewConnectionToSystemConsole =
 inline const QString LogConnectionStateChangeToSystemConsole =
     QStringLiteral("CV:LogConnectionStateChangeToSystemConsole");
 inline const QString CSVFilesLogSplitEveryDay = QStringLiteral("CV:CSVFilesLogSplitEveryDay");
+// Which collector takes a snapshot: "native" (the kernel's socket dump, lsof where the kernel
+// refuses it) or "lsof".
+inline const QString SnapshotCollector = QStringLiteral("CV:SnapshotCollector");
 
 // No registered default: their absence means something to their readers.
 inline const QString ColumnsUserDefault = QStringLiteral("CV:ColumnsUserDefault");
@@ -53,6 +56,7 @@ inline const QStringList All = {
     LogNewConnectionToSystemConsole,
     LogConnectionStateChangeToSystemConsole,
     CSVFilesLogSplitEveryDay,
+    SnapshotCollector,
     ColumnsUserDefault,
     ToolbarAddressAndPortItemState,
 };

@@ -1,5 +1,6 @@
 #include "acquisitionroads.h"
 
+#include "collector/nativecollector.h"
 #include "helper/cvhelperutility.h"
 #include "platform/sandbox.h"
 #include "prefs/userdefaults.h"
@@ -83,6 +84,14 @@ AcquisitionRoads AcquisitionRoads::system(const HelperChoice& helper)
                     QMetaObject::invokeMethod(utility, send, Qt::QueuedConnection);
             };
     }
+    // One collector for the roads' life: it keeps what each pass learned.
+    auto collector = std::make_shared<NativeCollector>();
+    roads.collect = [collector] {
+        Collected collected;
+        collected.records = collector->collect();
+        collected.refusal = collector->refusal();
+        return collected;
+    };
     roads.sandboxed = [] { return Sandbox::isSandboxed(); };
     roads.scriptPath = [] { return CVUserScriptHelper::scriptPath(); };
     roads.run = [](const QString& program, const QStringList& arguments,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "gacommandrunner.h"
+#include "socketrecord.h"
 
 #include <QByteArray>
 #include <QString>
@@ -11,11 +12,15 @@
 // The facts acquisition depends on. The application's come from the system; tests inject
 // their own.
 struct AcquisitionRoads {
+    using HelperReply = std::function<void(const QByteArray&)>;
+
     // Asked once per run: is the privileged helper installed?
     std::function<bool()> helperInstalled;
-    // Asks the helper for lsof's output (UTF-8); the reply (null on any failure) may come on
-    // any thread.
-    std::function<void(std::function<void(const QByteArray&)>)> runLsofThroughHelper;
+    // Asks the helper for lsof's output (UTF-8), or for the built-in collector's (the same text
+    // with its figure lines); the reply (null on any failure) may come on any thread. Unset:
+    // the helper offers no such request.
+    std::function<void(HelperReply)> runLsofThroughHelper;
+    std::function<void(HelperReply)> runCollectorThroughHelper;
     // After a null reply: why the helper gave nothing, in a sentence for the user that says
     // what to do, or empty when there is nothing to say. Unset: nothing to say.
     std::function<QString()> helperProblem;
@@ -25,6 +30,22 @@ struct AcquisitionRoads {
     std::function<GACommandRunner::SyncResult(const QString& program, const QStringList& arguments,
                                               GACommandRunner::Road road)>
         run;
+
+    // The built-in collector, in this process: its records, or why the kernel refused (then
+    // lsof stands in). It keeps what it learned from pass to pass. Unset: not offered.
+    struct Collected {
+        SocketRecords records;
+        QString refusal;
+    };
+    std::function<Collected()> collect;
+
+    // Another machine's snapshot as lsof text, when one is watched over ssh: the bytes, or why
+    // there are none. Unset: this machine.
+    struct Remote {
+        QByteArray output;
+        QString problem;
+    };
+    std::function<Remote()> runRemote;
 
     // Which helper the application's roads use.
     struct HelperChoice {

@@ -9,8 +9,10 @@
 #include <QHash>
 #include <QString>
 
+#include <atomic>
 #include <functional>
 #include <mutex>
+#include <optional>
 
 // Where a change-detection pass hands its outcome: the reporters (console, CSV log,
 // notifications) implement this. The two questions are asked before the work is done.
@@ -52,19 +54,35 @@ public:
     // and keeps the list as the new previous snapshot.
     void processLsofItemsChanges(LsofItemList& items);
 
-    // One snapshot by the local road (the user's script when confined, lsof otherwise), parsed
-    // but without change detection.
+    // One snapshot of lsof by the local road (the user's script when confined, lsof otherwise),
+    // parsed but without change detection.
     LsofItemList getLsofItems();
-    // getLsofItems followed by change detection.
+    // A local snapshot (the built-in collector when it is chosen and the kernel answers, lsof
+    // otherwise) followed by change detection.
     LsofItemList getCurrentItems();
-    // The snapshot after change detection, through the helper when it is installed (falling back
-    // to the local road when it fails). `completion` is called exactly once: at once on this
-    // thread on the local road, on the reply's thread on the helper road.
+    // The snapshot after change detection: from the host watched over ssh when there is one,
+    // else through the helper when it is installed (falling back to the local road when it
+    // fails), else local. `completion` is called exactly once, on this thread: the helper's
+    // reply is waited for here.
     void getCurrentItemsWithCompletion(const std::function<void(LsofItemList)>& completion);
+    // Stops waiting for the helper, for good: the application is quitting.
+    void cancel();
 
     void setRoads(AcquisitionRoads roads) { m_roads = std::move(roads); }
-    // How the last snapshot was taken, and why it is empty when something went wrong.
-    SnapshotSource::Road lastRoad() const { return m_lastRoad; }
+    // The collector the user chose; the built-in one falls back on lsof where the kernel
+    // refuses it (said once), and the user's script always runs lsof. Choosing again forgets a
+    // refusal.
+    void setCollector(SnapshotSource::Collector collector)
+    {
+        m_collector = collector;
+        m_nativeRefusal.clear();
+    }
+    SnapshotSource::Collector collector() const { return m_collector; }
+    // "native" or "lsof", as the settings and the command line spell them; nothing otherwise.
+    static std::optional<SnapshotSource::Collector> collectorNamed(const QString& name);
+    // How the last snapshot was taken, and why it is empty or partial when something went wrong.
+    SnapshotSource::Road lastRoad() const { return m_lastOrigin.road; }
+    const SnapshotSource::Origin& lastOrigin() const { return m_lastOrigin; }
     QString lastProblem() const { return m_lastProblem; }
 
     // Not owned; null means nothing is reported.
@@ -77,10 +95,17 @@ public:
     const ChangeDetector& detector() const { return m_detector; }
 
 private:
+    LsofItemList acquire();
+    LsofItemList collectLocally();
+    QByteArray waitForHelper(const std::function<void(AcquisitionRoads::HelperReply)>& request);
+
     AcquisitionRoads m_roads = AcquisitionRoads::system();
     std::once_flag m_helperChecked;
     bool m_helperInstalled = false;
-    SnapshotSource::Road m_lastRoad = SnapshotSource::Road::None;
+    std::atomic<bool> m_cancelled{false};
+    SnapshotSource::Collector m_collector = SnapshotSource::Collector::Lsof;
+    QString m_nativeRefusal;
+    SnapshotSource::Origin m_lastOrigin;
     QString m_lastProblem;
     LsofTextReader m_reader;
     ChangeDetector m_detector;

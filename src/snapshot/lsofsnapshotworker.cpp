@@ -12,6 +12,9 @@ LsofSnapshotWorker::LsofSnapshotWorker(LsofFetcher& fetcher, QObject* parent)
 
 LsofSnapshotWorker::~LsofSnapshotWorker()
 {
+    // A pass waiting for the helper gives up, so the thread ends now; a reply that comes later
+    // finds nobody waiting and is dropped.
+    m_fetcher.cancel();
     m_thread.quit();
     m_thread.wait();
 }
@@ -20,18 +23,21 @@ bool LsofSnapshotWorker::requestSnapshot()
 {
     if (m_busy.exchange(true))
         return false;
-    // Read now, on the thread that sets it.
+    // Read now, on the thread that sets them.
     const ItemOrdering ordering = this->ordering();
-    QMetaObject::invokeMethod(m_context, [this, ordering] {
+    const Collector collector = this->collector();
+    QMetaObject::invokeMethod(m_context, [this, ordering, collector] {
+        if (m_fetcher.collector() != collector)
+            m_fetcher.setCollector(collector);
         m_fetcher.getCurrentItemsWithCompletion([this, ordering](const LsofItemList& items) {
             LsofItem::readProcessRecords(items);
             const LsofItemList sorted = ordering.sorted(items);
-            const Road road = m_fetcher.lastRoad();
+            const Origin origin = m_fetcher.lastOrigin();
             const QString problem = m_fetcher.lastProblem();
             QMetaObject::invokeMethod(
                 this,
-                [this, sorted, road, problem, ordering] {
-                    deliver(sorted, road, problem, ordering);
+                [this, sorted, origin, problem, ordering] {
+                    deliver(sorted, origin, problem, ordering);
                 },
                 Qt::QueuedConnection);
         });
@@ -39,10 +45,10 @@ bool LsofSnapshotWorker::requestSnapshot()
     return true;
 }
 
-void LsofSnapshotWorker::deliver(const LsofItemList& items, Road road, const QString& problem,
-                                 const ItemOrdering& sortedBy)
+void LsofSnapshotWorker::deliver(const LsofItemList& items, const Origin& origin,
+                                 const QString& problem, const ItemOrdering& sortedBy)
 {
-    m_road = road;
+    m_origin = origin;
     m_busy.store(false);
     Q_EMIT snapshotReady(items, problem, sortedBy);
 }

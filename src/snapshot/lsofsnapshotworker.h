@@ -19,16 +19,16 @@ public:
     Q_DISABLE_COPY_MOVE(LsofSnapshotWorker)
 
     bool requestSnapshot() override;
-    Road lastRoad() const override { return m_road; }
+    Origin lastOrigin() const override { return m_origin; }
     bool isBusy() const { return m_busy.load(); }
 
 private:
-    void deliver(const LsofItemList& items, Road road, const QString& problem,
+    void deliver(const LsofItemList& items, const Origin& origin, const QString& problem,
                  const ItemOrdering& sortedBy);
 
     LsofFetcher& m_fetcher;
     QThread m_thread;
     QObject* m_context;
     std::atomic<bool> m_busy{false};
-    Road m_road = Road::None;
+    Origin m_origin;
 };

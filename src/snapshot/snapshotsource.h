@@ -12,19 +12,31 @@ class SnapshotSource : public QObject {
 public:
     using QObject::QObject;
 
-    // How the last snapshot was taken, for the status bar.
-    enum class Road { None, Helper, Script, Direct };
+    // How the last snapshot was taken, for the status bar: which way it came (the privileged
+    // helper, the user's script, this process itself, ssh to another host), which collector
+    // gave it, and what the pass cost this process (CPU time, a local lsof's included).
+    enum class Road { None, Helper, Script, Direct, Remote };
+    enum class Collector { None, Native, Lsof };
+    struct Origin {
+        Road road = Road::None;
+        Collector collector = Collector::None;
+        double costMs = 0;
+    };
 
     // Starts one acquisition. Answers false, and does nothing, while the previous one is still
     // running: acquisitions never overlap.
     virtual bool requestSnapshot() = 0;
-    virtual Road lastRoad() const { return Road::None; }
+    virtual Origin lastOrigin() const { return {}; }
+    Road lastRoad() const { return lastOrigin().road; }
 
     // The order the window shows rows in, as of the next request. A source that can sorts
     // each snapshot so on its own thread before delivering it: on a big snapshot the sort
     // would otherwise hold up the GUI thread for milliseconds at every refresh.
     void setOrdering(const ItemOrdering& ordering) { m_ordering = ordering; }
     const ItemOrdering& ordering() const { return m_ordering; }
+    // The collector the user chose, as of the next request.
+    void setCollector(Collector collector) { m_collector = collector; }
+    Collector collector() const { return m_collector; }
 
 Q_SIGNALS:
     // Delivered on the thread that owns this object (the GUI thread), once per accepted request.
@@ -35,6 +47,7 @@ Q_SIGNALS:
 
 private:
     ItemOrdering m_ordering;
+    Collector m_collector = Collector::Native;
 };
 
 Q_DECLARE_METATYPE(LsofItemList)

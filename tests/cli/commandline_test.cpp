@@ -186,6 +186,9 @@ TEST_F(CommandLineTest, BadUsageSaysSoInOneLine)
                                          {u"list"_s, u"--hide-type"_s, u"IPv5"_s},
                                          {u"watch"_s, u"--interval"_s, u"0"_s},
                                          {u"watch"_s, u"--format"_s, u"xml"_s},
+                                         {u"list"_s, u"--source"_s, u"ss"_s},
+                                         {u"list"_s, u"--host"_s, u"-oProxyCommand=x"_s},
+                                         {u"watch"_s, u"--top"_s, u"0"_s},
                                          {u"list"_s, u"--input"_s}}) {
         const Outcome run = corvina(arguments);
         EXPECT_EQ(run.exitCode, 2) << arguments.join(u' ').toStdString();
@@ -246,4 +249,35 @@ TEST_F(CommandLineTest, ListTakesNoLogAndLogsNothingEitherWay)
         EXPECT_EQ(objects(run.out).size(), 7);
     }
     EXPECT_FALSE(QDir(m_home.filePath(u"data/Corvina/Logs"_s)).exists());
+}
+
+// Another machine through ssh (here a stand-in that runs the remote command on this one): its
+// rows are listed; a host that cannot be reached ends the command with one line and exit 1.
+TEST_F(CommandLineTest, ListReachesAnotherHostThroughSsh)
+{
+    const QDir home(m_home.path());
+    home.mkpath(u"bin"_s);
+    home.mkpath(u"remote"_s);
+    ASSERT_TRUE(QFile::copy(QStringLiteral(CORVINA_SOURCE_DIR "/tests/remote/fake-ssh"),
+                            home.filePath(u"bin/ssh"_s)));
+    ASSERT_TRUE(QFile::link(u"/bin/sh"_s, home.filePath(u"remote/sh"_s)));
+    ASSERT_TRUE(QFile::link(u"/bin/cat"_s, home.filePath(u"remote/cat"_s)));
+    const QString lsof =
+        file(u"remote/lsof"_s, "#!/bin/sh\nexec cat '" + data("sequence-1.txt").toUtf8() + "'\n");
+    QFile::setPermissions(lsof, QFile::ReadOwner | QFile::ExeOwner);
+    QFile::setPermissions(home.filePath(u"bin/ssh"_s), QFile::ReadOwner | QFile::ExeOwner);
+    qputenv("FAKE_SSH_DIR", m_home.path().toUtf8());
+    qputenv("FAKE_REMOTE_PATH", home.filePath(u"remote"_s).toUtf8());
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", home.filePath(u"bin"_s).toUtf8() + ':' + path);
+
+    const Outcome listed = corvina({u"list"_s, u"--host"_s, u"ann@db1.test:2222"_s, u"--format"_s,
+                                    u"json"_s, u"--no-resolve"_s});
+    const Outcome unreachable = corvina({u"list"_s, u"--host"_s, u"unresolvable.test"_s});
+    qputenv("PATH", path);
+    EXPECT_EQ(listed.exitCode, 0) << listed.err.toStdString();
+    EXPECT_EQ(objects(listed.out).size(), 5);
+    EXPECT_EQ(unreachable.exitCode, 1);
+    EXPECT_EQ(unreachable.err.count(u'\n'), 1) << unreachable.err.toStdString();
+    EXPECT_TRUE(unreachable.out.isEmpty());
 }

@@ -140,16 +140,61 @@ TEST(WatchOptions, ReadsEachOptionAndRefusesTheRest)
     EXPECT_EQ(options.format, ItemPrinter::Format::Json);
     EXPECT_EQ(options.helperSocket, u"/tmp/h.sock"_s);
     EXPECT_TRUE(options.noResolve);
+    EXPECT_FALSE(WatchOptions::parse({u"--source"_s, u"lsof"_s, u"--host"_s, u"db1"_s, u"--top"_s,
+                                      u"3"_s, u"--metrics-file"_s, u"/tmp/c.prom"_s},
+                                     options));
+    EXPECT_EQ(options.source, u"lsof"_s);
+    EXPECT_EQ(options.host, u"db1"_s);
+    EXPECT_EQ(options.top, 3);
+    EXPECT_EQ(options.metricsFile, u"/tmp/c.prom"_s);
 
     for (const QStringList& bad : {QStringList{u"--interval"_s, u"0"_s},
                                    {u"--interval"_s, u"86401"_s},
                                    {u"--format"_s, u"xml"_s},
                                    {u"--format"_s},
                                    {u"--keyword"_s, u"x"_s},
+                                   {u"--source"_s, u"ss"_s},
+                                   {u"--top"_s, u"x"_s},
                                    {u"extra"_s}}) {
         WatchOptions ignored;
         const auto error = WatchOptions::parse(bad, ignored);
         ASSERT_TRUE(error) << bad.join(u' ').toStdString();
         EXPECT_FALSE(error->contains(u'\n'));
     }
+}
+
+// The busiest open connections, most bytes a second first; those with no known rate and the
+// closed ones are left out.
+TEST(WatchPrinting, TopTalkersAreTheBusiestOpenConnections)
+{
+    LsofFetcher fetcher;
+    QFile file(QStringLiteral(CORVINA_TEST_DATA "/sequence-1.txt"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    LsofItemList items = fetcher.parseLsofOutput(file.readAll());
+    ASSERT_GE(items.size(), 4);
+    items[0]->setTraffic({100, 100, 10, 0, {}});
+    items[1]->setTraffic({100, 100, 500, 700, {}});
+    items[2]->setTraffic({100, 100, 5000, 0, {}});
+    items[2]->setStatus(3);
+    items[3]->setTraffic({100, 100, 0, 90, {}});
+
+    QString text;
+    QTextStream out(&text);
+    ChangeEventPrinter json(out, ItemPrinter::Format::Json, u"bench-7"_s);
+    json.setClock([] { return kClock; });
+    json.printTop(items, 2);
+    const QStringList lines = text.split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(lines.size(), 2);
+    const QJsonObject first = QJsonDocument::fromJson(lines[0].toUtf8()).object();
+    EXPECT_EQ(first[u"event"_s].toString(), u"top"_s);
+    EXPECT_EQ(first[u"rank"_s].toInt(), 1);
+    EXPECT_EQ(first[u"identifier"_s].toString(), items[1]->identifier());
+    EXPECT_EQ(QJsonDocument::fromJson(lines[1].toUtf8()).object()[u"identifier"_s].toString(),
+              items[3]->identifier());
+
+    text.clear();
+    ChangeEventPrinter table(out, ItemPrinter::Format::Table, u"bench-7"_s);
+    table.printTop(items, 10);
+    EXPECT_EQ(text.count(u'\n'), 3);
+    EXPECT_TRUE(text.contains(u"send 500 B/s"_s)) << text.toStdString();
 }

@@ -26,8 +26,9 @@ protected:
 
 TEST_F(CVPrefsHelperTest, AFreshAccountReadsTheFactorySettings)
 {
-    EXPECT_EQ(CVPrefsHelper::userDefaults().size(), 16);
+    EXPECT_EQ(CVPrefsHelper::userDefaults().size(), 17);
     EXPECT_EQ(m_store.integerForKey(PrefKeys::AutoRefreshSetting), 1);
+    EXPECT_EQ(m_store.stringForKey(PrefKeys::SnapshotCollector), u"native"_s);
     EXPECT_EQ(m_store.integerForKey(PrefKeys::ListFontSize), 11);
 
     const QList<std::pair<QString, RgbaColor>> colours = {

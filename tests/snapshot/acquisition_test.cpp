@@ -1,6 +1,7 @@
 #include "lsofdata.h"
 #include "snapshot/lsoffetcher.h"
 #include "snapshot/lsofsnapshotworker.h"
+#include "snapshot/lsoftextreader.h"
 #include "support/itemspec.h"
 
 #include <QCoreApplication>
@@ -8,6 +9,9 @@
 #include <QTimer>
 
 #include <gtest/gtest.h>
+
+#include <mutex>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 using Road = SnapshotSource::Road;
@@ -17,6 +21,9 @@ namespace {
 struct FakeSystem {
     bool helperInstalled = false;
     QByteArray helperReply; // null: the helper failed
+    QByteArray helperCollectorReply;
+    int helperCollectorRequests = 0, collects = 0;
+    AcquisitionRoads::Collected collected;
     bool sandboxed = false;
     int helperChecks = 0, helperRequests = 0;
     QStringList programsRun;
@@ -32,6 +39,14 @@ struct FakeSystem {
         r.runLsofThroughHelper = [this](const std::function<void(const QByteArray&)>& reply) {
             ++helperRequests;
             reply(helperReply);
+        };
+        r.runCollectorThroughHelper = [this](const AcquisitionRoads::HelperReply& reply) {
+            ++helperCollectorRequests;
+            reply(helperCollectorReply);
+        };
+        r.collect = [this] {
+            ++collects;
+            return collected;
         };
         r.sandboxed = [this] { return sandboxed; };
         r.scriptPath = [] { return u"/scripts/user_script.sh"_s; };
@@ -141,6 +156,50 @@ TEST(Acquisition, LocalRoadIsTheScriptWhenConfinedAndLsofOtherwise)
     EXPECT_NE(fetcher.lastProblem().indexOf(u"script"_s), -1) << "the script is not there";
 }
 
+// The built-in collector takes the snapshot where it is chosen and the kernel answers, here or
+// through the helper. Where the kernel refuses, lsof stands in and the refusal is said once,
+// until the collector is chosen again; the user's script always runs lsof.
+TEST(Acquisition, TheBuiltInCollectorAndItsFallBack)
+{
+    FakeSystem system;
+    system.localOutput = lsofData("sequence-1.txt");
+    system.collected.records = *LsofTextReader::records(lsofData("sequence-2.txt").toUtf8());
+    LsofFetcher fetcher;
+    fetcher.setRoads(system.roads());
+    fetcher.setCollector(SnapshotSource::Collector::Native);
+    LsofItemList items = fetcher.getCurrentItems();
+    EXPECT_EQ(items.size(), 7);
+    EXPECT_EQ(fetcher.lastOrigin().collector, SnapshotSource::Collector::Native);
+    EXPECT_TRUE(system.programsRun.isEmpty());
+
+    system.collected = {{}, u"The kernel refused."_s};
+    items = fetcher.getCurrentItems();
+    EXPECT_EQ(fetcher.lastOrigin().collector, SnapshotSource::Collector::Lsof);
+    EXPECT_EQ(fetcher.lastProblem(), u"The kernel refused. Using lsof instead."_s);
+    fetcher.getCurrentItems();
+    EXPECT_TRUE(fetcher.lastProblem().isEmpty()) << "said once";
+    EXPECT_EQ(system.collects, 2) << "not asked again";
+    fetcher.setCollector(SnapshotSource::Collector::Native);
+    fetcher.getCurrentItems();
+    EXPECT_EQ(system.collects, 3);
+
+    system.sandboxed = true;
+    fetcher.getCurrentItems();
+    EXPECT_EQ(system.collects, 3) << "the script runs lsof";
+
+    FakeSystem helped;
+    helped.helperInstalled = true;
+    helped.helperCollectorReply = lsofData("sequence-1.txt").toUtf8();
+    LsofFetcher throughHelper;
+    throughHelper.setRoads(helped.roads());
+    throughHelper.setCollector(SnapshotSource::Collector::Native);
+    throughHelper.getCurrentItemsWithCompletion([](const LsofItemList&) {});
+    EXPECT_EQ(helped.helperCollectorRequests, 1);
+    EXPECT_EQ(helped.helperRequests, 0);
+    EXPECT_EQ(throughHelper.lastOrigin().road, Road::Helper);
+    EXPECT_EQ(throughHelper.lastOrigin().collector, SnapshotSource::Collector::Native);
+}
+
 // The application's worker over a fetcher whose lsof prints sequence-1.txt.
 class AcquisitionWorker : public testing::Test {
 protected:
@@ -148,6 +207,7 @@ protected:
     {
         system.localOutput = lsofData("sequence-1.txt");
         fetcher.setRoads(system.roads());
+        worker.setCollector(SnapshotSource::Collector::Lsof);
     }
 
     int argc = 0;
@@ -214,4 +274,43 @@ TEST_F(AcquisitionWorker, SortsACopyInTheOrderAskedWhenRequested)
     EXPECT_TRUE((ItemOrdering{-1, Qt::DescendingOrder} == ItemOrdering{}));
     EXPECT_TRUE((ItemOrdering{99, Qt::AscendingOrder} == ItemOrdering{}));
     EXPECT_FALSE((ItemOrdering{localPortColumn, Qt::AscendingOrder} == byPortDown));
+}
+
+// Quitting while the helper has not answered: the worker stops waiting, and an answer that comes
+// after the worker is gone is dropped, touching nothing that went with it.
+TEST(AcquisitionShutdown, AReplyAfterTheWorkerIsGoneIsDropped)
+{
+    int argc = 0;
+    QCoreApplication app{argc, nullptr};
+    FakeSystem system;
+    system.helperInstalled = true;
+    AcquisitionRoads roads = system.roads();
+    std::function<void(const QByteArray&)> answerLater;
+    std::mutex lock;
+    roads.runLsofThroughHelper = [&](const AcquisitionRoads::HelperReply& reply) {
+        std::lock_guard locker(lock);
+        answerLater = reply;
+    };
+    roads.runCollectorThroughHelper = roads.runLsofThroughHelper;
+    auto fetcher = std::make_unique<LsofFetcher>();
+    fetcher->setRoads(roads);
+    CountingReporter reporter;
+    fetcher->setReporter(&reporter);
+    {
+        LsofSnapshotWorker worker(*fetcher);
+        ASSERT_TRUE(worker.requestSnapshot());
+        for (int i = 0; i < 200; ++i) {
+            std::lock_guard locker(lock);
+            if (answerLater)
+                break;
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+    std::thread late([&] {
+        std::lock_guard locker(lock);
+        ASSERT_TRUE(answerLater);
+        answerLater(lsofData("sequence-1.txt").toUtf8());
+    });
+    late.join();
+    EXPECT_EQ(reporter.passes, 0) << "no pass ran after the quit";
 }

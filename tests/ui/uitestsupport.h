@@ -25,7 +25,7 @@ public:
         m_requestedOrdering = ordering();
         return true;
     }
-    Road lastRoad() const override { return Road::Direct; }
+    Origin lastOrigin() const override { return {Road::Direct, Collector::Lsof, 2}; }
 
     // Answers the pending request, as the worker would; `sortedBy` is the order the items
     // are claimed to be in.

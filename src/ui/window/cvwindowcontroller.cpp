@@ -16,6 +16,7 @@
 #include "searchfield.h"
 #include "segmentedcontrol.h"
 #include "snapshot/hostnameresolver.h"
+#include "snapshot/lsoffetcher.h"
 #include "snapshot/portservicemap.h"
 #include "tablecolumnsmenu.h"
 #include "textcell.h"
@@ -353,6 +354,11 @@ LsofItemList CVWindowController::filterItems(const LsofItemList& items,
 
 void CVWindowController::userDefaultsChanged()
 {
+    // The collector chosen in the preferences takes the next snapshot.
+    m_source.setCollector(LsofFetcher::collectorNamed(
+                              m_prefs.defaultsStore().stringForKey(PrefKeys::SnapshotCollector))
+                              .value_or(SnapshotSource::Collector::Native));
+
     ConnectionTableModel::Colors colors;
     colors.text = toQColor(m_prefs.colorForKey(PrefKeys::ListTextColor), Qt::black);
     colors.list = toQColor(m_prefs.colorForKey(PrefKeys::ListBackgroundColor), Qt::white);
@@ -539,7 +545,7 @@ bool CVWindowController::event(QEvent* event)
 void CVWindowController::updateStatusBar()
 {
     m_status->showCounts(items().size(), m_originalItems.size());
-    m_status->showRoad(m_source.lastRoad(), m_privileged);
+    m_status->showOrigin(m_source.lastOrigin(), m_privileged);
     QString problem = m_lastProblem;
     if (m_filterGaveUp) {
         const QString gaveUp = tr("The search took too long; some connections are not shown.");

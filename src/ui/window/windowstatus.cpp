@@ -34,24 +34,41 @@ void WindowStatus::showCounts(qsizetype shown, qsizetype total)
     m_rows->setText(tr("%1 of %n connections", nullptr, int(total)).arg(shown));
 }
 
-void WindowStatus::showRoad(SnapshotSource::Road road, bool privileged)
+void WindowStatus::showOrigin(const SnapshotSource::Origin& origin, bool privileged)
 {
-    switch (road) {
-    case SnapshotSource::Road::Helper:
-        m_road->setText(tr("lsof through the privileged helper"));
-        break;
-    case SnapshotSource::Road::Script:
-        m_road->setText(privileged ? tr("lsof through the user script")
-                                   : tr("lsof through the user script: your own processes only"));
-        break;
-    case SnapshotSource::Road::Direct:
-        m_road->setText(privileged ? tr("lsof run directly: all processes")
-                                   : tr("lsof run directly: your own processes only"));
-        break;
-    case SnapshotSource::Road::None:
+    using Road = SnapshotSource::Road;
+    if (origin.road == Road::None) {
         m_road->clear();
+        return;
+    }
+    const QString collector = origin.collector == SnapshotSource::Collector::Native ? tr("native")
+                              : origin.collector == SnapshotSource::Collector::Lsof ? tr("lsof")
+                                                                                    : QString();
+    QString road;
+    switch (origin.road) {
+    case Road::Helper:
+        road = tr("via helper");
+        break;
+    case Road::Script:
+        road = tr("via user script");
+        break;
+    case Road::Remote:
+        road = tr("via ssh");
+        break;
+    default:
+        road = tr("direct");
         break;
     }
+    // What the monitor itself cost this refresh, so that a user sees its price.
+    QString text = (collector.isEmpty() ? road : collector + u", "_s + road) + u": "_s +
+                   tr("%1 ms").arg(QString::number(origin.costMs, 'f', 0));
+    const bool ownOnly =
+        !privileged && (origin.road == Road::Direct || origin.road == Road::Script);
+    if (ownOnly)
+        text += u" \u2014 "_s + tr("your own processes only");
+    m_road->setText(text);
+    m_road->setToolTip(tr("How the last refresh was taken, and the CPU time it cost Corvina "
+                          "(lsof's included when it ran here)."));
 }
 
 void WindowStatus::showProblem(const QString& problem)

@@ -16,8 +16,9 @@ public:
     Q_DISABLE_COPY_MOVE(WindowStatus)
 
     void showCounts(qsizetype shown, qsizetype total);
-    // `privileged`: the application runs as root, so lsof run directly sees every process.
-    void showRoad(SnapshotSource::Road road, bool privileged);
+    // How the last snapshot was taken and what it cost. `privileged`: the application runs as
+    // root, so a collector run here sees every process.
+    void showOrigin(const SnapshotSource::Origin& origin, bool privileged);
     void showProblem(const QString& problem);
     void showSearchError(const QString& error);
 
