@@ -138,6 +138,13 @@ TEST_F(AppDelegateTest, ThePreferencesWindowsControlsApplyToTheMainWindowAtOnce)
               QColor(Qt::green));
     EXPECT_EQ(window.tableView()->verticalHeader()->defaultSectionSize(), 15);
 
+    // The collector: the next request asks for the one chosen.
+    QComboBox* collector = preferences.collectorButton();
+    const int lsof = collector->findData(u"lsof"_s);
+    collector->setCurrentIndex(lsof);
+    Q_EMIT collector->activated(lsof);
+    EXPECT_EQ(source.collector(), SnapshotSource::Collector::Lsof);
+
     // Switches: the copy the next pass reads.
     preferences.switchFor(PrefKeys::NotifyNewConnections)->click();
     EXPECT_FALSE(settings.prefs->notifyNewConnections());

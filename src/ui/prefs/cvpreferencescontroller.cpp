@@ -207,8 +207,18 @@ QWidget* CVPreferencesController::buildGeneralPane()
     auto* form = new QFormLayout(refresh);
     form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
     form->addRow(tr("Refresh the connection list:"), m_refreshButton);
-    form->addRow(hint(tr("Each refresh runs lsof once. A longer period costs less; closed "
-                         "connections stay listed until the next refresh.")));
+    m_collectorButton = new QComboBox;
+    m_collectorButton->addItem(tr("Built-in (asks the kernel)"), u"native"_s);
+    m_collectorButton->addItem(tr("lsof"), u"lsof"_s);
+    connect(m_collectorButton, &QComboBox::activated, this, [this](int index) {
+        m_prefs.defaultsStore().setString(PrefKeys::SnapshotCollector,
+                                          m_collectorButton->itemData(index).toString());
+    });
+    form->addRow(tr("Collect connections with:"), m_collectorButton);
+    form->addRow(hint(tr("The built-in collector asks the kernel directly and also gives each "
+                         "connection's traffic; lsof takes it where the kernel refuses. A "
+                         "longer period costs less; closed connections stay listed until the "
+                         "next refresh.")));
 
     m_helperToolBox = new QGroupBox(tr("Privileged Helper"));
     m_helperInfoLabel = new QLabel;
@@ -419,6 +429,8 @@ void CVPreferencesController::readSettings()
         index = m_refreshButton->count() - 1;
     }
     m_refreshButton->setCurrentIndex(index);
+    m_collectorButton->setCurrentIndex(
+        qMax(0, m_collectorButton->findData(store.stringForKey(PrefKeys::SnapshotCollector))));
 
     const QSignalBlocker blockFont(m_fontSizeBox);
     m_fontSizeBox->setValue(int(store.integerForKey(PrefKeys::ListFontSize)));

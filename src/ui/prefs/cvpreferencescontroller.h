@@ -78,6 +78,7 @@ public:
     QLabel* helperInfoLabel() const { return m_helperInfoLabel; }
     QGroupBox* displayColumnsBox() const { return m_displayColumnsBox; }
     QComboBox* refreshPeriodButton() const { return m_refreshButton; }
+    QComboBox* collectorButton() const { return m_collectorButton; }
     QSpinBox* fontSizeBox() const { return m_fontSizeBox; }
     ColorWell* colorWell(const QString& key) const { return m_colorWells.value(key); }
     QCheckBox* switchFor(const QString& key) const { return m_switches.value(key); }
@@ -106,6 +107,7 @@ private:
     QListWidget* m_sections = nullptr;
     QStackedWidget* m_panes = nullptr;
     QComboBox* m_refreshButton = nullptr;
+    QComboBox* m_collectorButton = nullptr;
     QSpinBox* m_fontSizeBox = nullptr;
     QHash<QString, ColorWell*> m_colorWells;
     QHash<QString, QCheckBox*> m_switches;
