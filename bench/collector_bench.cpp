@@ -4,6 +4,8 @@
 // ss -tunap and lsof -i -n -P +c 0 over the same sockets.
 //
 //   corvina_collector_bench N [ROUNDS]
+//   corvina_collector_bench --warm-ms [ROUNDS]   the median warm pass over the machine's sockets
+//                                                as they are, in milliseconds (scripts use it)
 //
 // Each child holds N descriptors: N must stay below the open-files hard limit (ulimit -Hn).
 
@@ -22,6 +24,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <functional>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -129,8 +132,25 @@ void report(const char* what, double ms)
 
 } // namespace
 
+// The warm pass over whatever sockets the machine has now.
+int warmOnly(int rounds)
+{
+    NativeCollector collector;
+    collector.collect();
+    std::vector<double> warm;
+    for (int i = 0; i < rounds; ++i) {
+        const double start = processCpuMs();
+        collector.collect();
+        warm.push_back(processCpuMs() - start);
+    }
+    std::printf("%.2f\n", median(warm));
+    return collector.refusal().isEmpty() ? 0 : 1;
+}
+
 int main(int argc, char** argv)
 {
+    if (argc >= 2 && std::string_view(argv[1]) == "--warm-ms")
+        return warmOnly(argc > 2 ? std::max(1, std::atoi(argv[2])) : 5);
     if (argc < 2 || std::atoi(argv[1]) <= 0) {
         std::fprintf(stderr, "usage: corvina_collector_bench N [ROUNDS]\n");
         return 2;
