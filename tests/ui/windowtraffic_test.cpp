@@ -7,12 +7,14 @@
 #include "ui/window/rowcommands.h"
 #include "ui/window/searchfield.h"
 #include "ui/window/segmentedcontrol.h"
+#include "ui/window/tablecolumnsmenu.h"
 #include "ui/window/trafficgraph.h"
 #include "ui/window/traffichistory.h"
 
 #include <QChart>
 #include <QClipboard>
 #include <QGuiApplication>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLineSeries>
 #include <QMenu>
@@ -70,6 +72,14 @@ TEST_F(WindowTest, GroupingByApplicationIsRememberedAndKeepsWhatWasExpandedAndSe
         EXPECT_EQ(tree->rowCount(), 3);
         EXPECT_TRUE(grouped->view()->isExpanded(tree->indexOfApplication(firefoxKey)));
         EXPECT_EQ(grouped->selectedConnections(), LsofItemList{a2});
+
+        // Both views share one column layout: sorting from either header, hiding from the menu.
+        const int rate = columnOf(LsofItem::Key::sendRate);
+        grouped->view()->header()->setSortIndicator(rate, Qt::DescendingOrder);
+        EXPECT_EQ(window->tableView()->horizontalHeader()->sortIndicatorSection(), rate);
+        window->tableHeaderMenu()->tableHeaderViewContextMenuSelected(
+            window->tableHeaderMenu()->itemForTitle(u"PID"_s));
+        EXPECT_TRUE(grouped->view()->header()->isSectionHidden(columnOf(LsofItem::Key::processId)));
 
         // Filters apply to the grouped rows; back in the table the connection stays selected.
         window->protocolControl()->setSelected(false, 1);

@@ -4,6 +4,7 @@
 #include "applicationtreeview.h"
 #include "imageandtextcell.h"
 
+#include <QFontMetrics>
 #include <QHeaderView>
 #include <QScopedValueRollback>
 #include <QScrollBar>
@@ -61,6 +62,29 @@ void GroupedView::followTableHeader()
 {
     const QScopedValueRollback guard(m_mirroring, true);
     m_view->header()->restoreState(m_table.horizontalHeader()->saveState());
+    m_fitPending = true;
+    fitApplicationColumn();
+}
+
+void GroupedView::fitApplicationColumn()
+{
+    const int column = ConnectionTableModel::applicationColumn();
+    QHeaderView* header = m_view->header();
+    if (!m_fitPending || m_model->rowCount() == 0 || header->isSectionHidden(column))
+        return;
+    m_fitPending = false;
+    const QFontMetrics metrics(m_view->font());
+    int widest = 0;
+    for (int row = 0; row < m_model->rowCount(); ++row)
+        widest = std::max(widest,
+                          metrics.horizontalAdvance(m_model->index(row, column).data().toString()));
+    // The branch mark, the icon's square and the cell's margins come before and after.
+    constexpr int kWidest = 280;
+    const int wanted = std::min(kWidest, widest + m_view->indentation() + m_rowHeight + 16);
+    if (wanted > header->sectionSize(column)) {
+        const QScopedValueRollback guard(m_mirroring, true);
+        header->resizeSection(column, wanted);
+    }
 }
 
 void GroupedView::setLook(const QFont& font, const QPalette& palette, int rowHeight)
@@ -68,6 +92,7 @@ void GroupedView::setLook(const QFont& font, const QPalette& palette, int rowHei
     m_view->setFont(font);
     m_view->setPalette(palette);
     m_view->setRowHeight(rowHeight);
+    m_rowHeight = rowHeight;
     m_model->repaintAll();
 }
 
@@ -82,6 +107,7 @@ void GroupedView::setItems(const LsofItemList& items, const ItemOrdering& orderi
     QObject::disconnect(m_view->selectionModel(), nullptr, this, nullptr);
     m_model->setItems(items, ordering);
     restore(kept);
+    fitApplicationColumn();
     connect(m_view->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &GroupedView::selectionChanged);
 }

@@ -28,7 +28,9 @@ public:
     ApplicationTreeModel* model() const { return m_model; }
 
     void setItems(const LsofItemList& items, const ItemOrdering& ordering);
-    // Takes the table header's whole state: at set-up and when the view is switched to.
+    // Takes the table header's whole state: at set-up and when the view is switched to. The
+    // application column is then widened, in this view only, to fit the names with their
+    // counts beside the branch marks, once rows are there.
     void followTableHeader();
     // The table's font, colours and row height; the rows are drawn again.
     void setLook(const QFont& font, const QPalette& palette, int rowHeight);
@@ -57,9 +59,12 @@ private:
     Kept keep() const;
     void restore(const Kept& kept);
     void mirror(QHeaderView& from, QHeaderView& to);
+    void fitApplicationColumn();
 
     QTableView& m_table;
     ApplicationTreeModel* m_model;
     ApplicationTreeView* m_view;
     bool m_mirroring = false;
+    bool m_fitPending = false;
+    int m_rowHeight = 0;
 };
