@@ -29,7 +29,6 @@ public:
 
     // Laid-out texts kept at most, the recently painted ones first.
     static constexpr qsizetype kCachedTexts = 8192;
-    qsizetype cachedTexts() const { return m_texts.size() + m_olderTexts.size(); }
 
 private:
     struct Key {
