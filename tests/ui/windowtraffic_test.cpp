@@ -18,6 +18,7 @@
 #include <QLabel>
 #include <QLineSeries>
 #include <QMenu>
+#include <QScrollBar>
 #include <QValueAxis>
 
 #include <gtest/gtest.h>
@@ -95,6 +96,34 @@ TEST_F(WindowTest, GroupingByApplicationIsRememberedAndKeepsWhatWasExpandedAndSe
     auto window = makeWindow();
     EXPECT_TRUE(window->isGroupedByApplication());
     EXPECT_TRUE(window->groupByApplicationAction()->isChecked());
+}
+
+TEST_F(WindowTest, TheGroupedViewStaysWhereTheUserWasWhenAnApplicationComes)
+{
+    auto window = makeWindow();
+    window->resize(1000, 400);
+    window->show();
+    LsofItemList items;
+    for (int i = 0; i < 200; ++i)
+        items.append(tcp(u"big"_s, u"4999800"_s));
+    for (int i = 0; i < 30; ++i)
+        items.append(tcp(u"app%1"_s.arg(i), QString::number(4999801 + i)));
+    window->reloadTableViewData();
+    source.deliver(items);
+    window->setGroupedByApplication(true);
+    GroupedView* grouped = window->groupedView();
+    const QModelIndex big = grouped->model()->index(0, 0);
+    grouped->view()->expand(big);
+    grouped->view()->verticalScrollBar()->setValue(150);
+    grouped->view()->setCurrentIndex(grouped->model()->index(160, 3, big));
+
+    // A new application: the rows are rebuilt, deep inside an open one.
+    items.append(tcp(u"zzz"_s, u"4999790"_s));
+    window->reloadTableViewData();
+    source.deliver(items);
+    EXPECT_TRUE(grouped->view()->isExpanded(big));
+    EXPECT_EQ(grouped->view()->verticalScrollBar()->value(), 150);
+    EXPECT_EQ(grouped->view()->currentIndex(), grouped->model()->index(160, 3, big));
 }
 
 TEST_F(WindowTest, StatusBarSumsTheTrafficOfTheRowsShownAndShowsNoneWhereNoneIsKnown)

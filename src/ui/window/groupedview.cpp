@@ -126,6 +126,11 @@ GroupedView::Kept GroupedView::keep() const
         else if (const auto* app = m_model->applicationAt(index))
             kept.applications.append(app->key);
     }
+    const QModelIndex current = m_view->currentIndex();
+    kept.current = m_model->itemAt(current);
+    if (const auto* app = kept.current ? nullptr : m_model->applicationAt(current))
+        kept.currentKey = app->key;
+    kept.currentColumn = std::max(0, current.column());
     kept.scroll = m_view->verticalScrollBar()->value();
     return kept;
 }
@@ -150,6 +155,11 @@ void GroupedView::restore(const Kept& kept)
     QItemSelectionModel* selectionModel = m_view->selectionModel();
     if (selection != selectionModel->selection())
         selectionModel->select(selection, QItemSelectionModel::ClearAndSelect);
+    const QModelIndex current =
+        kept.current ? m_model->indexOfItem(kept.current.get(), kept.currentColumn)
+                     : m_model->indexOfApplication(kept.currentKey, kept.currentColumn);
+    if (current.isValid() && current != selectionModel->currentIndex())
+        selectionModel->setCurrentIndex(current, QItemSelectionModel::NoUpdate);
     m_view->verticalScrollBar()->setValue(kept.scroll);
 }
 

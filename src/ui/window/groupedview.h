@@ -54,6 +54,10 @@ private:
         QStringList expanded;
         QStringList applications;
         LsofItemList connections;
+        // The row keyboard moves start from: an application's key, or a connection.
+        QString currentKey;
+        LsofItemPtr current;
+        int currentColumn = 0;
         int scroll = 0;
     };
     Kept keep() const;
