@@ -7,6 +7,7 @@
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <QMouseEvent>
+#include <QPainter>
 
 ApplicationTreeView::ApplicationTreeView(QWidget* parent) : QTreeView(parent)
 {
@@ -77,6 +78,15 @@ void ApplicationTreeView::keyPressEvent(QKeyEvent* event)
         return;
     }
     QTreeView::keyPressEvent(event);
+}
+
+void ApplicationTreeView::drawBranches(QPainter* painter, const QRect& rect,
+                                       const QModelIndex& index) const
+{
+    const QVariant background = index.data(Qt::BackgroundRole);
+    if (background.canConvert<QColor>() && !selectionModel()->isSelected(index))
+        painter->fillRect(rect, background.value<QColor>());
+    QTreeView::drawBranches(painter, rect, index);
 }
 
 void ApplicationTreeView::openMenuForCurrentRow()
