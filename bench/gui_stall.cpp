@@ -1,5 +1,9 @@
 // How long one refresh holds the GUI thread: the real main window, fed scripted snapshots of a
-// busy machine. Usage: corvina_gui_stall [--rows N] [--passes P] [--sort COLUMN] [--no-resolve]
+// busy machine whose TCP connections carry traffic figures that move on every pass.
+// Usage: corvina_gui_stall [--rows N] [--passes P] [--sort COLUMN] [--no-resolve] [--grouped]
+//                          [--graph]
+// --grouped shows the table grouped by application (a few applications expanded, one
+// selected), --graph the traffic graph below it.
 //
 // Parsing, change detection and the sort run on a worker thread in the application, so every
 // snapshot is made before the clock starts. A pass is then timed on the GUI thread from the
@@ -17,9 +21,12 @@
 #include "snapshot/hostnameresolver.h"
 #include "snapshot/itemcolumns.h"
 #include "snapshot/lsoffetcher.h"
+#include "ui/window/applicationtreemodel.h"
+#include "ui/window/applicationtreeview.h"
 #include "ui/window/connectiontablemodel.h"
 #include "ui/window/connectiontableview.h"
 #include "ui/window/cvwindowcontroller.h"
+#include "ui/window/groupedview.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -131,9 +138,9 @@ std::optional<double> statusMiB(const char* field)
     return std::nullopt;
 }
 
-void printMiB(const char* key, const char* field)
+void printMiB(const char* key, const std::optional<double>& value)
 {
-    if (const auto value = statusMiB(field))
+    if (value)
         std::printf("%s: %.1f\n", key, *value);
     else
         std::printf("%s: unknown\n", key);
@@ -144,6 +151,8 @@ struct Options {
     int passes = 30;
     int sortColumn = -1;
     bool resolve = true;
+    bool grouped = false;
+    bool graph = false;
 };
 
 std::optional<Options> parseOptions(const QStringList& arguments)
@@ -151,8 +160,10 @@ std::optional<Options> parseOptions(const QStringList& arguments)
     Options options;
     for (qsizetype i = 1; i < arguments.size(); ++i) {
         const QString& name = arguments.at(i);
-        if (name == u"--no-resolve"_s) {
-            options.resolve = false;
+        if (name == u"--no-resolve"_s || name == u"--grouped"_s || name == u"--graph"_s) {
+            options.resolve = options.resolve && name != u"--no-resolve"_s;
+            options.grouped = options.grouped || name == u"--grouped"_s;
+            options.graph = options.graph || name == u"--graph"_s;
             continue;
         }
         if (i + 1 >= arguments.size())
@@ -173,11 +184,144 @@ std::optional<Options> parseOptions(const QStringList& arguments)
     return options;
 }
 
+// What the kernel's collector tells of TCP connections: counts that grow and rates that move
+// on every pass, different for each connection.
+void addTraffic(const LsofItemList& items, qint64 pass)
+{
+    for (const LsofItemPtr& item : items) {
+        if (item->protocol() != u"TCP"_s)
+            continue;
+        const qint64 seed = qint64(qHash(item->identifier()) % 5000);
+        const qint64 rate = seed * (1 + (pass + seed) % 7);
+        item->setTraffic({seed * 900 + pass * rate, seed * 4000 + pass * rate * 3, rate, rate * 3,
+                          0.1 + double(seed % 400) / 10});
+    }
+}
+
 double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
     const size_t middle = values.size() / 2;
     return values.size() % 2 ? values[middle] : (values[middle - 1] + values[middle]) / 2;
+}
+
+struct Results {
+    Pass first;
+    std::vector<double> regular;
+    std::vector<double> events;
+    std::vector<double> cpu;
+    double statusOnlyMs = 0;
+    int statusOnlyResets = 0;
+    qint64 shownRows = 0;
+    // Taken while the window still shows the rows.
+    std::optional<double> rssMiB;
+    std::optional<double> peakMiB;
+};
+
+// A selected row, carried across every refresh; grouped, a few applications open as well.
+void selectAndExpand(CVWindowController& window, bool grouped)
+{
+    if (!grouped) {
+        window.tableView()->selectRow(3);
+        return;
+    }
+    GroupedView* view = window.groupedView();
+    for (int row = 0; row < 3; ++row)
+        view->view()->expand(view->model()->index(row, 0));
+    view->view()->selectionModel()->select(view->model()->index(1, 0),
+                                           QItemSelectionModel::ClearAndSelect |
+                                               QItemSelectionModel::Rows);
+}
+
+// Each snapshot is parsed, run through change detection, given its process records and sorted
+// as the window asked, just before its pass, outside the clock, by one fetcher, as the
+// application's worker does it: the objects, statuses and memory are those the worker would
+// hand over, and no later snapshot is alive before its turn.
+Results measure(CVPrefsHelper& prefs, const Options& options)
+{
+    LsofGenerator generator(options.rows);
+    LsofFetcher fetcher;
+    qint64 passNumber = 0;
+    const auto nextSnapshot = [&](const ItemOrdering& ordering) {
+        LsofItemList items = fetcher.parseLsofResult(generator.text());
+        fetcher.processLsofItemsChanges(items);
+        LsofItem::readProcessRecords(items);
+        generator.next();
+        addTraffic(items, ++passNumber);
+        return ordering.sorted(items);
+    };
+
+    Results results;
+    ScriptedSource source;
+    CVWindowController window(source, prefs);
+    window.resize(1280, 800);
+    window.show();
+    EventCounter counter;
+    qApp->installEventFilter(&counter);
+    QElapsedTimer exposure;
+    exposure.start();
+    while (!(window.windowHandle() && window.windowHandle()->isExposed()) &&
+           exposure.elapsed() < 5000)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+    drainEvents(counter);
+
+    if (!source.pending())
+        window.reloadTableViewData();
+    results.first = timedPass(source, nextSnapshot(source.ordering()), source.ordering(), counter);
+    selectAndExpand(window, options.grouped);
+    drainEvents(counter);
+    for (int pass = 0; pass < options.passes; ++pass) {
+        window.reloadTableViewData();
+        const LsofItemList items = nextSnapshot(source.ordering());
+        const Pass timed = timedPass(source, items, source.ordering(), counter);
+        results.regular.push_back(timed.totalMs);
+        results.events.push_back(timed.eventsMs);
+        results.cpu.push_back(timed.cpuMs);
+    }
+
+    // Same objects again, one row in twenty with a new status.
+    LsofItemList shown = window.originalItems();
+    for (qsizetype i = 0; i < shown.size(); i += 20) {
+        const LsofItemPtr& item = shown.at(i);
+        item->setStatus(item->status() == 2 ? 0 : 2);
+    }
+    window.reloadTableViewData();
+    QObject::connect(window.tableModel(), &QAbstractItemModel::modelReset, &window,
+                     [&] { ++results.statusOnlyResets; });
+    results.statusOnlyMs = timedPass(source, shown, source.ordering(), counter).totalMs;
+    qApp->removeEventFilter(&counter);
+    results.shownRows = window.items().size();
+    results.rssMiB = statusMiB("VmRSS");
+    results.peakMiB = statusMiB("VmHWM");
+    return results;
+}
+
+void report(const Options& options, const Results& results)
+{
+    std::printf("rows: %d\n", options.rows);
+    std::printf("passes: %d\n", options.passes);
+    std::printf("sort_column: %d\n", options.sortColumn);
+    std::printf("view: %s\n", options.grouped ? "grouped" : "flat");
+    std::printf("graph: %s\n", options.graph ? "shown" : "hidden");
+    std::printf("shown_rows: %lld\n", results.shownRows);
+    std::printf("first_snapshot_ms: %.2f\n", results.first.totalMs);
+    std::printf("first_snapshot_cpu_ms: %.2f\n", results.first.cpuMs);
+    std::printf("first_snapshot_events_ms: %.2f\n", results.first.eventsMs);
+    const std::vector<double>& regular = results.regular;
+    std::printf("median_ms: %.2f\n", median(regular));
+    std::printf("max_ms: %.2f\n", *std::max_element(regular.begin(), regular.end()));
+    std::printf("median_events_ms: %.2f\n", median(results.events));
+    std::printf("median_cpu_ms: %.2f\n", median(results.cpu));
+    std::printf("max_cpu_ms: %.2f\n", *std::max_element(results.cpu.begin(), results.cpu.end()));
+    // Every pass, wall-clock/processor time, so that one outlier can be told from a trend.
+    std::printf("passes_ms:");
+    for (size_t i = 0; i < regular.size(); ++i)
+        std::printf(" %.1f/%.1f", regular[i], results.cpu[i]);
+    std::printf("\n");
+    std::printf("status_only_ms: %.2f\n", results.statusOnlyMs);
+    std::printf("status_only_resets: %d\n", results.statusOnlyResets);
+    printMiB("vmrss_mib", results.rssMiB);
+    printMiB("vmhwm_mib", results.peakMiB);
 }
 
 } // namespace
@@ -190,7 +334,7 @@ int main(int argc, char* argv[])
     const auto options = parseOptions(QCoreApplication::arguments());
     if (!options) {
         std::fprintf(stderr, "usage: corvina_gui_stall [--rows N] [--passes P] [--sort COLUMN] "
-                             "[--no-resolve]\n");
+                             "[--no-resolve] [--grouped] [--graph]\n");
         return 2;
     }
     HostnameResolver::setEnabled(options->resolve);
@@ -209,96 +353,14 @@ int main(int argc, char* argv[])
     if (options->sortColumn >= 0)
         defaults.setObject(u"MainWindow/Sort"_s, QVariantMap{{u"column"_s, options->sortColumn},
                                                              {u"descending"_s, false}});
+    defaults.setObject(u"MainWindow/GroupByApplication"_s, options->grouped);
+    defaults.setObject(u"MainWindow/TrafficGraph"_s, options->graph);
     CVPrefsHelper prefs(defaults);
 
-    // Each snapshot is parsed, run through change detection, given its process records and
-    // sorted as the window asked, just before its pass, outside the clock, by one fetcher, as
-    // the application's worker does it: the objects, statuses and memory are those the worker
-    // would hand over, and no later snapshot is alive before its turn.
-    LsofGenerator generator(options->rows);
-    LsofFetcher fetcher;
-    const auto nextSnapshot = [&](const ItemOrdering& ordering) {
-        LsofItemList items = fetcher.parseLsofResult(generator.text());
-        fetcher.processLsofItemsChanges(items);
-        LsofItem::readProcessRecords(items);
-        generator.next();
-        return ordering.sorted(items);
-    };
-
-    int code = 0;
-    {
-        ScriptedSource source;
-        CVWindowController window(source, prefs);
-        window.resize(1280, 800);
-        window.show();
-        EventCounter counter;
-        app.installEventFilter(&counter);
-        QElapsedTimer exposure;
-        exposure.start();
-        while (!(window.windowHandle() && window.windowHandle()->isExposed()) &&
-               exposure.elapsed() < 5000)
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
-        drainEvents(counter);
-
-        if (!source.pending())
-            window.reloadTableViewData();
-        const Pass first =
-            timedPass(source, nextSnapshot(source.ordering()), source.ordering(), counter);
-        // A selected row, carried across every refresh.
-        window.tableView()->selectRow(3);
-        drainEvents(counter);
-
-        std::vector<double> regular;
-        std::vector<double> events;
-        std::vector<double> cpu;
-        for (int pass = 0; pass < options->passes; ++pass) {
-            window.reloadTableViewData();
-            const LsofItemList items = nextSnapshot(source.ordering());
-            const Pass timed = timedPass(source, items, source.ordering(), counter);
-            regular.push_back(timed.totalMs);
-            events.push_back(timed.eventsMs);
-            cpu.push_back(timed.cpuMs);
-        }
-
-        // Same objects again, one row in twenty with a new status.
-        LsofItemList shown = window.originalItems();
-        for (qsizetype i = 0; i < shown.size(); i += 20) {
-            const LsofItemPtr& item = shown.at(i);
-            item->setStatus(item->status() == 2 ? 0 : 2);
-        }
-        window.reloadTableViewData();
-        int resets = 0;
-        QObject::connect(window.tableModel(), &QAbstractItemModel::modelReset, &app,
-                         [&] { ++resets; });
-        const double statusOnly = timedPass(source, shown, source.ordering(), counter).totalMs;
-        app.removeEventFilter(&counter);
-
-        std::printf("rows: %d\n", options->rows);
-        std::printf("passes: %d\n", options->passes);
-        std::printf("sort_column: %d\n", options->sortColumn);
-        std::printf("shown_rows: %lld\n", qint64(window.items().size()));
-        std::printf("first_snapshot_ms: %.2f\n", first.totalMs);
-        std::printf("first_snapshot_cpu_ms: %.2f\n", first.cpuMs);
-        std::printf("first_snapshot_events_ms: %.2f\n", first.eventsMs);
-        std::printf("median_ms: %.2f\n", median(regular));
-        std::printf("max_ms: %.2f\n", *std::max_element(regular.begin(), regular.end()));
-        std::printf("median_events_ms: %.2f\n", median(events));
-        std::printf("median_cpu_ms: %.2f\n", median(cpu));
-        std::printf("max_cpu_ms: %.2f\n", *std::max_element(cpu.begin(), cpu.end()));
-        // Every pass, wall-clock/processor time, so that one outlier can be told from a trend.
-        std::printf("passes_ms:");
-        for (size_t i = 0; i < regular.size(); ++i)
-            std::printf(" %.1f/%.1f", regular[i], cpu[i]);
-        std::printf("\n");
-        std::printf("status_only_ms: %.2f\n", statusOnly);
-        std::printf("status_only_resets: %d\n", resets);
-        printMiB("vmrss_mib", "VmRSS");
-        printMiB("vmhwm_mib", "VmHWM");
-        if (resets != 0)
-            code = 1;
-    }
+    const Results results = measure(prefs, *options);
+    report(*options, results);
     SQLitePersistentObject::setManager(nullptr);
-    return code;
+    return results.statusOnlyResets != 0 ? 1 : 0;
 }
 
 #include "gui_stall.moc"

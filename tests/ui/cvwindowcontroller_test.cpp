@@ -193,8 +193,11 @@ TEST_F(WindowTest, HiddenColumnsAreSavedAndComeBackHiddenAfterARestart)
         auto window = makeWindow();
         EXPECT_FALSE(defaults().objectForKey(u"CV:ColumnsUserDefault"_s).isValid());
         QHeaderView* header = window->tableView()->horizontalHeader();
-        const QStringList offered{u"Type"_s, u"FD"_s, u"Device"_s, u"Path"_s};
-        for (int column = 0; column < 16; ++column) {
+        const QStringList offered{u"Type"_s, u"FD"_s,       u"Device"_s, u"Path"_s,
+                                  u"Sent"_s, u"Received"_s, u"RTT"_s};
+        const int columns = window->tableModel()->columnCount();
+        EXPECT_EQ(columns, 21);
+        for (int column = 0; column < columns; ++column) {
             const QString title =
                 window->tableModel()->headerData(column, Qt::Horizontal).toString();
             EXPECT_EQ(header->isSectionHidden(column), offered.contains(title)) << column;
@@ -209,7 +212,7 @@ TEST_F(WindowTest, HiddenColumnsAreSavedAndComeBackHiddenAfterARestart)
         EXPECT_FALSE(pid->isChecked());
         EXPECT_TRUE(header->isSectionHidden(1));
         const QStringList saved = savedColumnTitles(defaults());
-        EXPECT_EQ(saved.size(), 11);
+        EXPECT_EQ(saved.size(), 13);
         EXPECT_FALSE(saved.contains(u"PID"_s));
         const QVariantMap first =
             defaults().objectForKey(u"CV:ColumnsUserDefault"_s).toList().first().toMap();
@@ -227,7 +230,7 @@ TEST_F(WindowTest, HiddenColumnsAreSavedAndComeBackHiddenAfterARestart)
         // Shown again, it goes to the right end, and is saved there.
         window->tableHeaderMenu()->tableHeaderViewContextMenuSelected(pid);
         EXPECT_FALSE(header->isSectionHidden(1));
-        EXPECT_EQ(header->visualIndex(1), 15);
+        EXPECT_EQ(header->visualIndex(1), 20);
         EXPECT_EQ(savedColumnTitles(defaults()).last(), u"PID"_s);
     }
     settings.reopen();
@@ -400,7 +403,7 @@ TEST_F(WindowTest, AFreshWindowsColumnsFitTwelveHundredAndEightyPixelsAndRefresh
         width += header->sectionSize(column);
     // The frame and the vertical scroll bar take the rest.
     EXPECT_LE(width, 1240);
-    EXPECT_EQ(window->tableHeaderMenu()->shownColumns().size(), 12);
+    EXPECT_EQ(window->tableHeaderMenu()->shownColumns().size(), 14);
 
     // The refresh button's icon is coloured: a grey one reads as a disabled button.
     const QImage icon = window->toolbar()->refreshAction()->icon().pixmap(24, 24).toImage();

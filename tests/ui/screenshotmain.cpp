@@ -1,14 +1,27 @@
 // Shows the main window with a generated set of connections (new, changed and closed rows
-// among them) and saves a picture of it: corvina_screenshot OUTPUT.png
+// among them, the TCP ones with traffic figures as the kernel gives them) and saves a picture
+// of it: corvina_screenshot OUTPUT.png [--grouped] [--graph] [--bytes]
+// --grouped groups the rows by application, --graph shows ten minutes of a download in the
+// traffic graph, --bytes shows the byte counts and round-trip times too.
 #include "ui/window/cvwindowcontroller.h"
 #include "uitestsupport.h"
 
+#include "snapshot/itemcolumns.h"
+#include "ui/window/applicationtreemodel.h"
+#include "ui/window/applicationtreeview.h"
 #include "ui/window/connectiontableview.h"
+#include "ui/window/groupedview.h"
+#include "ui/window/tablecolumnsmenu.h"
+#include "ui/window/trafficgraph.h"
+#include "ui/window/traffictotals.h"
 
 #include <QApplication>
+#include <QDateTime>
+#include <QHeaderView>
 #include <QIcon>
 #include <QTimer>
 
+#include <cmath>
 #include <cstdio>
 
 using namespace Qt::StringLiterals;
@@ -83,8 +96,31 @@ LsofItemList generatedSnapshot()
             spec.state = QString::fromUtf16(row.state);
         spec.status = row.status;
         items.append(makeItem(spec));
+        // The kernel counts TCP connections only; a download and some quieter traffic.
+        if (spec.protocol == u"TCP"_s && !spec.remoteAddress.isNull()) {
+            const qint64 n = items.size();
+            const qint64 receive = n == 1 ? 3'400'000 : n * n * 1700 % 90'000;
+            const qint64 send = n == 1 ? 41'000 : n * 730 % 9000;
+            items.last()->setTraffic({send * 95 + n * 3000, receive * 80 + n * 10'000, send,
+                                      receive, 0.08 + double(n * n % 47)});
+        }
     }
     return items;
+}
+
+// Ten minutes of the download behind the first row, as the graph would have seen them.
+void fillGraph(TrafficGraph& graph, const TrafficTotals& now)
+{
+    // Up to the second before the pass that follows.
+    const qint64 end = QDateTime::currentMSecsSinceEpoch() - 1000;
+    for (int second = 600; second > 0; --second) {
+        const double phase = double(600 - second) / 600;
+        const double ramp = phase < 0.2 ? 0.1 : 0.55 + 0.4 * std::sin(phase * 9);
+        TrafficTotals totals;
+        totals.receiveRate = qint64(double(now.receiveRate.value_or(0)) * ramp);
+        totals.sendRate = qint64(double(now.sendRate.value_or(0)) * (0.6 + 0.4 * ramp));
+        graph.addPass(end - second * 1000, totals, totals);
+    }
 }
 
 } // namespace
@@ -94,15 +130,51 @@ int main(int argc, char* argv[])
     QApplication app(argc, argv);
     if (QIcon::themeName().isEmpty() || QIcon::themeName() == u"hicolor"_s)
         QIcon::setThemeName(u"Adwaita"_s);
-    const QString output = argc > 1 ? QString::fromLocal8Bit(argv[1]) : u"screenshot.png"_s;
+    const QStringList arguments = QCoreApplication::arguments();
+    const QString output = arguments.value(1, u"screenshot.png"_s);
 
     TestSettings settings;
     settings.defaults->setObject(u"CV:AutoRefreshSetting"_s, 2);
     FakeSnapshotSource source;
     CVWindowController window(source, *settings.prefs);
-    window.resize(1280, 560);
-    source.deliver(generatedSnapshot());
-    window.selectItems({window.originalItems().at(5)});
+    window.resize(1280, arguments.contains(u"--graph"_s) ? 720 : 560);
+    if (arguments.contains(u"--bytes"_s)) {
+        for (const QString& title : {u"Local Address"_s, u"Local Port"_s, u"Local Service"_s,
+                                     u"Remote Port"_s, u"Sent"_s, u"Received"_s, u"RTT"_s})
+            window.tableHeaderMenu()->tableHeaderViewContextMenuSelected(
+                window.tableHeaderMenu()->itemForTitle(title));
+    }
+    // Sorted by what is received, most first.
+    window.tableView()->horizontalHeader()->setSortIndicator(
+        int(std::find_if(itemColumns().cbegin(), itemColumns().cend(),
+                         [](const ItemColumn& c) { return c.key == LsofItem::Key::receiveRate; }) -
+            itemColumns().cbegin()),
+        Qt::DescendingOrder);
+    const LsofItemList snapshot = generatedSnapshot();
+    const bool graph = arguments.contains(u"--graph"_s);
+    window.setTrafficGraphShown(graph);
+    if (graph && !arguments.contains(u"--grouped"_s))
+        fillGraph(*window.trafficGraph(), TrafficTotals::of(snapshot));
+    source.deliver(snapshot);
+    if (arguments.contains(u"--grouped"_s)) {
+        window.setGroupedByApplication(true);
+        ApplicationTreeModel* tree = window.groupedView()->model();
+        for (int row : {0, 2})
+            window.groupedView()->view()->expand(tree->index(row, 0));
+        window.groupedView()->view()->selectionModel()->select(
+            tree->index(0, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    } else {
+        window.selectItems({window.originalItems().at(5)});
+    }
+    if (graph && window.isGroupedByApplication()) {
+        // The selected application's history starts when it is selected: just now.
+        fillGraph(*window.trafficGraph(),
+                  TrafficTotals::of(window.groupedView()->selectedConnections()));
+        window.reloadTableViewData();
+        source.deliver(snapshot);
+    } else if (graph) {
+        window.tableView()->clearSelection();
+    }
     window.show();
 
     int code = 0;

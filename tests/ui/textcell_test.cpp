@@ -81,31 +81,3 @@ TEST(TextCell, PaintsLikeTheStandardDelegate)
             EXPECT_EQ(render(ours, cell), render(standard, cell)) << cell.name << " pass " << pass;
     }
 }
-
-TEST(TextCell, KeepsOneLayoutPerTextAndWidthWithinItsBound)
-{
-    TextCell cell;
-    const Cell a{"a", u"LISTEN"_s};
-    render(cell, a);
-    render(cell, a);
-    EXPECT_EQ(cell.cachedTexts(), 1);
-    Cell narrow = a;
-    narrow.width = 40;
-    render(cell, narrow);
-    EXPECT_EQ(cell.cachedTexts(), 2) << "another width is another layout";
-
-    QStandardItemModel model(1, 1);
-    QTableView view;
-    view.setModel(&model);
-    QImage image(100, 17, QImage::Format_ARGB32);
-    QPainter painter(&image);
-    QStyleOptionViewItem option;
-    option.initFrom(&view);
-    option.widget = &view;
-    option.rect = QRect(0, 0, 100, 17);
-    for (qsizetype i = 0; i < TextCell::kCachedTexts + 10; ++i) {
-        model.setItem(0, 0, new QStandardItem(QString::number(i)));
-        cell.paint(&painter, option, model.index(0, 0));
-    }
-    EXPECT_LE(cell.cachedTexts(), TextCell::kCachedTexts);
-}

@@ -44,7 +44,6 @@ void CachedScrollBar::paintEvent(QPaintEvent* event)
 {
     if (!mayKeepPicture()) {
         m_picture = QPixmap();
-        ++m_drawn;
         QScrollBar::paintEvent(event);
         return;
     }
@@ -67,7 +66,6 @@ void CachedScrollBar::paintEvent(QPaintEvent* event)
         option.activeSubControls = QStyle::SC_None;
         style()->drawComplexControl(QStyle::CC_ScrollBar, &option, &painter, this);
         m_pictured = now;
-        ++m_drawn;
     }
     QPainter painter(this);
     painter.drawPixmap(0, 0, m_picture);

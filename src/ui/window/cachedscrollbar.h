@@ -16,9 +16,6 @@ public:
     explicit CachedScrollBar(Qt::Orientation orientation, QWidget* parent = nullptr);
     Q_DISABLE_COPY_MOVE(CachedScrollBar)
 
-    // How many paints drew the bar anew rather than showing the kept picture.
-    int drawnPaints() const { return m_drawn; }
-
 protected:
     void paintEvent(QPaintEvent* event) override;
     void leaveEvent(QEvent* event) override;
@@ -47,5 +44,4 @@ private:
     QPixmap m_picture;
     Looks m_pictured;
     QElapsedTimer m_sinceLeft;
-    int m_drawn = 0;
 };

@@ -14,14 +14,16 @@ const QString kColumnWidthsKey = u"MainWindow/ColumnWidths"_s;
 const QString kSortKey = u"MainWindow/Sort"_s;
 
 // The room a column's values need, in average character widths. The built-in columns come to
-// about 1100 pixels at the default sizes, so "State" shows in a 1280-pixel-wide window.
+// about 1230 pixels at the default sizes, the two rates included, so "State" shows in a
+// 1280-pixel-wide window; longer names are elided, their tooltips show them whole.
 int valueWidthInCharacters(LsofItem::Key key)
 {
     switch (key) {
-    case LsofItem::Key::localizedAppName:
-    case LsofItem::Key::remoteHostname:
     case LsofItem::Key::processPath:
         return 18;
+    case LsofItem::Key::localizedAppName:
+    case LsofItem::Key::remoteHostname:
+        return 15;
     case LsofItem::Key::localAddress:
     case LsofItem::Key::remoteAddress:
         return 14; // a dotted IPv4 address; IPv6 ones are elided, their tooltip shows them
@@ -30,6 +32,13 @@ int valueWidthInCharacters(LsofItem::Key key)
     case LsofItem::Key::localPortName:
     case LsofItem::Key::remotePortName:
         return 8;
+    case LsofItem::Key::sendRate:
+    case LsofItem::Key::receiveRate:
+        return 9; // 123.4 kB/s
+    case LsofItem::Key::bytesSent:
+    case LsofItem::Key::bytesReceived:
+    case LsofItem::Key::rtt:
+        return 7; // 123.4 MB, 12.34 ms
     default:
         return 5;
     }
@@ -47,8 +56,9 @@ void ColumnLayout::applyInitialWidths()
     QHeaderView* header = m_table.horizontalHeader();
     const QFontMetrics titles(header->font());
     const QFontMetrics values(m_table.font());
-    // The cell's margins; the sort indicator takes a title's room on one column only.
-    constexpr int padding = 20;
+    // The cell's and the header's margins; the sort indicator takes a title's room on one
+    // column only.
+    constexpr int padding = 16;
     for (int column = 0; column < header->count(); ++column) {
         const LsofItem::Key key = ConnectionTableModel::columnKey(column);
         const int title = titles.horizontalAdvance(ConnectionTableModel::columnTitle(column));

@@ -40,6 +40,9 @@ bool ConnectionTableModel::isBuiltInColumn(int column)
     case LsofItem::Key::fileDescriptor:
     case LsofItem::Key::device:
     case LsofItem::Key::processPath:
+    case LsofItem::Key::bytesSent:
+    case LsofItem::Key::bytesReceived:
+    case LsofItem::Key::rtt:
         return false;
     default:
         return true;
@@ -54,7 +57,8 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
                    [](const LsofItemPtr& a, const LsofItemPtr& b) { return a.get() == b.get(); });
     if (sameRows) {
         // Only what can change on a kept connection is compared: repainting every visible
-        // row on each quiet refresh costs more than the rest of the refresh together.
+        // row on each quiet refresh costs more than the rest of the refresh together. Traffic
+        // figures move on every pass of the kernel's collector, lsof's stay unknown.
         std::vector<bool> changed(size_t(m_items.size()));
         for (int row = 0; row < int(m_items.size()); ++row) {
             RowSignature now = signatureOf(*m_items.at(row));
@@ -96,7 +100,7 @@ void ConnectionTableModel::setItems(const LsofItemList& items)
 
 ConnectionTableModel::RowSignature ConnectionTableModel::signatureOf(const LsofItem& item)
 {
-    return {item.status(), item.state()};
+    return {item.status(), item.state(), item.traffic()};
 }
 
 void ConnectionTableModel::setColors(const Colors& colors)
@@ -136,18 +140,22 @@ QVariant ConnectionTableModel::data(const QModelIndex& index, int role) const
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
     const LsofItem& item = *m_items.at(index.row());
-    const ItemColumn& column = itemColumns().at(index.column());
+    if (role == Qt::DisplayRole && columnKey(index.column()) == LsofItem::Key::remoteHostname) {
+        // Asking may start a look-up; the answer is looked for at the next refresh.
+        QString name = item.text(LsofItem::Key::remoteHostname);
+        m_shownHostnames.insert(index.row(), name);
+        return name;
+    }
+    return itemData(item, index.column(), role);
+}
+
+QVariant ConnectionTableModel::itemData(const LsofItem& item, int columnIndex, int role) const
+{
+    const ItemColumn& column = itemColumns().at(columnIndex);
     switch (role) {
     case Qt::DisplayRole:
-        if (column.key == LsofItem::Key::remoteHostname) {
-            // Asking may start a look-up; the answer is looked for at the next refresh.
-            QString name = item.text(column.key);
-            m_shownHostnames.insert(index.row(), name);
-            return name;
-        }
-        return item.text(column.key);
     case Qt::ToolTipRole:
-        return item.text(column.key);
+        return displayText(item, column);
     case RawValueRole:
         return item.value(column.sortKey);
     case StatusRole:

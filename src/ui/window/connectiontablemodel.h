@@ -14,7 +14,8 @@ class ConnectionTableModel final : public QAbstractTableModel {
     Q_OBJECT
 public:
     enum Role {
-        // The value sorting compares: a number for PID and the ports, text otherwise.
+        // The value sorting compares: a number for PID, the ports and traffic (invalid where
+        // unknown), text otherwise.
         RawValueRole = Qt::UserRole + 1,
         StatusRole,
         ProcessPathRole,
@@ -35,18 +36,22 @@ public:
     static LsofItem::Key columnKey(int column);
     static QString columnTitle(int column);
     static int applicationColumn();
-    // Whether a fresh window shows the column: all but "Type", "FD", "Device" and "Path",
-    // which the column menu offers.
+    // Whether a fresh window shows the column: all but "Type", "FD", "Device", "Path", "Sent",
+    // "Received" and "RTT", which the column menu offers.
     static bool isBuiltInColumn(int column);
 
     // Replaces the rows. When the new list holds the very same objects in the same order,
-    // only the rows whose status, state or host name changed are repainted.
+    // only the rows whose status, state, traffic or host name changed are repainted.
     void setItems(const LsofItemList& items);
     const LsofItemList& items() const { return m_items; }
 
     void setColors(const Colors& colors);
     const Colors& colors() const { return m_colors; }
     QColor backgroundForStatus(qint32 status) const;
+    // What a cell of `column` shows of `item` in `role`; the grouped view's connection rows
+    // read their cells here too.
+    QVariant itemData(const LsofItem& item, int column, int role) const;
+    QIcon iconForItem(const LsofItem& item) const;
 
     int rowCount(const QModelIndex& parent = {}) const override;
     int columnCount(const QModelIndex& parent = {}) const override;
@@ -60,10 +65,10 @@ private:
     struct RowSignature {
         qint32 status = 0;
         QString state;
+        LsofItem::Traffic traffic;
         friend bool operator==(const RowSignature&, const RowSignature&) = default;
     };
     static RowSignature signatureOf(const LsofItem& item);
-    QIcon iconForItem(const LsofItem& item) const;
 
     LsofItemList m_items;
     QList<RowSignature> m_signatures;

@@ -4,6 +4,7 @@
 #include "connectiontablemodel.h"
 #include "connectiontableview.h"
 #include "filter/itemfilter.h"
+#include "groupedview.h"
 #include "helper/cvhelperutility.h"
 #include "imageandtextcell.h"
 #include "maintoolbar.h"
@@ -43,8 +44,6 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Window state of ours, kept apart from the settings the preferences edit.
-const QString kGeometryKey = u"MainWindow/Geometry"_s;
 constexpr qsizetype kImmediateFilterRows = 2000;
 constexpr int kStatusMessageMs = 8000;
 
@@ -137,6 +136,7 @@ void CVWindowController::buildTable()
     m_headerMenu = new TableColumnsMenu(*m_table, m_prefs.defaultsStore(), this);
     m_rows = new RowCommands(*m_table, *m_model, *m_headerMenu, m_prefs, this);
     connect(m_rows, &RowCommands::statusMessage, this, &CVWindowController::showStatusMessage);
+    QWidget* views = buildViews();
 
     m_ownBar = new OwnProcessesBar(m_prefs.defaultsStore(), this);
     m_ownBar->setInstallHelperHandler(
@@ -146,7 +146,7 @@ void CVWindowController::buildTable()
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(0);
     layout->addWidget(m_ownBar);
-    layout->addWidget(m_table, 1);
+    layout->addWidget(views, 1);
     setCentralWidget(central);
 
     m_status = new WindowStatus(*statusBar());
@@ -224,12 +224,21 @@ void CVWindowController::buildMenus()
     // The search field keeps its own Ctrl+C; the table's copy is this one.
     copy->setShortcutContext(Qt::WidgetWithChildrenShortcut);
     m_table->addAction(copy);
+    m_grouped->addAction(copy);
     QAction* find = edit->addAction(QIcon::fromTheme(u"edit-find"_s), tr("&Find"), this,
                                     &CVWindowController::performFindPanelAction);
     find->setShortcut(QKeySequence::Find);
 
     QMenu* view = menuBar()->addMenu(tr("&View"));
     view->addMenu(m_headerMenu);
+    view->addSeparator();
+    QAction* group = m_toolbar->groupAction();
+    group->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_G));
+    QAction* graph = m_toolbar->graphAction();
+    graph->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_T));
+    view->addActions({group, graph});
+    connect(group, &QAction::toggled, this, &CVWindowController::setGroupedByApplication);
+    connect(graph, &QAction::toggled, this, &CVWindowController::setTrafficGraphShown);
 }
 
 // Refresh cycle.
@@ -298,8 +307,11 @@ void CVWindowController::showItems(const LsofItemList& sorted, const LsofItemLis
 {
     m_originalItems = sorted;
     m_model->setItems(filterItems(m_originalItems, m_searchField->text()));
+    if (m_groupedShown)
+        m_grouped->setItems(items(), ordering());
     selectItems(selection);
     updateStatusBar();
+    feedGraph();
     updateSearchFeedback();
     m_ownBar->update(m_source.lastRoad(), m_privileged);
 }
@@ -384,6 +396,7 @@ void CVWindowController::userDefaultsChanged()
     }
     m_table->setRowHeight(size + 4);
     m_table->viewport()->update();
+    m_grouped->setLook(font, palette, size + 4);
 
     // The timer is restarted only by the pop-up's action (the preferences window's period
     // control calls it too), not by a change of the setting itself.
@@ -540,57 +553,4 @@ bool CVWindowController::event(QEvent* event)
             m_becameMainHandler();
     }
     return QMainWindow::event(event);
-}
-
-void CVWindowController::updateStatusBar()
-{
-    m_status->showCounts(items().size(), m_originalItems.size());
-    m_status->showOrigin(m_source.lastOrigin(), m_privileged);
-    QString problem = m_lastProblem;
-    if (m_filterGaveUp) {
-        const QString gaveUp = tr("The search took too long; some connections are not shown.");
-        problem = problem.isEmpty() ? gaveUp : problem + u' ' + gaveUp;
-    }
-    m_status->showProblem(problem);
-}
-
-void CVWindowController::updateSearchFeedback()
-{
-    QString fieldError;
-    QString statusError;
-    if (m_expressionError) {
-        const auto profile = chosenFilterProfile();
-        if (profile) {
-            statusError = tr("The saved search \"%1\" is not a valid expression, so every "
-                             "connection is shown: %2")
-                              .arg(profile->profileName(), m_expressionError->toString());
-        } else if (!m_searchField->text().trimmed().isEmpty()) {
-            fieldError = tr("Not a valid search expression, so every connection is shown: %1")
-                             .arg(m_expressionError->toString());
-            statusError = fieldError;
-        }
-    } else if (!m_keywordError.isEmpty()) {
-        fieldError =
-            tr("Not a valid search pattern, so no connection matches: %1").arg(m_keywordError);
-        statusError = fieldError;
-    }
-    m_searchField->showError(fieldError);
-    m_status->showSearchError(statusError);
-}
-
-void CVWindowController::restoreWindowState()
-{
-    const QByteArray geometry = m_prefs.defaultsStore().objectForKey(kGeometryKey).toByteArray();
-    if (geometry.isEmpty() || !restoreGeometry(geometry)) {
-        // At most 1280 wide, where the built-in columns fit; smaller screens get all they have.
-        const QRect available = screen()->availableGeometry();
-        resize(std::min(1280, available.width()), std::min(760, available.height()));
-    }
-    m_columnLayout->restore();
-}
-
-void CVWindowController::saveWindowState()
-{
-    m_prefs.defaultsStore().setObject(kGeometryKey, saveGeometry());
-    m_columnLayout->save();
 }

@@ -18,18 +18,23 @@ class CVPrefsHelper;
 class ColumnLayout;
 class ConnectionTableModel;
 class ConnectionTableView;
+class GroupedView;
 class OwnProcessesBar;
 class QComboBox;
 class QMenu;
+class QSplitter;
+class QStackedWidget;
 class MainToolbar;
 class SaveSearchDialog;
 class SearchField;
 class SegmentedControl;
 class TableColumnsMenu;
+class TrafficGraph;
 class WindowStatus;
 
 // The main window: the connection table fed by the refresh cycle, the toolbar's filters and
-// saved searches, and the commands on rows.
+// saved searches, and the commands on rows. The table can be grouped by application, and a
+// graph of the traffic can be shown below it; both choices are remembered.
 //
 // The table shows `items`, the filtered `originalItems`; the selection is carried across an
 // update through `originalItems` by item identity. Under a filter the two lists differ, so a
@@ -81,6 +86,11 @@ public:
     // A passing sentence in the status bar.
     void showStatusMessage(const QString& text);
 
+    // Views: one row per application, and the traffic graph.
+    void setGroupedByApplication(bool grouped);
+    bool isGroupedByApplication() const { return m_groupedShown; }
+    void setTrafficGraphShown(bool shown);
+
     // Hooks the application sets.
     void setBecameMainHandler(std::function<void()> handler);
     void setCloseHandler(std::function<void()> handler);
@@ -113,6 +123,10 @@ public:
     QAction* bringToFrontAction() const { return m_rows->bringToFrontAction(); }
     SaveSearchDialog* saveSearchWindow() const { return m_savedSearches->sheet(); }
     OwnProcessesBar* ownProcessesBar() const { return m_ownBar; }
+    GroupedView* groupedView() const { return m_grouped; }
+    TrafficGraph* trafficGraph() const { return m_graph; }
+    QAction* groupByApplicationAction() const;
+    QAction* trafficGraphAction() const;
     QTimer* autoRefreshTimer() const { return m_autoRefreshTimer.data(); }
     bool usesSearchExpression() const { return m_filterUseSearchExpression; }
     const QList<LsofItem::Key>& lsofItemKeys() const { return m_lsofItemKeys; }
@@ -138,6 +152,11 @@ private:
     void restoreWindowState();
     void saveWindowState();
     void warmUpFirstPaint();
+    QWidget* buildViews();
+    // The connections highlighted in the view shown, the graph's subject when there are any.
+    LsofItemList highlightedConnections() const;
+    void updateGraphSubject();
+    void feedGraph();
 
     SnapshotSource& m_source;
     CVPrefsHelper& m_prefs;
@@ -155,6 +174,11 @@ private:
 
     ConnectionTableModel* m_model = nullptr;
     ConnectionTableView* m_table = nullptr;
+    GroupedView* m_grouped = nullptr;
+    QStackedWidget* m_views = nullptr;
+    TrafficGraph* m_graph = nullptr;
+    QSplitter* m_split = nullptr;
+    bool m_groupedShown = false;
     std::unique_ptr<ColumnLayout> m_columnLayout;
     TableColumnsMenu* m_headerMenu = nullptr;
     RowCommands* m_rows = nullptr;

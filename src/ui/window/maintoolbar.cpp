@@ -47,6 +47,18 @@ MainToolbar::MainToolbar(QWidget* parent) : QToolBar(tr("Filters"), parent)
     m_profileButton->addItem(tr("No Saved Search"));
     m_profileButton->setSizeAdjustPolicy(QComboBox::AdjustToContents);
     addItem(u"CVToolbarFilterProfileItem"_s, m_profileButton, tr("Filter by a saved search"));
+    addSeparator();
+
+    m_groupAction = addAction(QIcon(u":/corvina/icons/group.svg"_s), tr("By Application"));
+    m_groupAction->setToolTip(tr("One row per application, its connections beneath"));
+    m_graphAction = addAction(QIcon(u":/corvina/icons/graph.svg"_s), tr("Traffic Graph"));
+    m_graphAction->setToolTip(
+        tr("Send and receive rates of the selection, or of the whole machine, below the table"));
+    for (QAction* toggle : {m_groupAction, m_graphAction}) {
+        toggle->setCheckable(true);
+        if (auto* button = qobject_cast<QToolButton*>(widgetForAction(toggle)))
+            button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    }
 
     auto* spacer = new QWidget(this);
     spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);

@@ -25,6 +25,9 @@ public:
     SegmentedControl* hasRemoteAddressControl() const { return m_remoteControl; }
     QComboBox* filterProfileButton() const { return m_profileButton; }
     SearchField* searchField() const { return m_searchField; }
+    // Checkable: one row per application, and the traffic graph below the table.
+    QAction* groupAction() const { return m_groupAction; }
+    QAction* graphAction() const { return m_graphAction; }
 
     // While a saved search is chosen it alone decides what is shown: the segments and the
     // search field are shown inactive and say so. An empty name: none is chosen.
@@ -40,6 +43,8 @@ private:
     SegmentedControl* m_protocolControl;
     SegmentedControl* m_remoteControl;
     QComboBox* m_profileButton;
+    QAction* m_groupAction;
+    QAction* m_graphAction;
     SearchField* m_searchField;
     QHash<QWidget*, QString> m_toolTips;
 };

@@ -1,8 +1,11 @@
 #include "rowcommands.h"
 
+#include "applicationtreemodel.h"
+#include "applicationtreeview.h"
 #include "connectiontablemodel.h"
 #include "connectiontableview.h"
 #include "desktopactions.h"
+#include "groupedview.h"
 #include "prefs/cvprefshelper.h"
 #include "tablecolumnsmenu.h"
 #include "ui/app/cvshowipinfocontroller.h"
@@ -12,6 +15,8 @@
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMessageBox>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -70,9 +75,45 @@ void RowCommands::capture(int row, int column)
         m_target = {};
         return;
     }
-    m_target.item = rows.at(row);
-    m_target.column = column;
+    m_target = {rows.at(row), column, {}, std::nullopt};
     m_target.process = ProcessIdentity::read(m_target.item->PID(), m_procRoot);
+}
+
+void RowCommands::setGroupedView(GroupedView* grouped)
+{
+    m_groupedView = grouped;
+    connect(grouped->view(), &ApplicationTreeView::cellClicked, this,
+            &RowCommands::captureGroupedRow);
+    connect(grouped->view(), &ApplicationTreeView::contextMenuWanted, this, &RowCommands::openMenu);
+}
+
+void RowCommands::captureGroupedRow(const QModelIndex& index)
+{
+    const ApplicationTreeModel* model = m_groupedView ? m_groupedView->model() : nullptr;
+    const auto* app = model ? model->applicationAt(index) : nullptr;
+    if (!app) {
+        m_target = {};
+        return;
+    }
+    if (const LsofItemPtr item = model->itemAt(index)) {
+        m_target = {item, index.column(), ProcessIdentity::read(item->PID(), m_procRoot), {}};
+        return;
+    }
+    m_target = {app->connections.constFirst(), index.column(), {}, std::nullopt};
+    m_target.application =
+        Target::Application{app->name, app->path, app->pids, index.data().toString()};
+    if (app->pids.size() == 1)
+        m_target.process = ProcessIdentity::read(app->pids.constFirst(), m_procRoot);
+}
+
+QString RowCommands::terminateUnavailableReason() const
+{
+    if (!m_target.application || m_target.application->pids.size() < 2)
+        return {};
+    return tr("\"%1\" runs %2 processes: expand its row and terminate one of them from its "
+              "connections.")
+        .arg(m_target.application->name)
+        .arg(m_target.application->pids.size());
 }
 
 void RowCommands::openMenu(const QPoint& globalPos)
@@ -86,9 +127,14 @@ void RowCommands::updateMenu()
     const QString reason = DesktopActions::bringToFrontUnavailableReason();
     m_bringToFront->setEnabled(reason.isEmpty());
     m_bringToFront->setToolTip(reason);
-    m_menu->setToolTipsVisible(!reason.isEmpty());
-    // Commands about the peer mean nothing for a listening or unconnected socket.
-    const bool hasRemote = m_target.item && !m_target.item->remoteAddress().isEmpty();
+    const QString terminateReason = terminateUnavailableReason();
+    m_terminate->setEnabled(terminateReason.isEmpty());
+    m_terminate->setToolTip(terminateReason);
+    m_menu->setToolTipsVisible(!reason.isEmpty() || !terminateReason.isEmpty());
+    // Commands about the peer mean nothing for a listening or unconnected socket, nor for an
+    // application's many connections.
+    const bool hasRemote =
+        m_target.item && !m_target.application && !m_target.item->remoteAddress().isEmpty();
     m_ipInformation->setEnabled(hasRemote);
     for (QAction* item : std::as_const(m_remoteSearches))
         item->setEnabled(hasRemote);
@@ -99,7 +145,9 @@ void RowCommands::copySelectedLines()
     const QList<int> columns = m_columns.shownColumns();
     const LsofItemList& rows = m_model.items();
     QStringList lines;
-    for (int row : m_table.selectedRowNumbers()) {
+    if (m_grouped && m_groupedView)
+        lines = groupedSelectedLines(columns);
+    for (int row : m_grouped ? QList<int>() : m_table.selectedRowNumbers()) {
         if (row >= rows.size())
             continue;
         const LsofItem& item = *rows.at(row);
@@ -114,6 +162,22 @@ void RowCommands::copySelectedLines()
     clipboard->setText(lines.join(u'\n'));
 }
 
+QStringList RowCommands::groupedSelectedLines(const QList<int>& columns) const
+{
+    QStringList lines;
+    for (const QModelIndex& row : m_groupedView->selectedRows()) {
+        const LsofItemPtr item = m_groupedView->model()->itemAt(row);
+        QStringList fields;
+        fields.reserve(columns.size());
+        // An application row copies what it shows; a connection row its fields.
+        for (int column : columns)
+            fields.append(item ? item->text(ConnectionTableModel::columnKey(column))
+                               : row.siblingAtColumn(column).data().toString());
+        lines.append(fields.join(u'\t'));
+    }
+    return lines;
+}
+
 void RowCommands::copyCellContent()
 {
     // Offered only from a cell's context menu, so a missing cell is a programming error.
@@ -122,7 +186,9 @@ void RowCommands::copyCellContent()
         return;
     QClipboard* clipboard = QGuiApplication::clipboard();
     clipboard->clear();
-    clipboard->setText(m_target.item->text(ConnectionTableModel::columnKey(m_target.column)));
+    clipboard->setText(m_target.application
+                           ? m_target.application->cellText
+                           : m_target.item->text(ConnectionTableModel::columnKey(m_target.column)));
 }
 
 void RowCommands::bringToFront()
@@ -135,18 +201,23 @@ void RowCommands::bringToFront()
         m_showError(reason);
         return;
     }
-    if (!DesktopActions::bringToFront(item->PID()))
+    const QList<qint64> pids =
+        m_target.application ? m_target.application->pids : QList<qint64>{item->PID()};
+    if (!std::any_of(pids.cbegin(), pids.cend(), &DesktopActions::bringToFront))
         Q_EMIT statusMessage(
             tr("\"%1\" has no window to bring forward.").arg(item->localizedAppName()));
 }
 
 void RowCommands::showInFinder()
 {
-    const LsofItemPtr item = m_target.item;
-    if (!item || item->processPath().isEmpty())
+    if (!m_target.item)
         return;
-    if (!DesktopActions::showInFileManager(item->processPath()))
-        Q_EMIT statusMessage(tr("No file manager could show %1.").arg(item->processPath()));
+    const QString path =
+        m_target.application ? m_target.application->path : m_target.item->processPath();
+    if (path.isEmpty())
+        return;
+    if (!DesktopActions::showInFileManager(path))
+        Q_EMIT statusMessage(tr("No file manager could show %1.").arg(path));
 }
 
 bool RowCommands::confirmTerminateWithDialog(QWidget* parent, const QString& appName,
@@ -177,6 +248,10 @@ void RowCommands::terminateSelectedApp()
     const Target target = m_target;
     if (!target.item)
         return;
+    if (const QString reason = terminateUnavailableReason(); !reason.isEmpty()) {
+        m_showError(reason);
+        return;
+    }
     const QString name = target.item->localizedAppName();
     if (!m_confirmTerminate(name, target.process))
         return;
@@ -224,7 +299,7 @@ void RowCommands::searchInGoogle(QAction* sender)
                                          LsofItem::Key::remoteHostname};
     const int tag = sender->data().toInt();
     Q_ASSERT(tag >= 0 && tag < 4);
-    if (tag < 0 || tag >= 4 || !m_target.item)
+    if (tag < 0 || tag >= 4 || !m_target.item || (tag > 0 && m_target.application))
         return;
     QString term = m_target.item->text(keys[tag]);
     if (keys[tag] == LsofItem::Key::remotePort)

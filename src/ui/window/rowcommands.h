@@ -6,10 +6,12 @@
 #include <QObject>
 
 #include <functional>
+#include <optional>
 
 class CVPrefsHelper;
 class ConnectionTableModel;
 class ConnectionTableView;
+class GroupedView;
 class QAction;
 class QMenu;
 class QWidget;
@@ -19,14 +21,27 @@ class TableColumnsMenu;
 // the row that was clicked. The clicked row's item is taken at the click, with its process's
 // identity, so a refresh that reorders or removes rows while the menu is open cannot turn a
 // command onto another connection or another process.
+//
+// In the grouped view an application row stands for all its processes: the file manager shows
+// its executable, bringing to front raises the first of its processes that has a window, and
+// terminating is offered only for an application of one process (which of several the user
+// means cannot be told). Commands about a peer are disabled: an application has many.
 class RowCommands final : public QObject {
     Q_OBJECT
 public:
     // What the context menu's commands act on.
     struct Target {
-        LsofItemPtr item;
-        int column = -1; // logical column of the clicked cell
+        LsofItemPtr item; // an application row's first connection
+        int column = -1;  // logical column of the clicked cell
         ProcessIdentity process;
+        // Set for an application row of the grouped view.
+        struct Application {
+            QString name;
+            QString path;
+            QList<qint64> pids;
+            QString cellText; // what the clicked cell showed
+        };
+        std::optional<Application> application;
     };
     // Asks before terminating; true for "OK".
     using ConfirmTerminate =
@@ -47,6 +62,12 @@ public:
 
     // Takes the item at `row` of the table's rows as the target; a row outside them clears it.
     void capture(int row, int column);
+    // The grouped view's rows; while `grouped` is on, copying reads its selection.
+    void setGroupedView(GroupedView* grouped);
+    void setGrouped(bool grouped) { m_grouped = grouped; }
+    void captureGroupedRow(const QModelIndex& index);
+    // Why the clicked application cannot be terminated from its row; empty when it can.
+    QString terminateUnavailableReason() const;
     const Target& target() const { return m_target; }
 
     void copySelectedLines();
@@ -78,10 +99,13 @@ private:
     void openMenu(const QPoint& globalPos);
     void updateMenu();
     void openUrl(const QUrl& url);
+    QStringList groupedSelectedLines(const QList<int>& columns) const;
 
     ConnectionTableView& m_table;
     ConnectionTableModel& m_model;
     TableColumnsMenu& m_columns;
+    GroupedView* m_groupedView = nullptr;
+    bool m_grouped = false;
     CVPrefsHelper& m_prefs;
     QWidget* m_dialogParent;
     Target m_target;

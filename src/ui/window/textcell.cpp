@@ -39,6 +39,13 @@ const QStaticText& TextCell::laidOut(const QString& text, int width, const QFont
     return *m_texts.insert(std::move(key), std::move(laid));
 }
 
+QSize TextCell::sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const
+{
+    if (m_rowHeight > 0)
+        return {QStyledItemDelegate::sizeHint(option, index).width(), m_rowHeight};
+    return QStyledItemDelegate::sizeHint(option, index);
+}
+
 void TextCell::warmUp(const QFont& font)
 {
     QString sample;

@@ -18,6 +18,10 @@ public:
 
     void paint(QPainter* painter, const QStyleOptionViewItem& option,
                const QModelIndex& index) const override;
+    // A tree has no row heights of its own: its rows are as high as their cells say. 0: the
+    // style's height.
+    void setRowHeight(int height) { m_rowHeight = height; }
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
 
     // Loads `font` and draws the printable ASCII characters in it off screen, so that the first
     // rows shown do not wait for the font to be opened and its glyphs to be rendered.
@@ -25,7 +29,6 @@ public:
 
     // Laid-out texts kept at most, the recently painted ones first.
     static constexpr qsizetype kCachedTexts = 8192;
-    qsizetype cachedTexts() const { return m_texts.size() + m_olderTexts.size(); }
 
 private:
     struct Key {
@@ -42,6 +45,7 @@ private:
     const QStaticText& laidOut(const QString& text, int width, const QFont& font,
                                Qt::TextElideMode elide) const;
 
+    int m_rowHeight = 0;
     mutable QFont m_font;
     mutable QHash<Key, QStaticText> m_texts;
     mutable QHash<Key, QStaticText> m_olderTexts;

@@ -1,5 +1,7 @@
 #include "windowstatus.h"
 
+#include "snapshot/itemcolumns.h"
+
 #include <QLabel>
 #include <QStatusBar>
 
@@ -19,11 +21,15 @@ QLabel* badge(QStatusBar& bar, const QString& colors)
 } // namespace
 
 WindowStatus::WindowStatus(QStatusBar& bar)
-    : QObject(&bar), m_rows(new QLabel(&bar)),
+    : QObject(&bar), m_rows(new QLabel(&bar)), m_traffic(new QLabel(&bar)),
       m_problem(badge(bar, u"color: white; background: #b3261e;"_s)),
       m_searchError(badge(bar, u"color: black; background: #f9d67a;"_s)), m_road(new QLabel(&bar))
 {
     bar.addWidget(m_rows);
+    bar.addWidget(m_traffic);
+    m_traffic->setToolTip(tr("Send and receive rates, and bytes sent and received, of the "
+                             "connections shown"));
+    m_traffic->hide();
     bar.addWidget(m_problem);
     bar.addWidget(m_searchError, 1);
     bar.addPermanentWidget(m_road);
@@ -32,6 +38,29 @@ WindowStatus::WindowStatus(QStatusBar& bar)
 void WindowStatus::showCounts(qsizetype shown, qsizetype total)
 {
     m_rows->setText(tr("%1 of %n connections", nullptr, int(total)).arg(shown));
+}
+
+void WindowStatus::showTraffic(const TrafficTotals& totals)
+{
+    QStringList parts;
+    const auto rate = [](const std::optional<qint64>& value) {
+        return value ? humanRate(*value) : QStringLiteral("–");
+    };
+    if (totals.sendRate || totals.receiveRate)
+        parts.append(tr("↑ %1  ↓ %2").arg(rate(totals.sendRate), rate(totals.receiveRate)));
+    if (totals.bytesSent)
+        parts.append(tr("%1 sent").arg(humanBytes(*totals.bytesSent)));
+    if (totals.bytesReceived)
+        parts.append(tr("%1 received").arg(humanBytes(*totals.bytesReceived)));
+    const QString text = parts.join(u"  ·  "_s);
+    if (text != m_traffic->text())
+        m_traffic->setText(text);
+    m_traffic->setVisible(!text.isEmpty());
+}
+
+QString WindowStatus::trafficText() const
+{
+    return m_traffic->isHidden() ? QString() : m_traffic->text();
 }
 
 void WindowStatus::showOrigin(const SnapshotSource::Origin& origin, bool privileged)
