@@ -15,13 +15,6 @@
 
 using namespace Qt::StringLiterals;
 
-void PrintTo(const SocketRecord& r, std::ostream* out)
-{
-    const QString text = r.processName + u' ' + r.processId + u' ' + r.fileDescriptor + u' ' +
-                         r.device + u' ' + r.localAddress + u':' + r.localPort + u' ' + r.state;
-    *out << text.toStdString();
-}
-
 namespace {
 
 class KeptState : public ::testing::Test {
