@@ -14,6 +14,7 @@
 #include "settingscommand.h"
 #include "snapshot/hostnameresolver.h"
 #include "snapshot/lsoffetcher.h"
+#include "socketscommand.h"
 #include "verbusage.h"
 #include "watchcommand.h"
 
@@ -34,8 +35,8 @@ constexpr int kExitUsage = 2;
 // How long `list` waits for reverse look-ups before it prints what it has.
 constexpr int kResolveWaitMs = 2000;
 
-const QStringList kVerbs = {u"replay"_s,   u"list"_s,     u"watch"_s,
-                            u"settings"_s, u"profiles"_s, u"helper"_s};
+const QStringList kVerbs = {u"replay"_s,   u"list"_s,   u"watch"_s,  u"settings"_s,
+                            u"profiles"_s, u"helper"_s, u"sockets"_s};
 
 const QStringList kHelpWords = {u"help"_s, u"--help"_s, u"-h"_s};
 
@@ -95,6 +96,9 @@ int CommandLine::run(const QStringList& arguments)
         m_out.flush();
         return kExitOk;
     }
+    // It answers its own --help.
+    if (verb == u"sockets")
+        return SocketsCommand::run(rest, m_out, m_err);
     // Anywhere after a verb, a help word asks for that verb's usage.
     if (kVerbs.contains(verb) && std::any_of(rest.begin(), rest.end(), [](const QString& word) {
             return word == u"--help" || word == u"-h";
