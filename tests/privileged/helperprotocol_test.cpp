@@ -46,7 +46,8 @@ TEST(HelperProtocol, RejectsMalformedPayloads)
         {"three-byte request", {1, 2, 0}, true},
         {"request of another version", {2, 2}, true},
         {"operation zero", {1, 0}, true},
-        {"operation past the last", {1, 4}, true},
+        {"operation past the last", {1, 6}, true},
+        {"close without its socket", {1, 5}, true},
         {"short reply", {1, 2}, false},
         {"reply of another version", {0, 2, 1}, false},
         {"unknown status", {1, 2, 9}, false},
@@ -66,6 +67,84 @@ TEST(HelperProtocol, RejectsMalformedPayloads)
     const auto request = decodeRequest(encodeRequest({Operation::RunLsof}), &error);
     ASSERT_TRUE(request);
     EXPECT_EQ(request->operation, Operation::RunLsof);
+}
+
+SocketIdentity loopbackSocket(int family)
+{
+    SocketIdentity socket;
+    socket.family = static_cast<std::uint8_t>(family);
+    socket.protocol = IPPROTO_TCP;
+    socket.localAddress[0] = 127;
+    socket.localAddress[3] = 1;
+    socket.remoteAddress = socket.localAddress;
+    if (family == AF_INET6)
+        socket.remoteAddress[15] = 9;
+    socket.localPort = 0x1234;
+    socket.remotePort = 443;
+    socket.cookie = 0x0102030405060708;
+    return socket;
+}
+
+TEST(HelperProtocol, CloseRequestsCarryTheirSocketAndAreValidated)
+{
+    for (const int family : {AF_INET, AF_INET6}) {
+        const Request request(Operation::CloseConnection, loopbackSocket(family));
+        const std::vector<std::uint8_t> payload = encodeRequest(request);
+        ASSERT_EQ(payload.size(), kRequestSize + kCloseArgumentsSize);
+        // The family travels as the IP version; numbers are big-endian.
+        EXPECT_EQ(payload[2], family == AF_INET ? 4 : 6);
+        EXPECT_EQ(payload[20], 0x12);
+        EXPECT_EQ(payload[21], 0x34);
+        EXPECT_EQ(payload[47], 0x08);
+        DecodeError error;
+        const auto decoded = decodeRequest(payload, &error);
+        ASSERT_TRUE(decoded) << error.message;
+        EXPECT_EQ(decoded->socket, request.socket);
+    }
+    const std::vector<std::uint8_t> good =
+        encodeRequest({Operation::CloseConnection, loopbackSocket(AF_INET)});
+    const auto encoded = [](auto change) {
+        SocketIdentity socket = loopbackSocket(AF_INET);
+        change(socket);
+        return encodeRequest({Operation::CloseConnection, socket});
+    };
+    std::vector<std::uint8_t> longer = good;
+    longer.push_back(0);
+    std::vector<std::uint8_t> versionWithArguments = good;
+    versionWithArguments[1] = static_cast<std::uint8_t>(Operation::GetVersion);
+    std::vector<std::uint8_t> familyFive = good;
+    familyFive[2] = 5;
+    // The socket's own rules (tested with the destroyer) apply to what arrives.
+    const std::vector<std::vector<std::uint8_t>> bad = {
+        std::vector<std::uint8_t>(good.begin(), good.end() - 1),
+        longer,
+        versionWithArguments,
+        familyFive,
+        encoded([](SocketIdentity& socket) { socket.protocol = IPPROTO_UDP; }),
+        encoded([](SocketIdentity& socket) { socket.localAddress[8] = 1; }),
+        encoded([](SocketIdentity& socket) { socket.cookie = ~std::uint64_t(0); }),
+    };
+    for (std::size_t i = 0; i < bad.size(); ++i) {
+        SCOPED_TRACE(i);
+        DecodeError error;
+        EXPECT_FALSE(decodeRequest(bad[i], &error));
+        EXPECT_FALSE(error.message.empty());
+    }
+}
+
+TEST(HelperProtocol, CloseOutcomesRoundTripAsText)
+{
+    using SocketDestroyer::Outcome;
+    for (const Outcome outcome : {Outcome::Closed, Outcome::NotSupported, Outcome::NotPermitted,
+                                  Outcome::AlreadyGone, Outcome::Invalid, Outcome::Failed}) {
+        for (const std::string detail : {"", "process 12 holds it: not yours"}) {
+            const SocketDestroyer::Result result{outcome, detail};
+            EXPECT_EQ(parseCloseOutcome(closeOutcomeText(result)), result);
+        }
+    }
+    EXPECT_EQ(closeOutcomeText({Outcome::NotPermitted, "why"}), "not-permitted: why");
+    for (const char* text : {"", "shut", "closed:x", "Closed"})
+        EXPECT_EQ(parseCloseOutcome(text), std::nullopt) << text;
 }
 
 TEST(HelperProtocol, Utf8ValidationIsStrict)
