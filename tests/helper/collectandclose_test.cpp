@@ -23,7 +23,6 @@ namespace {
 constexpr int kCollect = static_cast<int>(Operation::RunCollector);
 constexpr int kStatusNull = 0;
 constexpr int kStatusText = 1;
-constexpr int kStatusBadRequest = 3;
 
 std::string closeBytes(const SocketIdentity& socket)
 {
@@ -202,19 +201,6 @@ TEST_F(CollectAndCloseTest, RootClosesAnyConnectionOthersOnlyTheirOwn)
         });
     EXPECT_EQ(ownerStatus, 0);
     EXPECT_EQ(LoopbackConnection::readOutcome(owned.server), ECONNRESET);
-}
-
-TEST_F(CollectAndCloseTest, ACloseRequestThatNamesNoConnectionIsABadRequest)
-{
-    ASSERT_TRUE(m_daemon.start(m_socket, {"--allow-uid", std::to_string(::getuid())}));
-    LoopbackConnection connection;
-    SocketIdentity socket = LoopbackConnection::identityOf(connection.client);
-    socket.cookie = ~std::uint64_t(0);
-    const auto reply = rawRequest(m_socket, closeBytes(socket));
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->status, kStatusBadRequest);
-    EXPECT_EQ(reply->text, "the cookie is not a socket's cookie");
-    EXPECT_TRUE(carriesData(connection));
 }
 
 } // namespace

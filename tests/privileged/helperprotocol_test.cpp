@@ -69,65 +69,35 @@ TEST(HelperProtocol, RejectsMalformedPayloads)
     EXPECT_EQ(request->operation, Operation::RunLsof);
 }
 
-SocketIdentity loopbackSocket(int family)
-{
-    SocketIdentity socket;
-    socket.family = static_cast<std::uint8_t>(family);
-    socket.protocol = IPPROTO_TCP;
-    socket.localAddress[0] = 127;
-    socket.localAddress[3] = 1;
-    socket.remoteAddress = socket.localAddress;
-    if (family == AF_INET6)
-        socket.remoteAddress[15] = 9;
-    socket.localPort = 0x1234;
-    socket.remotePort = 443;
-    socket.cookie = 0x0102030405060708;
-    return socket;
-}
-
+// The byte layout is checked against docs/helper-protocol.md by its drift test; here, that a
+// close request comes back whole and that the wire's own constraints hold.
 TEST(HelperProtocol, CloseRequestsCarryTheirSocketAndAreValidated)
 {
-    for (const int family : {AF_INET, AF_INET6}) {
-        const Request request(Operation::CloseConnection, loopbackSocket(family));
-        const std::vector<std::uint8_t> payload = encodeRequest(request);
-        ASSERT_EQ(payload.size(), kRequestSize + kCloseArgumentsSize);
-        // The family travels as the IP version; numbers are big-endian.
-        EXPECT_EQ(payload[2], family == AF_INET ? 4 : 6);
-        EXPECT_EQ(payload[20], 0x12);
-        EXPECT_EQ(payload[21], 0x34);
-        EXPECT_EQ(payload[47], 0x08);
-        DecodeError error;
-        const auto decoded = decodeRequest(payload, &error);
-        ASSERT_TRUE(decoded) << error.message;
-        EXPECT_EQ(decoded->socket, request.socket);
-    }
-    const std::vector<std::uint8_t> good =
-        encodeRequest({Operation::CloseConnection, loopbackSocket(AF_INET)});
-    const auto encoded = [](auto change) {
-        SocketIdentity socket = loopbackSocket(AF_INET);
-        change(socket);
-        return encodeRequest({Operation::CloseConnection, socket});
-    };
+    SocketIdentity socket;
+    socket.family = AF_INET6;
+    socket.protocol = IPPROTO_TCP;
+    socket.localAddress[15] = 1;
+    socket.remoteAddress[15] = 1;
+    socket.localPort = 40000;
+    socket.remotePort = 443;
+    socket.cookie = 0x0102030405060708;
+    const std::vector<std::uint8_t> good = encodeRequest({Operation::CloseConnection, socket});
+    DecodeError error;
+    const auto decoded = decodeRequest(good, &error);
+    ASSERT_TRUE(decoded) << error.message;
+    EXPECT_EQ(decoded->socket, socket);
+
     std::vector<std::uint8_t> longer = good;
     longer.push_back(0);
     std::vector<std::uint8_t> versionWithArguments = good;
     versionWithArguments[1] = static_cast<std::uint8_t>(Operation::GetVersion);
     std::vector<std::uint8_t> familyFive = good;
     familyFive[2] = 5;
-    // The socket's own rules (tested with the destroyer) apply to what arrives.
-    const std::vector<std::vector<std::uint8_t>> bad = {
-        std::vector<std::uint8_t>(good.begin(), good.end() - 1),
-        longer,
-        versionWithArguments,
-        familyFive,
-        encoded([](SocketIdentity& socket) { socket.protocol = IPPROTO_UDP; }),
-        encoded([](SocketIdentity& socket) { socket.localAddress[8] = 1; }),
-        encoded([](SocketIdentity& socket) { socket.cookie = ~std::uint64_t(0); }),
-    };
-    for (std::size_t i = 0; i < bad.size(); ++i) {
-        SCOPED_TRACE(i);
-        DecodeError error;
-        EXPECT_FALSE(decodeRequest(bad[i], &error));
+    std::vector<std::uint8_t> allOnesCookie = good;
+    std::fill(allOnesCookie.end() - 8, allOnesCookie.end(), 0xFF);
+    for (const auto& payload : {std::vector<std::uint8_t>(good.begin(), good.end() - 1), longer,
+                                versionWithArguments, familyFive, allOnesCookie}) {
+        EXPECT_FALSE(decodeRequest(payload, &error));
         EXPECT_FALSE(error.message.empty());
     }
 }
