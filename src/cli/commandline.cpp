@@ -3,6 +3,7 @@
 #include "changes/changereporter.h"
 #include "changes/connectionlog.h"
 #include "cliacquisition.h"
+#include "closecommand.h"
 #include "helpercommand.h"
 #include "itemprinter.h"
 #include "listoptions.h"
@@ -14,6 +15,7 @@
 #include "settingscommand.h"
 #include "snapshot/hostnameresolver.h"
 #include "snapshot/lsoffetcher.h"
+#include "socketscommand.h"
 #include "verbusage.h"
 #include "watchcommand.h"
 
@@ -34,8 +36,8 @@ constexpr int kExitUsage = 2;
 // How long `list` waits for reverse look-ups before it prints what it has.
 constexpr int kResolveWaitMs = 2000;
 
-const QStringList kVerbs = {u"replay"_s,   u"list"_s,     u"watch"_s,
-                            u"settings"_s, u"profiles"_s, u"helper"_s};
+const QStringList kVerbs = {u"replay"_s,   u"list"_s,   u"watch"_s,   u"settings"_s,
+                            u"profiles"_s, u"helper"_s, u"sockets"_s, u"close"_s};
 
 const QStringList kHelpWords = {u"help"_s, u"--help"_s, u"-h"_s};
 
@@ -95,6 +97,11 @@ int CommandLine::run(const QStringList& arguments)
         m_out.flush();
         return kExitOk;
     }
+    // These two answer their own --help.
+    if (verb == u"sockets")
+        return SocketsCommand::run(rest, m_out, m_err);
+    if (verb == u"close")
+        return CloseCommand::run(rest, m_out, m_err);
     // Anywhere after a verb, a help word asks for that verb's usage.
     if (kVerbs.contains(verb) && std::any_of(rest.begin(), rest.end(), [](const QString& word) {
             return word == u"--help" || word == u"-h";

@@ -73,7 +73,8 @@ int runHelperCommand(const QStringList& args, QTextStream& out, QTextStream& err
         return usage(err, u"missing helper action"_s);
 
     if (action == u"remove-instructions") {
-        out << "To remove the Corvina helper, run:\n";
+        out << "To remove the Corvina helper (the daemon and corvina-sockets, the units, the "
+               "policy and the group), run:\n";
         for (const QString& command : helperRemoveCommands())
             out << "  " << command << '\n';
         out.flush();

@@ -93,6 +93,20 @@ bool HelperInstaller::addInvokingUser()
     return runFixed(usermod[0], usermod);
 }
 
+// corvina-sockets is built beside the daemon. Without it the daemon still serves lsof, and
+// answers null to a collect request, which the application takes as its cue to fall back.
+bool HelperInstaller::copySocketsProgram(const std::string& executable)
+{
+    const fs::path source = fs::path(executable).parent_path() / kSocketsProgramName;
+    std::error_code error;
+    if (!fs::exists(source, error)) {
+        std::cerr << "corvina-helper: " << source.string()
+                  << " is missing; the helper will run lsof only\n";
+        return true;
+    }
+    return copyFile(source.string(), staged(kSocketsProgram));
+}
+
 int HelperInstaller::install(const std::string& executable)
 {
     const bool staging = !m_root.empty();
@@ -103,7 +117,7 @@ int HelperInstaller::install(const std::string& executable)
     }
     const std::string target = kExecutable;
     const std::string unitDirectory = kUnitDirectory;
-    if (!copyFile(executable, staged(target)) ||
+    if (!copyFile(executable, staged(target)) || !copySocketsProgram(executable) ||
         !writeFile(staged(unitDirectory + '/' + kSocketUnit), HelperUnitFiles::kSocketUnit, 0644) ||
         !writeFile(staged(unitDirectory + '/' + kServiceUnit), HelperUnitFiles::kServiceUnit,
                    0644) ||

@@ -15,7 +15,8 @@ namespace {
 constexpr const char* kUsage =
     "usage: corvina-helper                 serve the socket systemd passes (socket activation)\n"
     "       corvina-helper --socket PATH [--allow-uid UID]... [--lsof PATH]\n"
-    "                      [--request-timeout MS] [--idle-timeout MS] [--lsof-timeout MS]\n"
+    "                      [--sockets-program PATH] [--request-timeout MS]\n"
+    "                      [--idle-timeout MS] [--lsof-timeout MS] [--sockets-timeout MS]\n"
     "                      [--max-connections N] [--max-per-peer N]\n"
     "                                      serve a socket of its own (tests, manual runs)\n"
     "       corvina-helper --install [--destdir DIR]\n"
@@ -34,9 +35,8 @@ struct Arguments {
     bool version = false;
     std::string destdir;
     std::string socketPath;
-    std::string lsofPath;
     std::vector<uid_t> allowedUids;
-    std::chrono::milliseconds lsofTimeout = HelperProtocol::kLsofTimeout;
+    CVHelperTool::Programs programs;
     OVPrivilegeToolBase::Options tool;
 };
 
@@ -51,7 +51,9 @@ bool setNumericOption(const std::string& option, unsigned long number, Arguments
     else if (option == "--idle-timeout")
         args->tool.idleTimeout = milliseconds(number);
     else if (option == "--lsof-timeout")
-        args->lsofTimeout = milliseconds(number);
+        args->programs.lsofTimeout = milliseconds(number);
+    else if (option == "--sockets-timeout")
+        args->programs.collectTimeout = milliseconds(number);
     else if (option == "--max-connections" && number > 0)
         args->tool.maxConnections = number;
     else if (option == "--max-per-peer" && number > 0)
@@ -94,8 +96,8 @@ bool parseArguments(int argc, char** argv, Arguments* args, std::string* error)
         } else if (option == "--socket") {
             if (!value(&args->socketPath))
                 return false;
-        } else if (option == "--lsof") {
-            if (!value(&args->lsofPath))
+        } else if (option == "--lsof" || option == "--sockets-program") {
+            if (!value(option == "--lsof" ? &args->programs.lsofPath : &args->programs.socketsPath))
                 return false;
             testOnlyOption = true;
         } else if (option.rfind("--", 0) == 0 && setNumericOption(option, 1, &probe)) {
@@ -112,9 +114,10 @@ bool parseArguments(int argc, char** argv, Arguments* args, std::string* error)
         }
     }
     // The socket-activated daemon is the one root runs for everybody: it always uses the fixed
-    // lsof, the fixed limits and the fixed peer policy.
+    // programs, the fixed limits and the fixed peer policy.
     if (testOnlyOption && args->socketPath.empty()) {
-        *error = "--allow-uid, --lsof, the time-out and the connection options need --socket";
+        *error = "--allow-uid, --lsof, --sockets-program, the time-out and the connection options "
+                 "need --socket";
         return false;
     }
     return true;
@@ -148,7 +151,7 @@ int main(int argc, char** argv)
 
     OVPrivilegeToolBase::Options options = args.tool;
     options.policy = PeerPolicy(PeerPolicy::kDefaultGroup, args.allowedUids);
-    CVHelperTool tool(options, args.lsofPath, args.lsofTimeout);
+    CVHelperTool tool(options, args.programs);
     if (!args.socketPath.empty()) {
         if (!tool.listenOn(args.socketPath, &error)) {
             std::cerr << "corvina-helper: " << error << '\n';

@@ -29,11 +29,12 @@ void HelperConnection::setInvalidationHandler(std::function<void()> handler)
     m_invalidationHandler = std::move(handler);
 }
 
-void HelperConnection::send(Operation operation, ReplyHandler reply, ErrorHandler error)
+void HelperConnection::send(const HelperProtocol::Request& request, ReplyHandler reply,
+                            ErrorHandler error)
 {
     {
         std::lock_guard lock(m_lock);
-        m_queue.push_back({operation, std::move(reply), std::move(error)});
+        m_queue.push_back({request, std::move(reply), std::move(error)});
     }
     m_wake.notify_all();
 }
@@ -82,7 +83,7 @@ void HelperConnection::work()
             continue;
         }
         Failure failure;
-        const auto reply = exchange(next.operation, &failure);
+        const auto reply = exchange(next.request, &failure);
         if (!reply) {
             markInvalid();
             next.error(failure);
@@ -94,9 +95,10 @@ void HelperConnection::work()
 
 // One socket per request: the daemon closes idle connections, and a fresh socket never meets
 // a half-read reply of an earlier request.
-std::optional<HelperProtocol::Reply> HelperConnection::exchange(Operation operation,
-                                                                Failure* failure)
+std::optional<HelperProtocol::Reply>
+HelperConnection::exchange(const HelperProtocol::Request& request, Failure* failure)
 {
+    const Operation operation = request.operation;
     std::string* error = &failure->message;
     FramedSocket socket = FramedSocket::connectTo(m_socketPath, error);
     if (!socket.isValid())
@@ -111,7 +113,7 @@ std::optional<HelperProtocol::Reply> HelperConnection::exchange(Operation operat
     }
     const auto deadline = FramedSocket::Clock::now() + m_replyTimeout;
     const FramedSocket::Result written =
-        socket.writeFrame(HelperProtocol::encodeRequest({operation}), deadline);
+        socket.writeFrame(HelperProtocol::encodeRequest(request), deadline);
     // A refusal or a busy reply is sent at once and the connection closed, without reading
     // the request: it may be waiting here even when the request could not be written.
     std::vector<std::uint8_t> payload;

@@ -37,21 +37,21 @@ public:
 
     // Called once, on the connection's thread, when the connection becomes invalid.
     void setInvalidationHandler(std::function<void()> handler);
-    void send(HelperProtocol::Operation operation, ReplyHandler reply, ErrorHandler error);
+    void send(const HelperProtocol::Request& request, ReplyHandler reply, ErrorHandler error);
     void invalidate();
     bool isInvalidated() const { return m_invalidated.load(); }
     const std::string& socketPath() const { return m_socketPath; }
 
 private:
     struct Pending {
-        HelperProtocol::Operation operation;
+        HelperProtocol::Request request;
         ReplyHandler reply;
         ErrorHandler error;
     };
 
     void work();
     // Nullopt with `failure` set on failure.
-    std::optional<HelperProtocol::Reply> exchange(HelperProtocol::Operation operation,
+    std::optional<HelperProtocol::Reply> exchange(const HelperProtocol::Request& request,
                                                   Failure* failure);
     void markInvalid();
 

@@ -1,11 +1,13 @@
 #include "helperprotocol.h"
 
+#include <algorithm>
+
 namespace HelperProtocol {
 
 bool isKnownOperation(std::uint8_t code)
 {
     return code >= static_cast<std::uint8_t>(Operation::ConnectWithEndpoint) &&
-           code <= static_cast<std::uint8_t>(Operation::RunLsof);
+           code <= static_cast<std::uint8_t>(Operation::CloseConnection);
 }
 
 const char* operationName(Operation operation)
@@ -17,20 +19,83 @@ const char* operationName(Operation operation)
         return "getVersionWithReply";
     case Operation::RunLsof:
         return "runLsofWithReply";
+    case Operation::RunCollector:
+        return "runCollectorWithReply";
+    case Operation::CloseConnection:
+        return "closeConnectionWithReply";
     }
     return "unknown";
 }
 
+namespace {
+
+// The family travels as the IP version, not as this system's AF_ number.
+constexpr std::uint8_t kWireIpv4 = 4;
+constexpr std::uint8_t kWireIpv6 = 6;
+
+void putBigEndian(std::vector<std::uint8_t>& out, std::uint64_t value, int bytes)
+{
+    for (int i = bytes - 1; i >= 0; --i)
+        out.push_back(static_cast<std::uint8_t>(value >> (8 * i)));
+}
+
+std::uint64_t getBigEndian(const std::uint8_t* in, int bytes)
+{
+    std::uint64_t value = 0;
+    for (int i = 0; i < bytes; ++i)
+        value = (value << 8) | in[i];
+    return value;
+}
+
+void encodeSocket(const SocketIdentity& socket, std::vector<std::uint8_t>& out)
+{
+    out.push_back(socket.family == AF_INET6 ? kWireIpv6 : kWireIpv4);
+    out.push_back(socket.protocol);
+    out.insert(out.end(), socket.localAddress.begin(), socket.localAddress.end());
+    putBigEndian(out, socket.localPort, 2);
+    out.insert(out.end(), socket.remoteAddress.begin(), socket.remoteAddress.end());
+    putBigEndian(out, socket.remotePort, 2);
+    putBigEndian(out, socket.cookie, 8);
+}
+
+// `in` holds kCloseArgumentsSize bytes.
+std::optional<SocketIdentity> decodeSocket(const std::uint8_t* in, DecodeError* error)
+{
+    if (in[0] != kWireIpv4 && in[0] != kWireIpv6) {
+        error->message = "the family must be 4 or 6, not " + std::to_string(in[0]);
+        return std::nullopt;
+    }
+    SocketIdentity socket;
+    socket.family = in[0] == kWireIpv4 ? AF_INET : AF_INET6;
+    socket.protocol = in[1];
+    std::copy(in + 2, in + 18, socket.localAddress.begin());
+    socket.localPort = static_cast<std::uint16_t>(getBigEndian(in + 18, 2));
+    std::copy(in + 20, in + 36, socket.remoteAddress.begin());
+    socket.remotePort = static_cast<std::uint16_t>(getBigEndian(in + 36, 2));
+    socket.cookie = getBigEndian(in + 38, 8);
+    if (std::string why = socket.validationError(); !why.empty()) {
+        error->message = std::move(why);
+        return std::nullopt;
+    }
+    return socket;
+}
+
+} // namespace
+
 std::vector<std::uint8_t> encodeRequest(const Request& request)
 {
-    return {kProtocolVersion, static_cast<std::uint8_t>(request.operation)};
+    std::vector<std::uint8_t> payload = {kProtocolVersion,
+                                         static_cast<std::uint8_t>(request.operation)};
+    if (request.operation == Operation::CloseConnection)
+        encodeSocket(request.socket, payload);
+    return payload;
 }
 
 std::optional<Request> decodeRequest(const std::vector<std::uint8_t>& payload, DecodeError* error)
 {
-    if (payload.size() != kRequestSize) {
-        error->message = "a request is " + std::to_string(kRequestSize) + " bytes, this one is " +
-                         std::to_string(payload.size());
+    if (payload.size() < kRequestSize) {
+        error->message = "a request is at least " + std::to_string(kRequestSize) +
+                         " bytes, this one is " + std::to_string(payload.size());
         return std::nullopt;
     }
     if (payload[0] != kProtocolVersion) {
@@ -41,7 +106,69 @@ std::optional<Request> decodeRequest(const std::vector<std::uint8_t>& payload, D
         error->message = "unknown operation " + std::to_string(payload[1]);
         return std::nullopt;
     }
-    return Request{static_cast<Operation>(payload[1])};
+    Request request(static_cast<Operation>(payload[1]));
+    const bool closes = request.operation == Operation::CloseConnection;
+    const std::size_t expected = kRequestSize + (closes ? kCloseArgumentsSize : 0);
+    if (payload.size() != expected) {
+        error->message = std::string("a ") + operationName(request.operation) + " request is " +
+                         std::to_string(expected) + " bytes, this one is " +
+                         std::to_string(payload.size());
+        return std::nullopt;
+    }
+    if (closes) {
+        const auto socket = decodeSocket(payload.data() + kRequestSize, error);
+        if (!socket)
+            return std::nullopt;
+        request.socket = *socket;
+    }
+    return request;
+}
+
+const char* closeOutcomeCode(SocketDestroyer::Outcome outcome)
+{
+    using SocketDestroyer::Outcome;
+    switch (outcome) {
+    case Outcome::Closed:
+        return "closed";
+    case Outcome::NotSupported:
+        return "not-supported";
+    case Outcome::NotPermitted:
+        return "not-permitted";
+    case Outcome::AlreadyGone:
+        return "already-gone";
+    case Outcome::Invalid:
+        return "invalid";
+    case Outcome::Failed:
+        break;
+    }
+    return "failed";
+}
+
+std::string closeOutcomeText(const SocketDestroyer::Result& result)
+{
+    std::string text = closeOutcomeCode(result.outcome);
+    if (!result.detail.empty())
+        text += ": " + result.detail;
+    return text;
+}
+
+std::optional<SocketDestroyer::Result> parseCloseOutcome(std::string_view text)
+{
+    const std::size_t colon = text.find(':');
+    const std::string_view code = text.substr(0, colon);
+    std::string detail;
+    if (colon != std::string_view::npos) {
+        if (text.substr(colon, 2) != ": ")
+            return std::nullopt;
+        detail = text.substr(colon + 2);
+    }
+    using SocketDestroyer::Outcome;
+    for (const Outcome outcome : {Outcome::Closed, Outcome::NotSupported, Outcome::NotPermitted,
+                                  Outcome::AlreadyGone, Outcome::Invalid, Outcome::Failed}) {
+        if (code == closeOutcomeCode(outcome))
+            return SocketDestroyer::Result{outcome, std::move(detail)};
+    }
+    return std::nullopt;
 }
 
 std::vector<std::uint8_t> encodeReply(const Reply& reply)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "collector/socketdestroyer.h"
+
 #include <array>
 #include <chrono>
 #include <cstddef>
@@ -11,15 +13,19 @@
 
 // The wire protocol between the helper daemon and its clients (docs/helper-protocol.md).
 // A frame is a 4-byte big-endian payload length followed by the payload. A request payload is
-// [version][operation]; a reply payload is [version][operation][status] followed, for a text
-// reply, by the UTF-8 text. Plain C++: the daemon links no Qt.
+// [version][operation], followed for closeConnection by the socket it names; a reply payload is
+// [version][operation][status] followed, for a text reply, by the UTF-8 text. Plain C++: the
+// daemon links no Qt.
 namespace HelperProtocol {
 
 inline constexpr std::uint8_t kProtocolVersion = 1;
 inline constexpr std::size_t kFrameHeaderSize = 4;
 inline constexpr std::size_t kRequestSize = 2;
+// What follows a closeConnection request's two bytes: family, protocol, local address and port,
+// remote address and port, cookie.
+inline constexpr std::size_t kCloseArgumentsSize = 46;
 inline constexpr std::size_t kReplyHeaderSize = 3;
-// A request is two bytes; anything longer than this is abuse, not a future extension.
+// The longest request is 48 bytes; anything longer than this is abuse, not a future extension.
 inline constexpr std::size_t kMaxRequestFrame = 64;
 // lsof text for 100 000 sockets is about 15 MiB; a reply beyond this is refused by the client.
 inline constexpr std::size_t kMaxReplyFrame = 64 * 1024 * 1024;
@@ -32,6 +38,8 @@ inline constexpr std::chrono::milliseconds kIdleTimeout{3000};
 // The client waits this long for a reply: lsof's own bound plus a margin.
 inline constexpr std::chrono::milliseconds kReplyTimeout{15000};
 inline constexpr std::chrono::milliseconds kLsofTimeout{10000};
+// corvina-sockets is bounded as lsof is: the client's reply time-out covers both.
+inline constexpr std::chrono::milliseconds kCollectTimeout{10000};
 inline constexpr std::size_t kMaxConnections = 32;
 // One user (root excepted) holds at most this many connections at once.
 inline constexpr std::size_t kMaxConnectionsPerPeer = 8;
@@ -42,6 +50,8 @@ enum class Operation : std::uint8_t {
     ConnectWithEndpoint = 1,
     GetVersion = 2,
     RunLsof = 3,
+    RunCollector = 4,
+    CloseConnection = 5,
 };
 
 enum class Status : std::uint8_t {
@@ -56,7 +66,14 @@ enum class Status : std::uint8_t {
 };
 
 struct Request {
-    Operation operation = Operation::GetVersion;
+    Request(Operation operation = Operation::GetVersion, SocketIdentity socket = {})
+        : operation(operation), socket(socket)
+    {
+    }
+
+    Operation operation;
+    // closeConnection only: the connection to close, valid by SocketIdentity::validationError.
+    SocketIdentity socket;
 };
 
 struct Reply {
@@ -86,6 +103,12 @@ std::vector<std::uint8_t> encodeReply(const Reply& reply);
 using ReplyFrameHead = std::array<std::uint8_t, kFrameHeaderSize + kReplyHeaderSize>;
 ReplyFrameHead encodeReplyFrameHead(Operation operation, Status status, std::size_t textSize);
 std::optional<Reply> decodeReply(const std::vector<std::uint8_t>& payload, DecodeError* error);
+
+// A closeConnection reply's text: the outcome's code, then ": " and the detail when there is one.
+std::string closeOutcomeText(const SocketDestroyer::Result& result);
+// Nullopt for a text that starts with no known code.
+std::optional<SocketDestroyer::Result> parseCloseOutcome(std::string_view text);
+const char* closeOutcomeCode(SocketDestroyer::Outcome outcome);
 
 bool isKnownOperation(std::uint8_t code);
 const char* operationName(Operation operation);

@@ -384,7 +384,7 @@ void OVPrivilegeToolBase::serveConnection(int fd)
             break;
         }
         std::optional<std::string> answer;
-        perform(request->operation,
+        perform(*request, peer,
                 [&answer](std::optional<std::string> value) { answer = std::move(value); });
         if (!send(request->operation, answer ? Status::Text : Status::Null, answer.value_or("")))
             break;
@@ -392,9 +392,10 @@ void OVPrivilegeToolBase::serveConnection(int fd)
     releaseSocket();
 }
 
-void OVPrivilegeToolBase::perform(Operation operation, const ReplyHandler& reply)
+void OVPrivilegeToolBase::perform(const HelperProtocol::Request& request, const PeerCredentials&,
+                                  const ReplyHandler& reply)
 {
-    switch (operation) {
+    switch (request.operation) {
     case Operation::ConnectWithEndpoint:
         connectWithEndpointReply(reply);
         return;
@@ -402,6 +403,8 @@ void OVPrivilegeToolBase::perform(Operation operation, const ReplyHandler& reply
         getVersionWithReply(reply);
         return;
     case Operation::RunLsof:
+    case Operation::RunCollector:
+    case Operation::CloseConnection:
         break;
     }
     reply(std::nullopt);

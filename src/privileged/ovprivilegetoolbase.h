@@ -100,8 +100,10 @@ public:
     void getVersionWithReply(const ReplyHandler& reply) const;
 
 protected:
-    // Performs one exported operation; subclasses handle theirs and pass the rest here.
-    virtual void perform(HelperProtocol::Operation operation, const ReplyHandler& reply);
+    // Performs one exported operation for `peer`; subclasses handle theirs and pass the rest
+    // here.
+    virtual void perform(const HelperProtocol::Request& request, const PeerCredentials& peer,
+                         const ReplyHandler& reply);
 
 private:
     void serveConnection(int fd);

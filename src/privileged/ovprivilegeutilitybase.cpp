@@ -212,11 +212,11 @@ void OVPrivilegeUtilityBase::dropConnection(const std::shared_ptr<HelperConnecti
     }
 }
 
-void OVPrivilegeUtilityBase::sendRequest(Operation operation, TextReply reply,
+void OVPrivilegeUtilityBase::sendRequest(const HelperProtocol::Request& request, TextReply reply,
                                          std::function<void()> onError)
 {
     sendBytesRequest(
-        operation,
+        request,
         [reply](std::optional<QByteArray> bytes) {
             reply(bytes ? std::optional<QString>(QString::fromUtf8(*bytes)) : std::nullopt);
         },
@@ -259,8 +259,8 @@ void OVPrivilegeUtilityBase::noteFailure(const HelperConnection::Failure& failur
         SystemLog::write(u"connect error "_s + message + u". "_s + refusalAdvice());
 }
 
-void OVPrivilegeUtilityBase::sendBytesRequest(Operation operation, BytesReply reply,
-                                              std::function<void()> onError)
+void OVPrivilegeUtilityBase::sendBytesRequest(const HelperProtocol::Request& request,
+                                              BytesReply reply, std::function<void()> onError)
 {
     if (refusal()) {
         if (onError)
@@ -270,7 +270,7 @@ void OVPrivilegeUtilityBase::sendBytesRequest(Operation operation, BytesReply re
     }
     const auto connection = connectToHelperTool();
     connection->send(
-        operation,
+        request,
         [reply](std::optional<std::string> text) {
             reply(text
                       ? std::optional<QByteArray>(QByteArray(text->data(), qsizetype(text->size())))

@@ -96,9 +96,9 @@ protected:
     // Sends one request; `reply` gets the answer or, after "connect error" is logged, null.
     // On a failure `onError` runs first. They run on the connection's thread; once the daemon
     // has refused this user, at once on the caller's, with nothing logged.
-    void sendRequest(HelperProtocol::Operation operation, TextReply reply,
+    void sendRequest(const HelperProtocol::Request& request, TextReply reply,
                      std::function<void()> onError = {});
-    void sendBytesRequest(HelperProtocol::Operation operation, BytesReply reply,
+    void sendBytesRequest(const HelperProtocol::Request& request, BytesReply reply,
                           std::function<void()> onError = {});
 
 private:

@@ -1,4 +1,5 @@
 #include "daemonprocess.h"
+#include "loopbackconnection.h"
 
 #include "helper/cvhelperutility.h"
 #include "platform/systemlog.h"
@@ -177,6 +178,43 @@ TEST_F(HelperClientTest, GetsVersionAndLsofTextOffTheGuiThread)
     EXPECT_EQ(utility.helperVersion(), u"1.0"_s);
     EXPECT_EQ(lsof.replies.at(0), QByteArray("COMMAND PID\n-i -n -P +c 0\n"));
     EXPECT_NE(lsof.threads.at(0), QThread::currentThreadId());
+    EXPECT_TRUE(log().isEmpty()) << log().join(u'\n').toStdString();
+}
+
+TEST_F(HelperClientTest, CollectsAndClosesThroughTheDaemon)
+{
+    const std::string sockets = m_dir + "/sockets";
+    std::ofstream(sockets) << "#!/bin/sh\necho 'COMMAND PID'\n";
+    ::chmod(sockets.c_str(), 0755);
+    ASSERT_TRUE(m_daemon.start(
+        m_socket, {"--allow-uid", std::to_string(::getuid()), "--sockets-program", sockets}));
+    CVHelperUtility utility(environment());
+    ReplyRecorder<QByteArray> collect;
+    utility.runCollectorWithReply(collect.callback());
+    ASSERT_TRUE(collect.waitForReply());
+    EXPECT_EQ(collect.replies.at(0), QByteArray("COMMAND PID\n"));
+
+    LoopbackConnection connection;
+    SocketIdentity socket = LoopbackConnection::identityOf(connection.client);
+    ReplyRecorder<SocketDestroyer::Result> close;
+    utility.closeConnection(socket, close.callback());
+    ASSERT_TRUE(close.waitForReply());
+    ASSERT_TRUE(close.replies.at(0));
+    // Root's daemon closes it; a user's own daemon lacks CAP_NET_ADMIN and says so.
+    const auto expected = ::geteuid() == 0 ? SocketDestroyer::Outcome::Closed
+                                           : SocketDestroyer::Outcome::NotPermitted;
+    if (close.replies[0]->outcome != SocketDestroyer::Outcome::NotSupported) {
+        EXPECT_EQ(close.replies[0]->outcome, expected) << close.replies[0]->detail;
+    }
+
+    // Fields that name no connection are not sent: the answer comes at once, on this thread.
+    socket.cookie = 0;
+    ReplyRecorder<SocketDestroyer::Result> invalid;
+    utility.closeConnection(socket, invalid.callback());
+    ASSERT_EQ(invalid.replies.size(), 1u);
+    ASSERT_TRUE(invalid.replies[0]);
+    EXPECT_EQ(invalid.replies[0]->outcome, SocketDestroyer::Outcome::Invalid);
+    EXPECT_EQ(invalid.threads.at(0), QThread::currentThreadId());
     EXPECT_TRUE(log().isEmpty()) << log().join(u'\n').toStdString();
 }
 

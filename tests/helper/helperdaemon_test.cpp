@@ -27,6 +27,7 @@ namespace {
 constexpr int kEndpoint = 1;
 constexpr int kVersion = 2;
 constexpr int kRunLsof = 3;
+constexpr int kRunCollector = 4;
 constexpr int kStatusNull = 0;
 constexpr int kStatusText = 1;
 constexpr int kStatusRefused = 2;
@@ -296,45 +297,54 @@ TEST_F(HelperDaemonTest, ServesAHundredClientsAtOnce)
     EXPECT_EQ(answered.load(), kClients);
 }
 
-// However many clients ask at once, one lsof runs at a time and its text answers every request
-// that arrived before it started: twenty clients cost a handful of runs, not twenty parallel
-// root processes.
-TEST_F(HelperDaemonTest, ConcurrentLsofRequestsShareRunsThatNeverOverlap)
+// However many clients ask at once, one lsof (or corvina-sockets) runs at a time and its text
+// answers every request that arrived before it started: twenty clients cost a handful of runs,
+// not twenty parallel root processes.
+TEST_F(HelperDaemonTest, ConcurrentRequestsShareRunsThatNeverOverlap)
 {
-    const std::string lsof = script(
+    const std::string program = script(
         "counting", "dir=$(dirname \"$0\")\n"
                     "mkdir \"$dir/running\" 2>/dev/null || echo overlap >> \"$dir/overlaps\"\n"
                     "echo run >> \"$dir/runs\"\n"
                     "sleep 0.2\n"
                     "rmdir \"$dir/running\"\n"
                     "echo 'COMMAND PID USER'");
-    startDaemon({"--lsof", lsof});
-    constexpr int kClients = 20;
-    std::atomic<int> answered{0};
-    std::vector<std::thread> clients;
-    for (int i = 0; i < kClients; ++i) {
-        clients.emplace_back([&] {
-            const auto reply = rawRequestServed(m_socket, requestBytes(kRunLsof), 10s);
-            if (reply && reply->status == kStatusText && reply->text == "COMMAND PID USER\n")
-                ++answered;
-        });
+    for (const auto& [operation, option] :
+         {std::pair{kRunLsof, "--lsof"}, std::pair{kRunCollector, "--sockets-program"}}) {
+        SCOPED_TRACE(option);
+        fs::remove(m_dir + "/runs");
+        DaemonProcess daemon;
+        ASSERT_TRUE(
+            daemon.start(m_socket, {"--allow-uid", std::to_string(::getuid()), option, program}));
+        constexpr int kClients = 20;
+        std::atomic<int> answered{0};
+        std::vector<std::thread> clients;
+        for (int i = 0; i < kClients; ++i) {
+            clients.emplace_back([&, operation = operation] {
+                const auto reply = rawRequestServed(m_socket, requestBytes(operation), 10s);
+                if (reply && reply->status == kStatusText && reply->text == "COMMAND PID USER\n")
+                    ++answered;
+            });
+        }
+        for (std::thread& client : clients)
+            client.join();
+        EXPECT_EQ(answered.load(), kClients);
+        EXPECT_FALSE(fs::exists(m_dir + "/overlaps")) << "two runs overlapped";
+        std::ifstream runs(m_dir + "/runs");
+        int count = 0;
+        for (std::string line; std::getline(runs, line);)
+            ++count;
+        EXPECT_GE(count, 1);
+        EXPECT_LT(count, kClients / 2) << "requests that waited together share one run";
+        EXPECT_EQ(daemon.stop(), 0);
     }
-    for (std::thread& client : clients)
-        client.join();
-    EXPECT_EQ(answered.load(), kClients);
-    EXPECT_FALSE(fs::exists(m_dir + "/overlaps")) << "two lsof runs overlapped";
-    std::ifstream runs(m_dir + "/runs");
-    int count = 0;
-    for (std::string line; std::getline(runs, line);)
-        ++count;
-    EXPECT_GE(count, 1);
-    EXPECT_LT(count, kClients / 2) << "requests that waited together share one run";
 }
 
 TEST(HelperDaemonCommandLine, RejectsTestOptionsWithoutItsOwnSocket)
 {
-    for (const char* option : {"--lsof", "--allow-uid", "--request-timeout", "--idle-timeout",
-                               "--lsof-timeout", "--max-connections", "--max-per-peer"}) {
+    for (const char* option :
+         {"--lsof", "--sockets-program", "--allow-uid", "--request-timeout", "--idle-timeout",
+          "--lsof-timeout", "--sockets-timeout", "--max-connections", "--max-per-peer"}) {
         SCOPED_TRACE(option);
         EXPECT_EQ(DaemonProcess::runToCompletion({option, "1"}), 2);
     }
@@ -351,10 +361,13 @@ TEST(HelperDaemonInstall, StagesTheDaemonUnitsAndPolicy)
     ASSERT_NE(::mkdtemp(pattern), nullptr);
     const fs::path root = pattern;
     ASSERT_EQ(DaemonProcess::runToCompletion({"--install", "--destdir", root.string()}), 0);
-    const fs::path binary = root / "usr/local/libexec/corvina/corvina-helper";
-    ASSERT_TRUE(fs::exists(binary));
-    EXPECT_EQ(fs::file_size(binary), fs::file_size(DaemonProcess::executable()));
-    EXPECT_NE(fs::status(binary).permissions() & fs::perms::owner_exec, fs::perms::none);
+    const fs::path executables = fs::path(DaemonProcess::executable()).parent_path();
+    for (const char* name : {"corvina-helper", "corvina-sockets"}) {
+        const fs::path binary = root / "usr/local/libexec/corvina" / name;
+        ASSERT_TRUE(fs::exists(binary)) << name;
+        EXPECT_EQ(fs::file_size(binary), fs::file_size(executables / name));
+        EXPECT_NE(fs::status(binary).permissions() & fs::perms::owner_exec, fs::perms::none);
+    }
     const auto read = [](const fs::path& path) {
         std::ifstream in(path);
         return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());

@@ -1,9 +1,10 @@
 // Load test of the helper daemon (not part of CTest; scripts/helper-loadtest runs it): many
-// clients ask for lsof's text over and over for a while, each on a fresh connection as the
-// application does. With --idle N, N silent connections are opened first (from a child running
-// as --idle-uid when given) and held through the run: a flood that must neither lock the
-// others out nor make a client wait for the idle ones to time out. Prints what came back;
-// exits 1 when any request was neither answered nor cleanly refused or turned away.
+// clients ask for lsof's text (or, with --operation collect, corvina-sockets' text) over and
+// over for a while, each on a fresh connection as the application does. With --idle N, N silent
+// connections are opened first (from a child running as --idle-uid when given) and held through the
+// run: a flood that must neither lock the others out nor make a client wait for the idle ones to
+// time out. Prints what came back; exits 1 when any request was neither answered nor cleanly
+// refused or turned away.
 
 #include "privileged/framedsocket.h"
 #include "privileged/helperprotocol.h"
@@ -35,7 +36,7 @@ struct Counts {
     std::atomic<long> slowestMs{0};
 };
 
-void ask(const std::string& socketPath, Counts& counts)
+void ask(const std::string& socketPath, HelperProtocol::Operation operation, Counts& counts)
 {
     using HelperProtocol::Operation;
     using HelperProtocol::Status;
@@ -48,7 +49,7 @@ void ask(const std::string& socketPath, Counts& counts)
     }
     const auto deadline = start + HelperProtocol::kReplyTimeout;
     FramedSocket::Result result =
-        socket.writeFrame(HelperProtocol::encodeRequest({Operation::RunLsof}), deadline);
+        socket.writeFrame(HelperProtocol::encodeRequest({operation}), deadline);
     std::vector<std::uint8_t> payload;
     if (result == FramedSocket::Result::Ok)
         result = socket.readFrame(payload, HelperProtocol::kMaxReplyFrame, deadline);
@@ -184,6 +185,7 @@ struct Settings {
     long seconds = 60;
     long idle = 0;
     long idleUid = -1;
+    HelperProtocol::Operation operation = HelperProtocol::Operation::RunLsof;
 };
 
 bool parse(int argc, char** argv, Settings* settings)
@@ -195,6 +197,11 @@ bool parse(int argc, char** argv, Settings* settings)
         const char* value = argv[i + 1];
         if (option == "--socket")
             settings->socketPath = value;
+        else if (option == "--operation" &&
+                 (std::strcmp(value, "lsof") == 0 || std::strcmp(value, "collect") == 0))
+            settings->operation = std::strcmp(value, "lsof") == 0
+                                      ? HelperProtocol::Operation::RunLsof
+                                      : HelperProtocol::Operation::RunCollector;
         else if (!((option == "--clients" && number(value, &settings->clients)) ||
                    (option == "--seconds" && number(value, &settings->seconds)) ||
                    (option == "--idle" && number(value, &settings->idle)) ||
@@ -210,8 +217,9 @@ int main(int argc, char** argv)
 {
     Settings settings;
     if (!parse(argc, argv, &settings)) {
-        std::fprintf(stderr, "usage: corvina_helper_loadtest --socket PATH [--clients N] "
-                             "[--seconds S] [--idle N [--idle-uid UID]]\n");
+        std::fprintf(stderr,
+                     "usage: corvina_helper_loadtest --socket PATH [--clients N] "
+                     "[--seconds S] [--operation lsof|collect] [--idle N [--idle-uid UID]]\n");
         return 2;
     }
     std::unique_ptr<IdleFlood> flood;
@@ -230,7 +238,7 @@ int main(int argc, char** argv)
     for (long i = 0; i < settings.clients; ++i) {
         threads.emplace_back([&] {
             while (std::chrono::steady_clock::now() < end)
-                ask(settings.socketPath, counts);
+                ask(settings.socketPath, settings.operation, counts);
         });
     }
     for (std::thread& thread : threads)

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -69,6 +71,7 @@ TEST_F(HelperProtocolDocTest, ConstantsMatchTheCode)
         {"protocol version", kProtocolVersion},
         {"frame header size", kFrameHeaderSize},
         {"request size", kRequestSize},
+        {"close arguments size", kCloseArgumentsSize},
         {"reply header size", kReplyHeaderSize},
         {"max request frame", kMaxRequestFrame},
         {"max reply frame", kMaxReplyFrame},
@@ -76,6 +79,7 @@ TEST_F(HelperProtocolDocTest, ConstantsMatchTheCode)
         {"idle timeout ms", static_cast<unsigned long long>(kIdleTimeout.count())},
         {"reply timeout ms", static_cast<unsigned long long>(kReplyTimeout.count())},
         {"lsof timeout ms", static_cast<unsigned long long>(kLsofTimeout.count())},
+        {"collect timeout ms", static_cast<unsigned long long>(kCollectTimeout.count())},
         {"max connections", kMaxConnections},
         {"max connections per peer", kMaxConnectionsPerPeer},
         {"root reserved connections", kRootReservedConnections},
@@ -118,6 +122,70 @@ TEST_F(HelperProtocolDocTest, OperationsMatchTheCode)
     for (const std::string& candidate : CVHelperTool::lsofCandidates())
         EXPECT_NE(m_document.find("`" + candidate + "`"), std::string::npos) << candidate;
     EXPECT_NE(m_document.find(std::string("`") + CVHelperTool::kVersion + "`"), std::string::npos);
+    EXPECT_NE(m_document.find(std::string("`") + HelperInstallation::kSocketsProgram + "`"),
+              std::string::npos);
+}
+
+// Each documented field, read at its documented offset from an encoded request, holds the value
+// the socket had.
+TEST_F(HelperProtocolDocTest, CloseRequestLayoutMatchesTheCode)
+{
+    SocketIdentity socket;
+    socket.family = AF_INET6;
+    socket.protocol = IPPROTO_TCP;
+    for (std::uint8_t i = 0; i < 16; ++i) {
+        socket.localAddress[i] = i + 1;
+        socket.remoteAddress[i] = i + 101;
+    }
+    socket.localPort = 0x1234;
+    socket.remotePort = 0xABCD;
+    socket.cookie = 0x1122334455667788;
+    const std::vector<std::uint8_t> payload = encodeRequest({Operation::CloseConnection, socket});
+    const std::map<std::string, std::vector<std::uint8_t>> expected = {
+        {"family", {6}},
+        {"protocol", {IPPROTO_TCP}},
+        {"local address", {socket.localAddress.begin(), socket.localAddress.end()}},
+        {"local port", {0x12, 0x34}},
+        {"remote address", {socket.remoteAddress.begin(), socket.remoteAddress.end()}},
+        {"remote port", {0xAB, 0xCD}},
+        {"cookie", {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}},
+    };
+    std::set<std::string> seen;
+    std::size_t next = 0;
+    for (const auto& row : tableRows(m_document, "Close request")) {
+        ASSERT_GE(row.size(), 3u);
+        const std::size_t offset = std::stoul(row[0]);
+        const std::size_t size = std::stoul(row[1]);
+        EXPECT_EQ(offset, next) << "fields must follow each other: " << row[2];
+        next = offset + size;
+        const auto field = std::find_if(expected.begin(), expected.end(), [&](const auto& entry) {
+            return row[2].rfind(entry.first, 0) == 0;
+        });
+        ASSERT_NE(field, expected.end()) << row[2];
+        seen.insert(field->first);
+        ASSERT_LE(kRequestSize + next, payload.size());
+        EXPECT_EQ(std::vector<std::uint8_t>(payload.begin() + kRequestSize + offset,
+                                            payload.begin() + kRequestSize + next),
+                  field->second)
+            << field->first;
+    }
+    EXPECT_EQ(next, kCloseArgumentsSize);
+    EXPECT_EQ(seen.size(), expected.size());
+}
+
+TEST_F(HelperProtocolDocTest, CloseOutcomesMatchTheCode)
+{
+    using SocketDestroyer::Outcome;
+    std::set<std::string> code;
+    for (const Outcome outcome : {Outcome::Closed, Outcome::NotSupported, Outcome::NotPermitted,
+                                  Outcome::AlreadyGone, Outcome::Invalid, Outcome::Failed})
+        code.insert(closeOutcomeCode(outcome));
+    std::set<std::string> documented;
+    for (const auto& row : tableRows(m_document, "Close outcomes")) {
+        ASSERT_GE(row.size(), 2u);
+        documented.insert(row[0]);
+    }
+    EXPECT_EQ(documented, code);
 }
 
 TEST_F(HelperProtocolDocTest, StatusesMatchTheCode)

@@ -46,7 +46,8 @@ TEST(HelperProtocol, RejectsMalformedPayloads)
         {"three-byte request", {1, 2, 0}, true},
         {"request of another version", {2, 2}, true},
         {"operation zero", {1, 0}, true},
-        {"operation past the last", {1, 4}, true},
+        {"operation past the last", {1, 6}, true},
+        {"close without its socket", {1, 5}, true},
         {"short reply", {1, 2}, false},
         {"reply of another version", {0, 2, 1}, false},
         {"unknown status", {1, 2, 9}, false},
@@ -66,6 +67,54 @@ TEST(HelperProtocol, RejectsMalformedPayloads)
     const auto request = decodeRequest(encodeRequest({Operation::RunLsof}), &error);
     ASSERT_TRUE(request);
     EXPECT_EQ(request->operation, Operation::RunLsof);
+}
+
+// The byte layout is checked against docs/helper-protocol.md by its drift test; here, that a
+// close request comes back whole and that the wire's own constraints hold.
+TEST(HelperProtocol, CloseRequestsCarryTheirSocketAndAreValidated)
+{
+    SocketIdentity socket;
+    socket.family = AF_INET6;
+    socket.protocol = IPPROTO_TCP;
+    socket.localAddress[15] = 1;
+    socket.remoteAddress[15] = 1;
+    socket.localPort = 40000;
+    socket.remotePort = 443;
+    socket.cookie = 0x0102030405060708;
+    const std::vector<std::uint8_t> good = encodeRequest({Operation::CloseConnection, socket});
+    DecodeError error;
+    const auto decoded = decodeRequest(good, &error);
+    ASSERT_TRUE(decoded) << error.message;
+    EXPECT_EQ(decoded->socket, socket);
+
+    std::vector<std::uint8_t> longer = good;
+    longer.push_back(0);
+    std::vector<std::uint8_t> versionWithArguments = good;
+    versionWithArguments[1] = static_cast<std::uint8_t>(Operation::GetVersion);
+    std::vector<std::uint8_t> familyFive = good;
+    familyFive[2] = 5;
+    std::vector<std::uint8_t> allOnesCookie = good;
+    std::fill(allOnesCookie.end() - 8, allOnesCookie.end(), 0xFF);
+    for (const auto& payload : {std::vector<std::uint8_t>(good.begin(), good.end() - 1), longer,
+                                versionWithArguments, familyFive, allOnesCookie}) {
+        EXPECT_FALSE(decodeRequest(payload, &error));
+        EXPECT_FALSE(error.message.empty());
+    }
+}
+
+TEST(HelperProtocol, CloseOutcomesRoundTripAsText)
+{
+    using SocketDestroyer::Outcome;
+    for (const Outcome outcome : {Outcome::Closed, Outcome::NotSupported, Outcome::NotPermitted,
+                                  Outcome::AlreadyGone, Outcome::Invalid, Outcome::Failed}) {
+        for (const std::string detail : {"", "process 12 holds it: not yours"}) {
+            const SocketDestroyer::Result result{outcome, detail};
+            EXPECT_EQ(parseCloseOutcome(closeOutcomeText(result)), result);
+        }
+    }
+    EXPECT_EQ(closeOutcomeText({Outcome::NotPermitted, "why"}), "not-permitted: why");
+    for (const char* text : {"", "shut", "closed:x", "Closed"})
+        EXPECT_EQ(parseCloseOutcome(text), std::nullopt) << text;
 }
 
 TEST(HelperProtocol, Utf8ValidationIsStrict)
