@@ -34,6 +34,27 @@ CVHelperUtility* helperUtility(const AcquisitionRoads::HelperChoice& helper)
     return CVHelperUtility::sharedUtility(environment);
 }
 
+// Sends one request to the helper, from the thread its client lives on; the reply (null on any
+// failure) comes on another thread.
+void askHelper(CVHelperUtility* utility, const AcquisitionRoads::HelperReply& reply,
+               void (CVHelperUtility::*request)(CVHelperUtility::BytesReply))
+{
+    // Refused: the local road runs at once, on this thread, without asking again.
+    if (utility->refusal()) {
+        reply(QByteArray());
+        return;
+    }
+    auto send = [utility, reply, request] {
+        // No reply is null; an empty one is not (the client never makes it so).
+        (utility->*request)(
+            [reply](std::optional<QByteArray> output) { reply(output.value_or(QByteArray())); });
+    };
+    if (QThread::currentThread() == utility->thread())
+        send();
+    else
+        QMetaObject::invokeMethod(utility, send, Qt::QueuedConnection);
+}
+
 } // namespace
 
 AcquisitionRoads AcquisitionRoads::system()
@@ -64,25 +85,12 @@ AcquisitionRoads AcquisitionRoads::system(const HelperChoice& helper)
                    u"connections are shown. "_s +
                    OVPrivilegeUtilityBase::refusalAdvice();
         };
-        roads.runLsofThroughHelper =
-            [utility](const std::function<void(const QByteArray&)>& reply) {
-                // Refused: the local road runs at once, on this thread, without asking again.
-                if (utility->refusal()) {
-                    reply(QByteArray());
-                    return;
-                }
-                auto send = [utility, reply] {
-                    // No reply is null; an empty one is not (the client never makes it so).
-                    utility->runLsofWithReply([reply](std::optional<QByteArray> output) {
-                        reply(output.value_or(QByteArray()));
-                    });
-                };
-                // The client's connection is made on its own thread; the reply comes on another.
-                if (QThread::currentThread() == utility->thread())
-                    send();
-                else
-                    QMetaObject::invokeMethod(utility, send, Qt::QueuedConnection);
-            };
+        roads.runLsofThroughHelper = [utility](const HelperReply& reply) {
+            askHelper(utility, reply, &CVHelperUtility::runLsofWithReply);
+        };
+        roads.runCollectorThroughHelper = [utility](const HelperReply& reply) {
+            askHelper(utility, reply, &CVHelperUtility::runCollectorWithReply);
+        };
     }
     // One collector for the roads' life: it keeps what each pass learned.
     auto collector = std::make_shared<NativeCollector>();

@@ -5,22 +5,27 @@
 #include <QHash>
 
 #include <algorithm>
+#include <limits>
 #include <vector>
 
 namespace {
 
 // An item's place in the list with the value it sorts by.
 struct Keyed {
-    qint64 key;
+    double key;
     qsizetype index;
 };
 
+// Numbers as numbers (a round-trip time has a fraction); an unknown figure is the lowest of all.
 std::vector<Keyed> numericKeys(const LsofItemList& items, LsofItem::Key key)
 {
     std::vector<Keyed> keyed;
     keyed.reserve(size_t(items.size()));
-    for (qsizetype i = 0; i < items.size(); ++i)
-        keyed.push_back({items.at(i)->value(key).toLongLong(), i});
+    for (qsizetype i = 0; i < items.size(); ++i) {
+        const QVariant value = items.at(i)->value(key);
+        keyed.push_back(
+            {value.isValid() ? value.toDouble() : -std::numeric_limits<double>::infinity(), i});
+    }
     return keyed;
 }
 
@@ -65,7 +70,7 @@ std::vector<Keyed> textKeys(const LsofItemList& items, LsofItem::Key key)
     std::vector<Keyed> keyed;
     keyed.reserve(size_t(items.size()));
     for (qsizetype i = 0; i < items.size(); ++i)
-        keyed.push_back({folded.value(ofItem[size_t(i)]), i});
+        keyed.push_back({double(folded.value(ofItem[size_t(i)])), i});
     return keyed;
 }
 

@@ -54,6 +54,14 @@ TEST(ItemOrdering, SortsNumbersAsNumbersAndTextIgnoringCase)
         EXPECT_EQ(column(byName, LsofItem::Key::localizedAppName), expected);
     }
 
+    // Round-trip times sort by their fraction; an unknown figure is the lowest of all.
+    items[0]->setTraffic({0, 0, 0, 0, 0.8});
+    items[1]->setTraffic({0, 0, 0, 0, 0.25});
+    items[3]->setTraffic({0, 0, 0, 0, 0.0});
+    LsofItemList byRtt = items;
+    ItemOrdering{columnOf(LsofItem::Key::rtt), Qt::AscendingOrder}.apply(byRtt);
+    EXPECT_EQ(column(byRtt, LsofItem::Key::rtt), QStringList({u""_s, u"0"_s, u"0.25"_s, u"0.8"_s}));
+
     // No sort column: the snapshot's own order.
     LsofItemList unsorted = items;
     ItemOrdering{-1, Qt::AscendingOrder}.apply(unsorted);
