@@ -1,6 +1,7 @@
 #include "collector/nativecollector.h"
 #include "collectorfakes.h"
 #include "diagmessages.h"
+#include "livesockets.h"
 
 #include <gtest/gtest.h>
 
@@ -188,4 +189,45 @@ TEST(NativeCollector, malformedAnswersAreLeftOutAndCounted)
     const SocketRecords records = rig.collector.collect();
     EXPECT_EQ(keys(records), QStringList{u"10/3u/1"_s});
     EXPECT_EQ(rig.collector.skippedMessages(), 3);
+}
+
+// A loopback transfer of a known size shows in the sender's bytes sent and the receiver's
+// bytes received, within the kernel's accounting (the handshake's byte at most); a UDP socket
+// has no figures at all.
+TEST(NativeCollector, aTransferShowsInTheBytesOfBothEnds)
+{
+    LiveSockets sockets;
+    const int listener = sockets.listener("127.0.0.1");
+    const auto [client, server] = sockets.connectedPair(listener, "127.0.0.1");
+    const int udp = sockets.datagram("127.0.0.1");
+    constexpr qint64 size = 1 << 20;
+    const std::vector<char> block(size, 'x');
+    std::vector<char> sink(size);
+    qint64 sent = 0, received = 0;
+    while (received < size) {
+        if (sent < size) {
+            const ssize_t n =
+                ::send(client, block.data() + sent, size_t(size - sent), MSG_DONTWAIT);
+            sent += n > 0 ? n : 0;
+        }
+        const ssize_t n = ::recv(server, sink.data(), sink.size(), MSG_DONTWAIT);
+        received += n > 0 ? n : 0;
+    }
+    ::usleep(50 * 1000); // the last acknowledgement
+
+    NativeCollector collector;
+    const SocketRecords records = collector.collect();
+    ASSERT_TRUE(collector.refusal().isEmpty()) << collector.refusal().toStdString();
+    const SocketRecord* from = recordOf(records, ::getpid(), client);
+    const SocketRecord* to = recordOf(records, ::getpid(), server);
+    const SocketRecord* datagram = recordOf(records, ::getpid(), udp);
+    ASSERT_TRUE(from && to && datagram);
+    ASSERT_TRUE(from->bytesSent && to->bytesReceived);
+    EXPECT_GE(*from->bytesSent, size);
+    EXPECT_LE(*from->bytesSent, size + 1);
+    EXPECT_GE(*to->bytesReceived, size);
+    EXPECT_LE(*to->bytesReceived, size + 1);
+    EXPECT_EQ(from->bytesReceived, 0);
+    EXPECT_TRUE(from->rtt);
+    EXPECT_FALSE(datagram->bytesSent || datagram->bytesReceived || datagram->rtt);
 }
