@@ -136,6 +136,7 @@ void CVWindowController::buildTable()
     m_headerMenu = new TableColumnsMenu(*m_table, m_prefs.defaultsStore(), this);
     m_rows = new RowCommands(*m_table, *m_model, *m_headerMenu, m_prefs, this);
     connect(m_rows, &RowCommands::statusMessage, this, &CVWindowController::showStatusMessage);
+    connect(m_rows, &RowCommands::connectionClosed, this, [this] { reloadTableViewData(); });
     QWidget* views = buildViews();
 
     m_ownBar = new OwnProcessesBar(m_prefs.defaultsStore(), this);
@@ -503,6 +504,11 @@ void CVWindowController::setCloseHandler(std::function<void()> handler)
 void CVWindowController::setConfirmTerminateHandler(RowCommands::ConfirmTerminate handler)
 {
     m_rows->setConfirmTerminateHandler(std::move(handler));
+}
+
+void CVWindowController::setConfirmCloseHandler(RowCommands::ConfirmClose handler)
+{
+    m_rows->setConfirmCloseHandler(std::move(handler));
 }
 
 void CVWindowController::setErrorHandler(std::function<void(const QString&)> handler)

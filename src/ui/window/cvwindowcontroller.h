@@ -79,6 +79,7 @@ public:
     void bringToFront() { m_rows->bringToFront(); }
     void showInFinder() { m_rows->showInFinder(); }
     void terminateSelectedApp() { m_rows->terminateSelectedApp(); }
+    void closeConnection() { m_rows->closeConnection(); }
     void showRemoteIPInformation() { m_rows->showRemoteIPInformation(); }
     void searchInGoogle(QAction* sender) { m_rows->searchInGoogle(sender); }
     void excludeForGrowlNotification() { m_rows->excludeForGrowlNotification(); }
@@ -95,6 +96,7 @@ public:
     void setBecameMainHandler(std::function<void()> handler);
     void setCloseHandler(std::function<void()> handler);
     void setConfirmTerminateHandler(RowCommands::ConfirmTerminate handler);
+    void setConfirmCloseHandler(RowCommands::ConfirmClose handler);
     void setErrorHandler(std::function<void(const QString& message)> handler);
     // Installs the privileged helper for the own-processes bar; true when it worked.
     void setInstallHelperHandler(std::function<bool()> handler);
