@@ -210,6 +210,10 @@ void CVWindowController::buildMenus()
     QAction* refresh = file->addAction(QIcon::fromTheme(u"view-refresh"_s), tr("&Refresh"), this,
                                        [this] { reloadTableViewData(); });
     refresh->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_R), QKeySequence::Refresh});
+    m_connectToHost =
+        file->addAction(QIcon::fromTheme(u"network-server"_s), tr("Connect to &Host…"), this,
+                        &CVWindowController::connectToHostRequested);
+    m_connectToHost->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_H));
     file->addSeparator();
     QAction* close = file->addAction(tr("&Close Window"), this, &QWidget::close);
     close->setShortcut(QKeySequence::Close);
@@ -256,7 +260,7 @@ void CVWindowController::toggleAutoRefresh()
         return;
     m_autoRefreshTimer = new QTimer(this);
     m_autoRefreshTimer->setInterval(std::chrono::milliseconds(seconds * 1000));
-    connect(m_autoRefreshTimer, &QTimer::timeout, this, [this] { reloadTableViewData(); });
+    connect(m_autoRefreshTimer, &QTimer::timeout, this, &CVWindowController::autoRefreshTick);
     m_autoRefreshTimer->start();
 }
 
@@ -274,7 +278,7 @@ void CVWindowController::syncRefreshButton()
 void CVWindowController::reloadTableViewData()
 {
     const LsofItemList selection = selectedItems();
-    m_source.setOrdering(ordering());
+    m_source.setOrdering(sourceOrdering());
     // A refused request means the previous acquisition still runs: this tick is skipped, and
     // that acquisition's result will be shown with the current filter.
     if (m_source.requestSnapshot())
@@ -290,17 +294,17 @@ ItemOrdering CVWindowController::ordering() const
 void CVWindowController::applySnapshot(const LsofItemList& items, const QString& problem,
                                        const ItemOrdering& sortedBy)
 {
+    if (m_host && keepRowsOfFailedPass(items, problem))
+        return;
     m_lastProblem = problem;
-    // Sorted on the worker, unless the header's indicator moved while lsof ran.
-    const ItemOrdering wanted = ordering();
     const LsofItemList selection = std::exchange(m_pendingSelection, {});
-    showItems(sortedBy == wanted ? items : wanted.sorted(items), selection);
+    showItems(inShownOrder(items, sortedBy), selection);
 }
 
 void CVWindowController::refreshTableViewData()
 {
     const LsofItemList selection = selectedItems();
-    showItems(ordering().sorted(m_originalItems), selection);
+    showItems(inShownOrder(m_originalItems, {}), selection);
     saveToolbarItemsState();
 }
 
@@ -471,6 +475,9 @@ void CVWindowController::cancelSaveSearchClicked()
 
 void CVWindowController::saveToolbarItemsState()
 {
+    // Another machine's window narrows its own list; the saved state is the main window's.
+    if (m_host)
+        return;
     ToolbarState::save(*m_toolbar, m_prefs.defaultsStore());
 }
 
