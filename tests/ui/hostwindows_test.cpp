@@ -6,6 +6,7 @@
 #include "ui/window/connectiontableview.h"
 #include "ui/window/cvwindowcontroller.h"
 #include "ui/window/rowcommands.h"
+#include "ui/window/searchfield.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
@@ -105,6 +106,7 @@ TEST_F(HostWindowsTest, OneWindowPerHostTitledByItClosedAloneAndTheHostsRemember
 
 TEST_F(HostWindowsTest, RemoteRowsOfferNoLocalCommandsAndAFailedPassFadesTheLastRows)
 {
+    delegate.window().searchField()->setText(u"firefox"_s); // typed for this machine
     CVWindowController* window = hosts().connectToHost(u"db1"_s);
     FakeSnapshotSource* db1 = sources.at(u"db1"_s);
     const LsofItemPtr postgres = remoteRow(u"postgres"_s, u"10.1.1.1"_s);
@@ -113,6 +115,7 @@ TEST_F(HostWindowsTest, RemoteRowsOfferNoLocalCommandsAndAFailedPassFadesTheLast
     // This machine's name, icon and path of the process with that id are not the row's.
     const ConnectionTableModel* model = window->tableModel();
     const int application = ConnectionTableModel::applicationColumn();
+    ASSERT_EQ(window->items().size(), 2);
     EXPECT_EQ(model->index(0, application).data().toString(), u"postgres"_s);
     EXPECT_FALSE(model->index(0, application).data(Qt::DecorationRole).isValid());
     EXPECT_EQ(model->index(0, columnOf(LsofItem::Key::processPath)).data().toString(), u""_s);
@@ -151,7 +154,16 @@ TEST_F(HostWindowsTest, RemoteRowsOfferNoLocalCommandsAndAFailedPassFadesTheLast
     window->autoRefreshTick();
     EXPECT_EQ(db1->requests(), requests) << "a tick within the wait asks nobody";
 
+    // A passing message hides the problem, also when a pass ends meanwhile, and gives it back.
+    window->showStatusMessage(u"Copied."_s);
+    window->reloadTableViewData();
+    db1->deliver({}, u"ssh: connect to host db1 port 22: Connection refused"_s);
+    EXPECT_FALSE(statusSays(window, u"Connection refused"_s));
+    window->statusBar()->clearMessage();
+    EXPECT_TRUE(statusSays(window, u"Connection refused"_s));
+
     // Refresh asks at once; a good pass brings the colours back and ends the wait.
+    EXPECT_EQ(window->retryDelay(), std::chrono::seconds(2));
     window->reloadTableViewData();
     db1->deliver({postgres});
     EXPECT_FALSE(window->isStale());

@@ -9,6 +9,7 @@
 
 #include <QMainWindow>
 #include <QPointer>
+#include <QTime>
 #include <QTimer>
 
 #include <chrono>
@@ -206,6 +207,7 @@ private:
     RetryBackoff m_backoff;
     std::chrono::seconds m_retryDelay{0};
     std::chrono::steady_clock::time_point m_retryAt;
+    QTime m_lastGoodPass;
 
     ConnectionTableModel* m_model = nullptr;
     ConnectionTableView* m_table = nullptr;

@@ -8,11 +8,14 @@
 #include "prefs/cvprefshelper.h"
 #include "prefs/prefkeys.h"
 #include "prefs/userdefaults.h"
+#include "searchfield.h"
 #include "snapshot/itemcolumns.h"
 
 #include <QStatusBar>
 
 #include <algorithm>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -48,7 +51,10 @@ void CVWindowController::setHost(const HostSpec& host)
     m_lsofItemKeys.removeAll(LsofItem::Key::processPath);
     std::replace(m_lsofItemKeys.begin(), m_lsofItemKeys.end(), LsofItem::Key::localizedAppName,
                  LsofItem::Key::processName);
-    showStatusMessage(tr("Connecting to %1…").arg(host.text()));
+    // The search restored from the main window's was typed for this machine's rows.
+    m_searchField->clear();
+    // Until the first pass ends, however long ssh takes to give up.
+    statusBar()->showMessage(tr("Connecting to %1…").arg(host.text()));
 }
 
 bool CVWindowController::isStale() const
@@ -92,6 +98,7 @@ bool CVWindowController::keepRowsOfFailedPass(const LsofItemList& items, const Q
         statusBar()->clearMessage();
     // Rows, or no rows and no complaint (a machine without sockets): the pass worked.
     if (problem.isEmpty() || !items.isEmpty()) {
+        m_lastGoodPass = QTime::currentTime();
         m_backoff.succeeded();
         m_retryDelay = std::chrono::seconds(0);
         m_retryAt = {};
@@ -104,9 +111,15 @@ bool CVWindowController::keepRowsOfFailedPass(const LsofItemList& items, const Q
     const QString next = period < 1 ? tr("Refresh to try again.")
                                     : tr("Trying again in %n s.", nullptr,
                                          int(std::max<qint64>(m_retryDelay.count(), period)));
-    m_lastProblem = problem + u' ' + next;
+    const bool stale = !m_originalItems.isEmpty();
+    m_lastProblem =
+        problem + u' ' +
+        (stale
+             ? tr("The rows shown are from %1.").arg(m_lastGoodPass.toString(u"HH:mm:ss"_s)) + u' '
+             : QString()) +
+        next;
     m_pendingSelection.clear();
-    setStale(!m_originalItems.isEmpty());
+    setStale(stale);
     updateStatusBar();
     return true;
 }

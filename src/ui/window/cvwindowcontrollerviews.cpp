@@ -183,7 +183,7 @@ void CVWindowController::updateStatusBar()
 {
     m_status->showCounts(items().size(), m_originalItems.size());
     m_status->showTraffic(TrafficTotals::of(items()));
-    m_status->showOrigin(m_source.lastOrigin(), m_privileged);
+    m_status->showOrigin(m_source.lastOrigin(), m_privileged, m_host ? m_host->host() : QString());
     QString problem = m_lastProblem;
     if (m_filterGaveUp) {
         const QString gaveUp = tr("The search took too long; some connections are not shown.");
