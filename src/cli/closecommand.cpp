@@ -1,13 +1,9 @@
 #include "closecommand.h"
 
 #include "collector/nativecollector.h"
+#include "collector/socketidentityof.h"
 #include "helper/cvhelperutility.h"
 #include "snapshot/lsofitem.h"
-
-#include <QFile>
-
-#include <arpa/inet.h>
-#include <linux/capability.h>
 
 #include <algorithm>
 #include <future>
@@ -26,40 +22,6 @@ int say(QTextStream& stream, const QString& line, int status)
     stream << (status == kExitOk ? QString() : u"corvina: "_s) << line << '\n';
     stream.flush();
     return status;
-}
-
-// "[::1]" and "fe80::1%eth0" as inet_pton takes them.
-bool parseAddress(const QString& text, int family, std::array<std::uint8_t, 16>* out)
-{
-    QString address = text;
-    if (address.startsWith(u'[') && address.endsWith(u']'))
-        address = address.mid(1, address.size() - 2);
-    address = address.section(u'%', 0, 0);
-    return ::inet_pton(family, address.toLatin1().constData(), out->data()) == 1;
-}
-
-bool parsePort(const QString& text, std::uint16_t* out)
-{
-    bool ok = false;
-    const uint port = text.toUInt(&ok);
-    *out = static_cast<std::uint16_t>(port);
-    return ok && port > 0 && port <= 65535;
-}
-
-// CAP_NET_ADMIN in the effective set, as /proc tells it.
-bool hasNetAdmin()
-{
-    QFile status(u"/proc/self/status"_s);
-    if (!status.open(QIODevice::ReadOnly))
-        return false;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("CapEff:")) {
-            bool ok = false;
-            const quint64 effective = line.mid(7).trimmed().toULongLong(&ok, 16);
-            return ok && (effective >> CAP_NET_ADMIN & 1) != 0;
-        }
-    }
-    return false;
 }
 
 std::optional<SocketDestroyer::Result> closeThroughHelper(const SocketIdentity& socket,
@@ -87,31 +49,6 @@ QString usage()
            "'corvina list --format json') is IDENTIFIER. As root the kernel is asked directly;\n"
            "otherwise the helper daemon closes connections of the user's own processes.\n"
            "  --helper-socket PATH    ask the helper daemon on PATH\n"_s;
-}
-
-std::optional<SocketIdentity> identityOf(const SocketRecord& record, QString* why)
-{
-    SocketIdentity identity;
-    identity.protocol = IPPROTO_TCP;
-    identity.family = record.type == u"IPv6" ? AF_INET6 : AF_INET;
-    if (record.protocol != u"TCP" || record.remoteAddress.isNull() ||
-        !parseAddress(record.localAddress, identity.family, &identity.localAddress) ||
-        !parseAddress(record.remoteAddress, identity.family, &identity.remoteAddress) ||
-        !parsePort(record.localPort, &identity.localPort) ||
-        !parsePort(record.remotePort, &identity.remotePort)) {
-        *why = u"not a TCP connection with a remote side"_s;
-        return std::nullopt;
-    }
-    if (!record.cookie) {
-        *why = u"the kernel gave no cookie for this connection"_s;
-        return std::nullopt;
-    }
-    identity.cookie = *record.cookie;
-    if (const std::string error = identity.validationError(); !error.empty()) {
-        *why = QString::fromStdString(error);
-        return std::nullopt;
-    }
-    return identity;
 }
 
 int run(const QStringList& args, QTextStream& out, QTextStream& err)
@@ -148,12 +85,12 @@ int run(const QStringList& args, QTextStream& out, QTextStream& err)
             u"already gone: no socket in a fresh snapshot has the identifier %1"_s.arg(identifier),
             kExitNotClosed);
     QString why;
-    const std::optional<SocketIdentity> socket = identityOf(*record, &why);
+    const std::optional<SocketIdentity> socket = socketIdentityOf(*record, &why);
     if (!socket)
         return say(err, u"%1: %2"_s.arg(identifier, why), kExitUsage);
 
     std::optional<SocketDestroyer::Result> result;
-    if (hasNetAdmin())
+    if (canDestroySocketsDirectly())
         result = SocketDestroyer::destroy(*socket);
     else
         result = closeThroughHelper(*socket, helperSocket);

@@ -1,12 +1,7 @@
 #pragma once
 
-#include "collector/socketdestroyer.h"
-#include "snapshot/socketrecord.h"
-
 #include <QStringList>
 #include <QTextStream>
-
-#include <optional>
 
 // `corvina close IDENTIFIER [--helper-socket PATH]`: closes the TCP connection whose item
 // identifier (as `list --format json` prints it) is IDENTIFIER, found in a fresh snapshot of the
@@ -17,9 +12,5 @@ namespace CloseCommand {
 
 QString usage();
 int run(const QStringList& args, QTextStream& out, QTextStream& err);
-
-// The kernel's name for the connection a record shows; nullopt, with why, when the record is
-// no TCP connection with a remote side, or lacks its cookie.
-std::optional<SocketIdentity> identityOf(const SocketRecord& record, QString* why);
 
 } // namespace CloseCommand

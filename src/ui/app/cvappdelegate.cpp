@@ -41,8 +41,37 @@ CVAppDelegate::CVAppDelegate(SnapshotSource& source, CVPrefsHelper& prefs, QObje
                 m_window->showStatusMessage(
                     tr("No program could be started to open %1.").arg(url.toDisplayString()));
             });
-    buildShellMenus();
+    m_helpMenu = buildShellMenus(*m_window);
+    m_checkForUpdatesMenuItem =
+        m_helpMenu->addAction(tr("Check for Updates…"), m_updater, &SUUpdater::checkForUpdates);
+    // Updates come from the system's package manager; the command is never offered.
+    m_checkForUpdatesMenuItem->setVisible(false);
+    m_helpMenu->addSeparator();
+    m_aboutMenuItem = m_helpMenu->addAction(QIcon::fromTheme(u"help-about"_s), tr("&About Corvina"),
+                                            this, &CVAppDelegate::showAbout);
+    m_aboutMenuItem->setMenuRole(QAction::AboutRole);
     buildTray();
+
+    m_hostWindows = new HostWindows(
+        prefs,
+        [this](CVWindowController& window) {
+            window.setWindowIcon(m_window->windowIcon());
+            QMenu* help = buildShellMenus(window);
+            help->addSeparator();
+            help->addAction(QIcon::fromTheme(u"help-about"_s), tr("&About Corvina"), this,
+                            &CVAppDelegate::showAbout);
+            OVModule::sharedModule().setupHelpMenu(help);
+            connect(&window, &CVWindowController::connectToHostRequested, this,
+                    [this, &window] { m_hostWindows->showConnectDialog(&window); });
+        },
+        this);
+    connect(m_window.get(), &CVWindowController::connectToHostRequested, this,
+            [this] { m_hostWindows->showConnectDialog(m_window.get()); });
+}
+
+void CVAppDelegate::setHostSourceFactory(HostWindows::SourceFactory factory)
+{
+    m_hostWindows->setSourceFactory(std::move(factory));
 }
 
 void CVAppDelegate::buildTray()
@@ -71,13 +100,15 @@ void CVAppDelegate::buildTray()
 
 CVAppDelegate::~CVAppDelegate()
 {
+    // Before the main window: host windows may outlive it by no more than this.
+    delete m_hostWindows;
     delete m_preferencesController;
     delete m_trayMenu;
 }
 
-void CVAppDelegate::buildShellMenus()
+QMenu* CVAppDelegate::buildShellMenus(CVWindowController& window)
 {
-    QMenuBar* bar = m_window->menuBar();
+    QMenuBar* bar = window.menuBar();
     QMenu* edit = nullptr;
     for (QAction* entry : bar->actions()) {
         if (entry->menu() && entry->text() == CVWindowController::tr("&Edit"))
@@ -95,18 +126,11 @@ void CVAppDelegate::buildShellMenus()
         preferences->setShortcuts(keys);
         preferences->setMenuRole(QAction::PreferencesRole);
     }
-    m_helpMenu = bar->addMenu(tr("&Help"));
-    QAction* help = m_helpMenu->addAction(QIcon::fromTheme(u"help-contents"_s), tr("Corvina &Help"),
-                                          this, &CVAppDelegate::showHelp);
-    help->setShortcut(QKeySequence::HelpContents);
-    // Updates come from the system's package manager; the command is never offered.
-    m_checkForUpdatesMenuItem =
-        m_helpMenu->addAction(tr("Check for Updates…"), m_updater, &SUUpdater::checkForUpdates);
-    m_checkForUpdatesMenuItem->setVisible(false);
-    m_helpMenu->addSeparator();
-    m_aboutMenuItem = m_helpMenu->addAction(QIcon::fromTheme(u"help-about"_s), tr("&About Corvina"),
-                                            this, &CVAppDelegate::showAbout);
-    m_aboutMenuItem->setMenuRole(QAction::AboutRole);
+    QMenu* help = bar->addMenu(tr("&Help"));
+    QAction* contents = help->addAction(QIcon::fromTheme(u"help-contents"_s), tr("Corvina &Help"),
+                                        this, &CVAppDelegate::showHelp);
+    contents->setShortcut(QKeySequence::HelpContents);
+    return help;
 }
 
 QString CVAppDelegate::aboutText()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hostwindows.h"
 #include "ui/prefs/preferencesservices.h"
 
 #include <QObject>
@@ -18,7 +19,7 @@ class SUUpdater;
 class SnapshotSource;
 
 // The desktop application: the main window, the tray icon that takes it when it is closed,
-// and desktop notifications.
+// the windows of other machines, and desktop notifications.
 class CVAppDelegate final : public QObject {
     Q_OBJECT
 public:
@@ -55,8 +56,14 @@ public:
     // Hides the window to the tray when there is one; the first time, says so.
     void closeMainWindow();
 
+    // The windows of other machines (File > Connect to Host…).
+    HostWindows& hostWindows() const { return *m_hostWindows; }
+    // Where host windows get their snapshots; by default ssh. Tests use stand-ins.
+    void setHostSourceFactory(HostWindows::SourceFactory factory);
+
 private:
-    void buildShellMenus();
+    // Preferences in Edit, and the Help menu; answers the Help menu.
+    QMenu* buildShellMenus(CVWindowController& window);
     void buildTray();
     // The programs of the listed connections, for the exclusion list's "Add" menu.
     QList<PreferencesServices::ApplicationChoice> listedApplications() const;
@@ -71,4 +78,5 @@ private:
     QMenu* m_helpMenu = nullptr;
     QAction* m_checkForUpdatesMenuItem = nullptr;
     QAction* m_aboutMenuItem = nullptr;
+    HostWindows* m_hostWindows = nullptr;
 };

@@ -43,6 +43,14 @@ QString ApplicationTreeModel::applicationKey(const LsofItem& item)
     return u"path:"_s + item.processPath();
 }
 
+ApplicationTreeModel::Process ApplicationTreeModel::processOf(const LsofItem& item) const
+{
+    // Another machine's processes are known by their command names alone.
+    if (m_cells.isRemote())
+        return {u"name:"_s + item.processName(), item.processName(), QString()};
+    return {applicationKey(item), item.localizedAppName(), item.processPath()};
+}
+
 qint32 ApplicationTreeModel::statusOf(const LsofItemList& connections)
 {
     int fresh = 0;
@@ -84,10 +92,7 @@ QList<ApplicationTreeModel::Application> ApplicationTreeModel::grouped(const Lso
         auto known = rowOfProcess.constFind(process);
         if (known == rowOfProcess.cend()) {
             auto seen = m_processes.constFind(process);
-            const Process info =
-                seen != m_processes.cend()
-                    ? *seen
-                    : Process{applicationKey(*item), item->localizedAppName(), item->processPath()};
+            const Process info = seen != m_processes.cend() ? *seen : processOf(*item);
             processes.insert(process, info);
             auto row = rowOfKey.constFind(info.key);
             if (row == rowOfKey.cend()) {
@@ -280,7 +285,8 @@ QVariant ApplicationTreeModel::applicationData(const Application& app, int colum
             (app.connections.size() == 1
                  ? tr("%1: one connection").arg(app.name)
                  : tr("%1: %n connections", nullptr, int(app.connections.size())).arg(app.name)) +
-            u'\n' + tr("Processes: %1").arg(pids.join(u", "_s)) + u'\n' + app.path);
+            u'\n' + tr("Processes: %1").arg(pids.join(u", "_s)) +
+            (app.path.isEmpty() ? QString() : u'\n' + app.path));
     }
     case ConnectionTableModel::RawValueRole:
         if (isName)
@@ -297,9 +303,10 @@ QVariant ApplicationTreeModel::applicationData(const Application& app, int colum
     case Qt::BackgroundRole:
         return m_cells.backgroundForStatus(app.status);
     case Qt::ForegroundRole:
-        return m_cells.colors().text;
+        return m_cells.textColor();
     case Qt::DecorationRole:
-        return isName ? m_cells.iconForItem(*app.connections.constFirst()) : QVariant();
+        return isName && !m_cells.isRemote() ? m_cells.iconForItem(*app.connections.constFirst())
+                                             : QVariant();
     case Qt::TextAlignmentRole:
         return column.numeric ? QVariant::fromValue(Qt::AlignRight | Qt::AlignVCenter) : QVariant();
     default:

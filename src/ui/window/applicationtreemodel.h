@@ -74,6 +74,7 @@ private:
         QString path;
     };
     using ProcessId = std::pair<QString, QString>; // processId, processName
+    Process processOf(const LsofItem& item) const;
     QList<Application> grouped(const LsofItemList& items, const ItemOrdering& ordering);
     bool sameRowsAs(const QList<Application>& apps) const;
     QVariant applicationData(const Application& app, int column, int role) const;

@@ -113,6 +113,8 @@ void ConnectionTableModel::setColors(const Colors& colors)
 
 QColor ConnectionTableModel::backgroundForStatus(qint32 status) const
 {
+    if (m_stale)
+        return m_colors.list;
     switch (status) {
     case 1:
         return m_colors.fresh;
@@ -123,6 +125,44 @@ QColor ConnectionTableModel::backgroundForStatus(qint32 status) const
     default:
         return m_colors.list;
     }
+}
+
+QColor ConnectionTableModel::textColor() const
+{
+    if (!m_stale)
+        return m_colors.text;
+    // Halfway to the background reads as greyed out on any list colours the user chose.
+    const QColor& text = m_colors.text;
+    const QColor& list = m_colors.list;
+    return QColor((text.red() + list.red()) / 2, (text.green() + list.green()) / 2,
+                  (text.blue() + list.blue()) / 2);
+}
+
+void ConnectionTableModel::setRemote(bool remote)
+{
+    beginResetModel();
+    m_remote = remote;
+    endResetModel();
+}
+
+void ConnectionTableModel::setStale(bool stale)
+{
+    if (stale == m_stale)
+        return;
+    m_stale = stale;
+    if (!m_items.isEmpty())
+        Q_EMIT dataChanged(index(0, 0), index(rowCount() - 1, columnCount() - 1),
+                           {Qt::BackgroundRole, Qt::ForegroundRole});
+}
+
+QString ConnectionTableModel::cellText(const LsofItem& item, int column) const
+{
+    const LsofItem::Key key = columnKey(column);
+    if (m_remote && key == LsofItem::Key::localizedAppName)
+        return item.processName();
+    if (m_remote && key == LsofItem::Key::processPath)
+        return QString(u""_s);
+    return displayText(item, itemColumns().at(column));
 }
 
 int ConnectionTableModel::rowCount(const QModelIndex& parent) const
@@ -155,19 +195,23 @@ QVariant ConnectionTableModel::itemData(const LsofItem& item, int columnIndex, i
     switch (role) {
     case Qt::DisplayRole:
     case Qt::ToolTipRole:
-        return displayText(item, column);
+        return cellText(item, columnIndex);
     case RawValueRole:
+        if (m_remote && column.key == LsofItem::Key::localizedAppName)
+            return item.processName();
+        if (m_remote && column.key == LsofItem::Key::processPath)
+            return {};
         return item.value(column.sortKey);
     case StatusRole:
         return item.status();
     case ProcessPathRole:
-        return item.processPath();
+        return m_remote ? QVariant() : QVariant(item.processPath());
     case Qt::BackgroundRole:
         return backgroundForStatus(item.status());
     case Qt::ForegroundRole:
-        return m_colors.text;
+        return textColor();
     case Qt::DecorationRole:
-        if (column.key == LsofItem::Key::localizedAppName)
+        if (column.key == LsofItem::Key::localizedAppName && !m_remote)
             return iconForItem(item);
         return {};
     case Qt::TextAlignmentRole:

@@ -47,7 +47,20 @@ public:
 
     void setColors(const Colors& colors);
     const Colors& colors() const { return m_colors; }
+    // The list's colour while the rows are stale: what changed is old news.
     QColor backgroundForStatus(qint32 status) const;
+    // The text colour, faded towards the background while the rows are stale.
+    QColor textColor() const;
+
+    // Rows of another machine: their processes are not this machine's, so the application
+    // column shows the command name without an icon, and the path is unknown.
+    void setRemote(bool remote);
+    bool isRemote() const { return m_remote; }
+    // The rows of a snapshot that could not be renewed: kept, but drawn faded.
+    void setStale(bool stale);
+    bool isStale() const { return m_stale; }
+    // The text a cell shows, and what copying it gives.
+    QString cellText(const LsofItem& item, int column) const;
     // What a cell of `column` shows of `item` in `role`; the grouped view's connection rows
     // read their cells here too.
     QVariant itemData(const LsofItem& item, int column, int role) const;
@@ -75,5 +88,7 @@ private:
     // Row -> the host name its cell showed, since the rows were last replaced.
     mutable QHash<int, QString> m_shownHostnames;
     Colors m_colors;
+    bool m_remote = false;
+    bool m_stale = false;
     mutable QHash<QString, QIcon> m_iconCache;
 };

@@ -136,6 +136,7 @@ void CVWindowController::buildTable()
     m_headerMenu = new TableColumnsMenu(*m_table, m_prefs.defaultsStore(), this);
     m_rows = new RowCommands(*m_table, *m_model, *m_headerMenu, m_prefs, this);
     connect(m_rows, &RowCommands::statusMessage, this, &CVWindowController::showStatusMessage);
+    connect(m_rows, &RowCommands::connectionClosed, this, [this] { reloadTableViewData(); });
     QWidget* views = buildViews();
 
     m_ownBar = new OwnProcessesBar(m_prefs.defaultsStore(), this);
@@ -209,6 +210,10 @@ void CVWindowController::buildMenus()
     QAction* refresh = file->addAction(QIcon::fromTheme(u"view-refresh"_s), tr("&Refresh"), this,
                                        [this] { reloadTableViewData(); });
     refresh->setShortcuts({QKeySequence(Qt::CTRL | Qt::Key_R), QKeySequence::Refresh});
+    m_connectToHost =
+        file->addAction(QIcon::fromTheme(u"network-server"_s), tr("Connect to &Host…"), this,
+                        &CVWindowController::connectToHostRequested);
+    m_connectToHost->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_H));
     file->addSeparator();
     QAction* close = file->addAction(tr("&Close Window"), this, &QWidget::close);
     close->setShortcut(QKeySequence::Close);
@@ -255,7 +260,7 @@ void CVWindowController::toggleAutoRefresh()
         return;
     m_autoRefreshTimer = new QTimer(this);
     m_autoRefreshTimer->setInterval(std::chrono::milliseconds(seconds * 1000));
-    connect(m_autoRefreshTimer, &QTimer::timeout, this, [this] { reloadTableViewData(); });
+    connect(m_autoRefreshTimer, &QTimer::timeout, this, &CVWindowController::autoRefreshTick);
     m_autoRefreshTimer->start();
 }
 
@@ -273,7 +278,7 @@ void CVWindowController::syncRefreshButton()
 void CVWindowController::reloadTableViewData()
 {
     const LsofItemList selection = selectedItems();
-    m_source.setOrdering(ordering());
+    m_source.setOrdering(sourceOrdering());
     // A refused request means the previous acquisition still runs: this tick is skipped, and
     // that acquisition's result will be shown with the current filter.
     if (m_source.requestSnapshot())
@@ -289,17 +294,17 @@ ItemOrdering CVWindowController::ordering() const
 void CVWindowController::applySnapshot(const LsofItemList& items, const QString& problem,
                                        const ItemOrdering& sortedBy)
 {
+    if (m_host && keepRowsOfFailedPass(items, problem))
+        return;
     m_lastProblem = problem;
-    // Sorted on the worker, unless the header's indicator moved while lsof ran.
-    const ItemOrdering wanted = ordering();
     const LsofItemList selection = std::exchange(m_pendingSelection, {});
-    showItems(sortedBy == wanted ? items : wanted.sorted(items), selection);
+    showItems(inShownOrder(items, sortedBy), selection);
 }
 
 void CVWindowController::refreshTableViewData()
 {
     const LsofItemList selection = selectedItems();
-    showItems(ordering().sorted(m_originalItems), selection);
+    showItems(inShownOrder(m_originalItems, {}), selection);
     saveToolbarItemsState();
 }
 
@@ -470,6 +475,9 @@ void CVWindowController::cancelSaveSearchClicked()
 
 void CVWindowController::saveToolbarItemsState()
 {
+    // Another machine's window narrows its own list; the saved state is the main window's.
+    if (m_host)
+        return;
     ToolbarState::save(*m_toolbar, m_prefs.defaultsStore());
 }
 
@@ -503,6 +511,11 @@ void CVWindowController::setCloseHandler(std::function<void()> handler)
 void CVWindowController::setConfirmTerminateHandler(RowCommands::ConfirmTerminate handler)
 {
     m_rows->setConfirmTerminateHandler(std::move(handler));
+}
+
+void CVWindowController::setConfirmCloseHandler(RowCommands::ConfirmClose handler)
+{
+    m_rows->setConfirmCloseHandler(std::move(handler));
 }
 
 void CVWindowController::setErrorHandler(std::function<void(const QString&)> handler)

@@ -1,14 +1,18 @@
 #pragma once
 
 #include "filter/predicateerror.h"
+#include "remote/hostspec.h"
+#include "remote/retrybackoff.h"
 #include "rowcommands.h"
 #include "savedsearches.h"
 #include "snapshot/snapshotsource.h"
 
 #include <QMainWindow>
 #include <QPointer>
+#include <QTime>
 #include <QTimer>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -39,6 +43,8 @@ class WindowStatus;
 // The table shows `items`, the filtered `originalItems`; the selection is carried across an
 // update through `originalItems` by item identity. Under a filter the two lists differ, so a
 // kept selection may land on other rows: that is how the selection is meant to behave.
+//
+// A window can watch another machine instead (setHost): see cvwindowcontrollerhost.cpp.
 class CVWindowController final : public QMainWindow {
     Q_OBJECT
 public:
@@ -49,6 +55,8 @@ public:
     // Refresh cycle.
     void toggleAutoRefresh();
     void autoRefreshClicked();
+    // The timer's action: a reload, unless another machine is being waited for after failures.
+    void autoRefreshTick();
     // Asks for a new snapshot; skipped while the previous acquisition still runs.
     void reloadTableViewData();
     // Re-sorts and re-filters the current snapshot, then saves the toolbar state.
@@ -79,12 +87,24 @@ public:
     void bringToFront() { m_rows->bringToFront(); }
     void showInFinder() { m_rows->showInFinder(); }
     void terminateSelectedApp() { m_rows->terminateSelectedApp(); }
+    void closeConnection() { m_rows->closeConnection(); }
     void showRemoteIPInformation() { m_rows->showRemoteIPInformation(); }
     void searchInGoogle(QAction* sender) { m_rows->searchInGoogle(sender); }
     void excludeForGrowlNotification() { m_rows->excludeForGrowlNotification(); }
 
     // A passing sentence in the status bar.
     void showStatusMessage(const QString& text);
+
+    // Another machine, watched through this window's source from now on: its title names it,
+    // its rows' processes are not this machine's, and a failed pass keeps the last rows,
+    // faded, and is tried again after a growing wait rather than at every tick. The window
+    // then leaves the main window's saved layout and toolbar alone.
+    void setHost(const HostSpec& host);
+    const std::optional<HostSpec>& host() const { return m_host; }
+    // Whether the rows shown are those of a pass that has since failed.
+    bool isStale() const;
+    // The wait after the failed passes so far; 0 when the last pass worked.
+    std::chrono::seconds retryDelay() const;
 
     // Views: one row per application, and the traffic graph.
     void setGroupedByApplication(bool grouped);
@@ -95,6 +115,7 @@ public:
     void setBecameMainHandler(std::function<void()> handler);
     void setCloseHandler(std::function<void()> handler);
     void setConfirmTerminateHandler(RowCommands::ConfirmTerminate handler);
+    void setConfirmCloseHandler(RowCommands::ConfirmClose handler);
     void setErrorHandler(std::function<void(const QString& message)> handler);
     // Installs the privileged helper for the own-processes bar; true when it worked.
     void setInstallHelperHandler(std::function<bool()> handler);
@@ -127,10 +148,15 @@ public:
     TrafficGraph* trafficGraph() const { return m_graph; }
     QAction* groupByApplicationAction() const;
     QAction* trafficGraphAction() const;
+    QAction* connectToHostAction() const { return m_connectToHost; }
     QTimer* autoRefreshTimer() const { return m_autoRefreshTimer.data(); }
     bool usesSearchExpression() const { return m_filterUseSearchExpression; }
     const QList<LsofItem::Key>& lsofItemKeys() const { return m_lsofItemKeys; }
     std::shared_ptr<CVFilterProfileInfo> chosenFilterProfile() const;
+
+Q_SIGNALS:
+    // File > Connect to Host…: the application asks which host and opens its window.
+    void connectToHostRequested();
 
 protected:
     void closeEvent(QCloseEvent* event) override;
@@ -142,6 +168,12 @@ private:
     void showItems(const LsofItemList& sorted, const LsofItemList& selection);
     // The order the header's indicator asks for.
     ItemOrdering ordering() const;
+    // The order the source is asked for, and the rows in the order shown.
+    ItemOrdering sourceOrdering() const;
+    LsofItemList inShownOrder(const LsofItemList& items, const ItemOrdering& sortedBy) const;
+    // Another machine's failed pass: true when it was one, its rows kept and the retry set.
+    bool keepRowsOfFailedPass(const LsofItemList& items, const QString& problem);
+    void setStale(bool stale);
     void buildToolbar();
     void connectSearchField();
     void buildTable();
@@ -171,6 +203,11 @@ private:
     mutable QString m_keywordError;
     QPointer<QTimer> m_autoRefreshTimer;
     bool m_privileged = false;
+    std::optional<HostSpec> m_host;
+    RetryBackoff m_backoff;
+    std::chrono::seconds m_retryDelay{0};
+    std::chrono::steady_clock::time_point m_retryAt;
+    QTime m_lastGoodPass;
 
     ConnectionTableModel* m_model = nullptr;
     ConnectionTableView* m_table = nullptr;
@@ -193,6 +230,7 @@ private:
     SearchField* m_searchField = nullptr;
     QTimer* m_searchDelay = nullptr;
     SavedSearches* m_savedSearches = nullptr;
+    QAction* m_connectToHost = nullptr;
 
     std::function<void()> m_becameMainHandler;
     std::function<void()> m_closeHandler;

@@ -77,7 +77,7 @@ void CVWindowController::setGroupedByApplication(bool grouped)
         const QSignalBlocker blocker(m_toolbar->groupAction());
         m_toolbar->groupAction()->setChecked(grouped);
     }
-    if (m_prefs.defaultsStore().objectForKey(kGroupedKey).toBool() != grouped)
+    if (!m_host && m_prefs.defaultsStore().objectForKey(kGroupedKey).toBool() != grouped)
         m_prefs.defaultsStore().setObject(kGroupedKey, grouped);
     if (grouped == m_groupedShown)
         return;
@@ -111,7 +111,7 @@ void CVWindowController::setTrafficGraphShown(bool shown)
         const QSignalBlocker blocker(m_toolbar->graphAction());
         m_toolbar->graphAction()->setChecked(shown);
     }
-    if (m_prefs.defaultsStore().objectForKey(kGraphKey).toBool() != shown)
+    if (!m_host && m_prefs.defaultsStore().objectForKey(kGraphKey).toBool() != shown)
         m_prefs.defaultsStore().setObject(kGraphKey, shown);
     m_graph->setVisible(shown);
 }
@@ -158,7 +158,7 @@ void CVWindowController::updateGraphSubject()
     if (identity == m_graph->subjectIdentity())
         return;
     for (qsizetype i = 0; i < highlighted.size() && names.size() < 2; ++i)
-        addName(highlighted.at(i)->localizedAppName());
+        addName(m_model->cellText(*highlighted.at(i), ConnectionTableModel::applicationColumn()));
 
     QString title;
     if (names.size() == 1)
@@ -183,7 +183,7 @@ void CVWindowController::updateStatusBar()
 {
     m_status->showCounts(items().size(), m_originalItems.size());
     m_status->showTraffic(TrafficTotals::of(items()));
-    m_status->showOrigin(m_source.lastOrigin(), m_privileged);
+    m_status->showOrigin(m_source.lastOrigin(), m_privileged, m_host ? m_host->host() : QString());
     QString problem = m_lastProblem;
     if (m_filterGaveUp) {
         const QString gaveUp = tr("The search took too long; some connections are not shown.");
@@ -232,6 +232,9 @@ void CVWindowController::restoreWindowState()
 
 void CVWindowController::saveWindowState()
 {
+    // The saved layout is the main window's; another machine's window borrows it.
+    if (m_host)
+        return;
     m_prefs.defaultsStore().setObject(kGeometryKey, saveGeometry());
     m_columnLayout->save();
 }

@@ -2,6 +2,7 @@
 
 #include "applicationtreemodel.h"
 #include "applicationtreeview.h"
+#include "collector/socketidentityof.h"
 #include "connectiontablemodel.h"
 #include "connectiontableview.h"
 #include "desktopactions.h"
@@ -15,6 +16,9 @@
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMessageBox>
+#include <QPointer>
+#include <QPushButton>
+#include <QThread>
 
 #include <algorithm>
 
@@ -29,6 +33,10 @@ RowCommands::RowCommands(ConnectionTableView& table, ConnectionTableModel& model
         return confirmTerminateWithDialog(m_dialogParent, appName, process);
     };
     m_sendTerminate = &DesktopActions::terminate;
+    m_confirmClose = [this](const QString& question) {
+        return confirmCloseWithDialog(m_dialogParent, question);
+    };
+    m_sendClose = &ConnectionCloser::close;
     m_showError = [this](const QString& message) {
         QMessageBox::warning(m_dialogParent, tr("Corvina"), message);
     };
@@ -44,12 +52,16 @@ void RowCommands::buildMenu()
                       &RowCommands::copySelectedLines);
     m_copyCell = m_menu->addAction(tr("Copy Cell"), this, &RowCommands::copyCellContent);
     m_menu->addSeparator();
-    m_menu->addAction(QIcon::fromTheme(u"system-file-manager"_s, QIcon::fromTheme(u"folder"_s)),
-                      tr("Show in File Manager"), this, &RowCommands::showInFinder);
+    m_showInFileManager =
+        m_menu->addAction(QIcon::fromTheme(u"system-file-manager"_s, QIcon::fromTheme(u"folder"_s)),
+                          tr("Show in File Manager"), this, &RowCommands::showInFinder);
     m_bringToFront = m_menu->addAction(tr("Bring to Front"), this, &RowCommands::bringToFront);
     m_terminate =
         m_menu->addAction(QIcon::fromTheme(u"process-stop"_s), tr("Terminate Application…"), this,
                           &RowCommands::terminateSelectedApp);
+    m_closeConnection = m_menu->addAction(
+        QIcon::fromTheme(u"network-wired-disconnected"_s, QIcon::fromTheme(u"network-offline"_s)),
+        tr("Close Connection…"), this, &RowCommands::closeConnection);
     m_menu->addSeparator();
     m_ipInformation = m_menu->addAction(QIcon::fromTheme(u"network-server"_s), tr("IP Information"),
                                         this, &RowCommands::showRemoteIPInformation);
@@ -76,7 +88,8 @@ void RowCommands::capture(int row, int column)
         return;
     }
     m_target = {rows.at(row), column, {}, std::nullopt};
-    m_target.process = ProcessIdentity::read(m_target.item->PID(), m_procRoot);
+    if (m_host.isEmpty())
+        m_target.process = ProcessIdentity::read(m_target.item->PID(), m_procRoot);
 }
 
 void RowCommands::setGroupedView(GroupedView* grouped)
@@ -96,18 +109,29 @@ void RowCommands::captureGroupedRow(const QModelIndex& index)
         return;
     }
     if (const LsofItemPtr item = model->itemAt(index)) {
-        m_target = {item, index.column(), ProcessIdentity::read(item->PID(), m_procRoot), {}};
+        m_target = {item, index.column(), {}, {}};
+        if (m_host.isEmpty())
+            m_target.process = ProcessIdentity::read(item->PID(), m_procRoot);
         return;
     }
     m_target = {app->connections.constFirst(), index.column(), {}, std::nullopt};
     m_target.application =
         Target::Application{app->name, app->path, app->pids, index.data().toString()};
-    if (app->pids.size() == 1)
+    if (app->pids.size() == 1 && m_host.isEmpty())
         m_target.process = ProcessIdentity::read(app->pids.constFirst(), m_procRoot);
+}
+
+QString RowCommands::localUnavailableReason() const
+{
+    if (m_host.isEmpty())
+        return {};
+    return tr("A process on %1, not on this machine.").arg(m_host);
 }
 
 QString RowCommands::terminateUnavailableReason() const
 {
+    if (const QString remote = localUnavailableReason(); !remote.isEmpty())
+        return remote;
     if (!m_target.application || m_target.application->pids.size() < 2)
         return {};
     return tr("\"%1\" runs %2 processes: expand its row and terminate one of them from its "
@@ -124,13 +148,20 @@ void RowCommands::openMenu(const QPoint& globalPos)
 
 void RowCommands::updateMenu()
 {
-    const QString reason = DesktopActions::bringToFrontUnavailableReason();
-    m_bringToFront->setEnabled(reason.isEmpty());
-    m_bringToFront->setToolTip(reason);
-    const QString terminateReason = terminateUnavailableReason();
-    m_terminate->setEnabled(terminateReason.isEmpty());
-    m_terminate->setToolTip(terminateReason);
-    m_menu->setToolTipsVisible(!reason.isEmpty() || !terminateReason.isEmpty());
+    const QString remote = localUnavailableReason();
+    QString reason = remote;
+    if (reason.isEmpty())
+        reason = DesktopActions::bringToFrontUnavailableReason();
+    bool reasons = false;
+    for (const auto& [action, why] :
+         {std::pair{m_showInFileManager, remote}, std::pair{m_bringToFront, reason},
+          std::pair{m_terminate, terminateUnavailableReason()},
+          std::pair{m_closeConnection, closeUnavailableReason()}}) {
+        action->setEnabled(why.isEmpty());
+        action->setToolTip(why);
+        reasons = reasons || !why.isEmpty();
+    }
+    m_menu->setToolTipsVisible(reasons);
     // Commands about the peer mean nothing for a listening or unconnected socket, nor for an
     // application's many connections.
     const bool hasRemote =
@@ -154,7 +185,7 @@ void RowCommands::copySelectedLines()
         QStringList fields;
         fields.reserve(columns.size());
         for (int column : columns)
-            fields.append(item.text(ConnectionTableModel::columnKey(column)));
+            fields.append(m_model.cellText(item, column));
         lines.append(fields.join(u'\t'));
     }
     QClipboard* clipboard = QGuiApplication::clipboard();
@@ -171,7 +202,7 @@ QStringList RowCommands::groupedSelectedLines(const QList<int>& columns) const
         fields.reserve(columns.size());
         // An application row copies what it shows; a connection row its fields.
         for (int column : columns)
-            fields.append(item ? item->text(ConnectionTableModel::columnKey(column))
+            fields.append(item ? m_model.cellText(*item, column)
                                : row.siblingAtColumn(column).data().toString());
         lines.append(fields.join(u'\t'));
     }
@@ -186,9 +217,8 @@ void RowCommands::copyCellContent()
         return;
     QClipboard* clipboard = QGuiApplication::clipboard();
     clipboard->clear();
-    clipboard->setText(m_target.application
-                           ? m_target.application->cellText
-                           : m_target.item->text(ConnectionTableModel::columnKey(m_target.column)));
+    clipboard->setText(m_target.application ? m_target.application->cellText
+                                            : m_model.cellText(*m_target.item, m_target.column));
 }
 
 void RowCommands::bringToFront()
@@ -196,7 +226,9 @@ void RowCommands::bringToFront()
     const LsofItemPtr item = m_target.item;
     if (!item)
         return;
-    const QString reason = DesktopActions::bringToFrontUnavailableReason();
+    QString reason = localUnavailableReason();
+    if (reason.isEmpty())
+        reason = DesktopActions::bringToFrontUnavailableReason();
     if (!reason.isEmpty()) {
         m_showError(reason);
         return;
@@ -212,6 +244,10 @@ void RowCommands::showInFinder()
 {
     if (!m_target.item)
         return;
+    if (const QString reason = localUnavailableReason(); !reason.isEmpty()) {
+        m_showError(reason);
+        return;
+    }
     const QString path =
         m_target.application ? m_target.application->path : m_target.item->processPath();
     if (path.isEmpty())
@@ -280,6 +316,88 @@ void RowCommands::terminateSelectedApp()
         tr("Asked \"%1\" (process %2) to terminate.").arg(name).arg(target.process.pid));
 }
 
+QString RowCommands::closeUnavailableReason() const
+{
+    if (const QString remote = localUnavailableReason(); !remote.isEmpty())
+        return remote;
+    const LsofItemPtr& item = m_target.item;
+    if (!item)
+        return tr("No connection was clicked.");
+    if (m_target.application)
+        return tr("An application row stands for all its connections: expand it and close one "
+                  "of them.");
+    if (item->protocol() != u"TCP" || item->remoteAddress().isEmpty())
+        return tr("Only a TCP connection with a remote side can be closed.");
+    if (item->status() == 3)
+        return tr("This connection has closed already.");
+    // Without the cookie the kernel could close a later connection between the same endpoints.
+    if (!item->cookie())
+        return tr("lsof does not tell which of the kernel's sockets this row is, so Corvina "
+                  "cannot close it safely. Choose the built-in collector in the Preferences to "
+                  "close connections.");
+    QString why;
+    if (!socketIdentityOf(*item, &why))
+        return tr("This connection cannot be closed: %1.").arg(why);
+    return {};
+}
+
+bool RowCommands::confirmCloseWithDialog(QWidget* parent, const QString& question)
+{
+    const QString title = tr("Close Connection");
+    QMessageBox box(QMessageBox::Question, title, title, QMessageBox::Cancel, parent);
+    box.setTextFormat(Qt::PlainText);
+    box.setInformativeText(question);
+    QPushButton* close = box.addButton(tr("Close Connection"), QMessageBox::DestructiveRole);
+    box.setDefaultButton(close);
+    if (auto* grid = qobject_cast<QGridLayout*>(box.layout()))
+        grid->addItem(new QSpacerItem(460, 0, QSizePolicy::Minimum, QSizePolicy::Fixed),
+                      grid->rowCount(), 0, 1, grid->columnCount());
+    box.exec();
+    return box.clickedButton() == close;
+}
+
+void RowCommands::closeConnection()
+{
+    const LsofItemPtr item = m_target.item;
+    if (!item)
+        return;
+    if (const QString reason = closeUnavailableReason(); !reason.isEmpty()) {
+        m_showError(reason);
+        return;
+    }
+    QString why;
+    const std::optional<SocketIdentity> socket = socketIdentityOf(*item, &why);
+    const QString connection = tr("from %1:%2 to %3:%4")
+                                   .arg(item->localAddress(), item->localPort(),
+                                        item->remoteAddress(), item->remotePort());
+    if (!socket || !m_confirmClose(tr("Close the connection %1 of %2 (PID %3)? The program keeps "
+                                      "running; it sees the connection reset.")
+                                       .arg(connection, item->localizedAppName())
+                                       .arg(item->PID())))
+        return;
+    // The daemon answers on its connection's thread; the answer is shown from this one, if
+    // the window is still there.
+    QPointer<RowCommands> self(this);
+    m_sendClose(*socket, [self, connection](std::optional<SocketDestroyer::Result> result) {
+        auto answer = [self, connection, result] {
+            if (self)
+                self->closeAnswered(result, connection);
+        };
+        if (QThread::currentThread() == QCoreApplication::instance()->thread())
+            answer();
+        else
+            QMetaObject::invokeMethod(QCoreApplication::instance(), answer, Qt::QueuedConnection);
+    });
+}
+
+void RowCommands::closeAnswered(const std::optional<SocketDestroyer::Result>& result,
+                                const QString& connection)
+{
+    Q_EMIT statusMessage(ConnectionCloser::describe(result, connection));
+    if (result && result->outcome == SocketDestroyer::Outcome::Closed)
+        Q_EMIT connectionClosed();
+}
+
 void RowCommands::showRemoteIPInformation()
 {
     const LsofItemPtr item = m_target.item;
@@ -301,7 +419,8 @@ void RowCommands::searchInGoogle(QAction* sender)
     Q_ASSERT(tag >= 0 && tag < 4);
     if (tag < 0 || tag >= 4 || !m_target.item || (tag > 0 && m_target.application))
         return;
-    QString term = m_target.item->text(keys[tag]);
+    QString term = tag == 0 && !m_host.isEmpty() ? m_target.item->processName()
+                                                 : m_target.item->text(keys[tag]);
     if (keys[tag] == LsofItem::Key::remotePort)
         term = u"port "_s + term;
     openUrl(DesktopActions::webSearchUrl(term));
@@ -315,7 +434,7 @@ void RowCommands::openUrl(const QUrl& url)
 
 void RowCommands::excludeForGrowlNotification()
 {
-    if (m_target.item)
+    if (m_target.item && m_host.isEmpty())
         m_prefs.addExcludeAppForGrowNotification(m_target.item->processPath());
 }
 
@@ -327,6 +446,16 @@ void RowCommands::setConfirmTerminateHandler(ConfirmTerminate handler)
 void RowCommands::setTerminateSender(SendTerminate sender)
 {
     m_sendTerminate = std::move(sender);
+}
+
+void RowCommands::setConfirmCloseHandler(ConfirmClose handler)
+{
+    m_confirmClose = std::move(handler);
+}
+
+void RowCommands::setCloseSender(SendClose sender)
+{
+    m_sendClose = std::move(sender);
 }
 
 void RowCommands::setErrorHandler(std::function<void(const QString&)> handler)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "connectioncloser.h"
 #include "processidentity.h"
 #include "snapshot/lsofitem.h"
 
@@ -26,6 +27,9 @@ class TableColumnsMenu;
 // its executable, bringing to front raises the first of its processes that has a window, and
 // terminating is offered only for an application of one process (which of several the user
 // means cannot be told). Commands about a peer are disabled: an application has many.
+//
+// Rows of another machine keep copying, the IP information and the web searches; the commands
+// on a process or a socket of this machine are disabled for them, with the reason.
 class RowCommands final : public QObject {
     Q_OBJECT
 public:
@@ -48,6 +52,10 @@ public:
         std::function<bool(const QString& appName, const ProcessIdentity& process)>;
     // Sends the terminate signal; empty on success, else a sentence for the user.
     using SendTerminate = std::function<QString(qint64 pid, const QString& appName)>;
+    // Asks before closing a connection; true to close.
+    using ConfirmClose = std::function<bool(const QString& question)>;
+    // Closes the connection; the reply may come on any thread (ConnectionCloser::close).
+    using SendClose = std::function<void(const SocketIdentity&, ConnectionCloser::Reply)>;
 
     RowCommands(ConnectionTableView& table, ConnectionTableModel& model, TableColumnsMenu& columns,
                 CVPrefsHelper& prefs, QWidget* dialogParent);
@@ -56,6 +64,8 @@ public:
     QMenu* contextMenu() const { return m_menu; }
     QAction* copyCellAction() const { return m_copyCell; }
     QAction* terminateAction() const { return m_terminate; }
+    QAction* closeConnectionAction() const { return m_closeConnection; }
+    QAction* showInFileManagerAction() const { return m_showInFileManager; }
     QAction* ipInformationAction() const { return m_ipInformation; }
     QAction* bringToFrontAction() const { return m_bringToFront; }
     QAction* excludeFromNotificationsAction() const { return m_exclude; }
@@ -66,8 +76,12 @@ public:
     void setGroupedView(GroupedView* grouped);
     void setGrouped(bool grouped) { m_grouped = grouped; }
     void captureGroupedRow(const QModelIndex& index);
+    // The rows are another machine's, named so in sentences; empty: this machine's.
+    void setHost(const QString& host) { m_host = host; }
     // Why the clicked application cannot be terminated from its row; empty when it can.
     QString terminateUnavailableReason() const;
+    // Why the clicked row's connection cannot be closed; empty when it can.
+    QString closeUnavailableReason() const;
     const Target& target() const { return m_target; }
 
     void copySelectedLines();
@@ -75,6 +89,8 @@ public:
     void bringToFront();
     void showInFinder();
     void terminateSelectedApp();
+    // Asks, then closes the clicked row's TCP connection; the answer comes later.
+    void closeConnection();
     void showRemoteIPInformation();
     // The item's tag picks the field: 0 application, 1 remote address, 2 remote port,
     // 3 remote host.
@@ -83,18 +99,27 @@ public:
 
     void setConfirmTerminateHandler(ConfirmTerminate handler);
     void setTerminateSender(SendTerminate sender);
+    void setConfirmCloseHandler(ConfirmClose handler);
+    void setCloseSender(SendClose sender);
     void setErrorHandler(std::function<void(const QString&)> handler);
     // Where process identities are read; tests point it at a folder of their own.
     void setProcRoot(const QString& root) { m_procRoot = root; }
 
     static bool confirmTerminateWithDialog(QWidget* parent, const QString& appName,
                                            const ProcessIdentity& process);
+    static bool confirmCloseWithDialog(QWidget* parent, const QString& question);
 
 Q_SIGNALS:
     // A sentence for the status bar about what a command did.
     void statusMessage(const QString& text);
+    // The kernel closed a connection: a refresh shows it gone.
+    void connectionClosed();
 
 private:
+    // Why a command on a process or socket of this machine does not apply; empty when it does.
+    QString localUnavailableReason() const;
+    void closeAnswered(const std::optional<SocketDestroyer::Result>& result,
+                       const QString& connection);
     void buildMenu();
     void openMenu(const QPoint& globalPos);
     void updateMenu();
@@ -110,10 +135,13 @@ private:
     QWidget* m_dialogParent;
     Target m_target;
     QString m_procRoot = QStringLiteral("/proc");
+    QString m_host;
 
     QMenu* m_menu = nullptr;
     QAction* m_copyCell = nullptr;
+    QAction* m_showInFileManager = nullptr;
     QAction* m_terminate = nullptr;
+    QAction* m_closeConnection = nullptr;
     QAction* m_ipInformation = nullptr;
     QAction* m_bringToFront = nullptr;
     QAction* m_exclude = nullptr;
@@ -121,5 +149,7 @@ private:
 
     ConfirmTerminate m_confirmTerminate;
     SendTerminate m_sendTerminate;
+    ConfirmClose m_confirmClose;
+    SendClose m_sendClose;
     std::function<void(const QString&)> m_showError;
 };

@@ -21,7 +21,7 @@ QLabel* badge(QStatusBar& bar, const QString& colors)
 } // namespace
 
 WindowStatus::WindowStatus(QStatusBar& bar)
-    : QObject(&bar), m_rows(new QLabel(&bar)), m_traffic(new QLabel(&bar)),
+    : QObject(&bar), m_bar(bar), m_rows(new QLabel(&bar)), m_traffic(new QLabel(&bar)),
       m_problem(badge(bar, u"color: white; background: #b3261e;"_s)),
       m_searchError(badge(bar, u"color: black; background: #f9d67a;"_s)), m_road(new QLabel(&bar))
 {
@@ -55,7 +55,7 @@ void WindowStatus::showTraffic(const TrafficTotals& totals)
     const QString text = parts.join(u"  ·  "_s);
     if (text != m_traffic->text())
         m_traffic->setText(text);
-    m_traffic->setVisible(!text.isEmpty());
+    setShown(m_traffic, !text.isEmpty());
 }
 
 QString WindowStatus::trafficText() const
@@ -63,7 +63,8 @@ QString WindowStatus::trafficText() const
     return m_traffic->isHidden() ? QString() : m_traffic->text();
 }
 
-void WindowStatus::showOrigin(const SnapshotSource::Origin& origin, bool privileged)
+void WindowStatus::showOrigin(const SnapshotSource::Origin& origin, bool privileged,
+                              const QString& host)
 {
     using Road = SnapshotSource::Road;
     if (origin.road == Road::None) {
@@ -82,7 +83,7 @@ void WindowStatus::showOrigin(const SnapshotSource::Origin& origin, bool privile
         road = tr("via user script");
         break;
     case Road::Remote:
-        road = tr("via ssh");
+        road = host.isEmpty() ? tr("via ssh") : tr("via ssh to %1").arg(host);
         break;
     default:
         road = tr("direct");
@@ -103,12 +104,25 @@ void WindowStatus::showOrigin(const SnapshotSource::Origin& origin, bool privile
 void WindowStatus::showProblem(const QString& problem)
 {
     m_problem->setText(problem);
-    m_problem->setVisible(!problem.isEmpty());
+    setShown(m_problem, !problem.isEmpty());
 }
 
 void WindowStatus::showSearchError(const QString& error)
 {
     m_searchError->setText(error);
     m_searchError->setToolTip(error);
-    m_searchError->setVisible(!error.isEmpty());
+    setShown(m_searchError, !error.isEmpty());
+}
+
+void WindowStatus::setShown(QLabel* label, bool shown)
+{
+    // A passing message hides the bar's other labels, and shows again, once it has gone, those
+    // it hid. A label due to appear meanwhile is left to that, or it would be drawn under the
+    // message; a refresh every second would otherwise do so at once.
+    if (shown && !m_bar.currentMessage().isEmpty()) {
+        label->hide();
+        label->setAttribute(Qt::WA_WState_ExplicitShowHide, false);
+        return;
+    }
+    label->setVisible(shown);
 }

@@ -22,12 +22,16 @@ public:
     void showTraffic(const TrafficTotals& totals);
     QString trafficText() const;
     // How the last snapshot was taken and what it cost. `privileged`: the application runs as
-    // root, so a collector run here sees every process.
-    void showOrigin(const SnapshotSource::Origin& origin, bool privileged);
+    // root, so a collector run here sees every process. `host`: the machine ssh reached.
+    void showOrigin(const SnapshotSource::Origin& origin, bool privileged,
+                    const QString& host = {});
     void showProblem(const QString& problem);
     void showSearchError(const QString& error);
 
 private:
+    void setShown(QLabel* label, bool shown);
+
+    QStatusBar& m_bar;
     QLabel* m_rows;
     QLabel* m_traffic;
     QLabel* m_problem;
