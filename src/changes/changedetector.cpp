@@ -72,6 +72,7 @@ LsofItemPtr ChangeDetector::reuse(Known& known, const SocketRecord& record, doub
     const SocketRecord* const before = std::exchange(known.listedBy, &record);
     LsofItemPtr item =
         before ? LsofItem::fromRecord(*before, known.item->identifier()) : known.item;
+    item->setHost(m_host);
     item->setState(record.state);
     item->setOldState(known.previousState);
     LsofItem::Traffic traffic;

@@ -39,6 +39,10 @@ public:
     // compared with the last good one.
     void detect(LsofItemList& items);
 
+    // The machine the records come from (another host over ssh); empty: this one. The items
+    // made from then on carry it.
+    void setHost(const QString& host) { m_host = host; }
+
     // The list detect() last kept (after a match, without its closed items).
     const LsofItemList& previousSnapshot() const { return m_previous; }
     // The previous snapshot's open connections by identifier (of several, the later one), as
@@ -63,6 +67,7 @@ private:
 
     Clock m_clock;
     std::optional<std::chrono::steady_clock::time_point> m_lastMatch;
+    QString m_host;
     LsofItemList m_previous;
     QHash<QString, Known> m_identifiers;
 };

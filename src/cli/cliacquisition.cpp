@@ -31,6 +31,7 @@ std::optional<QString> configure(LsofFetcher& fetcher, const Source& source)
             const SshCollector::Result result = collector.collect();
             return AcquisitionRoads::Remote{result.output, result.problem};
         };
+        roads.remoteHost = host->text();
     }
     fetcher.setRoads(std::move(roads));
     const QString chosen = source.collector.isEmpty()

@@ -46,6 +46,8 @@ struct AcquisitionRoads {
         QString problem;
     };
     std::function<Remote()> runRemote;
+    // The host runRemote reaches, as the user named it.
+    QString remoteHost;
 
     // Which helper the application's roads use.
     struct HelperChoice {

@@ -68,7 +68,11 @@ public:
     // Stops waiting for the helper, for good: the application is quitting.
     void cancel();
 
-    void setRoads(AcquisitionRoads roads) { m_roads = std::move(roads); }
+    void setRoads(AcquisitionRoads roads)
+    {
+        m_detector.setHost(roads.runRemote ? roads.remoteHost : QString());
+        m_roads = std::move(roads);
+    }
     // The collector the user chose; the built-in one falls back on lsof where the kernel
     // refuses it (said once), and the user's script always runs lsof. Choosing again forgets a
     // refusal.

@@ -141,6 +141,10 @@ public:
     void setTraffic(const Traffic& traffic);
     // The kernel's cookie of the socket, which follows it for its whole life.
     std::optional<quint64> cookie() const { return m_cookie; }
+    // The machine the socket is on, as the user named it (ssh); empty for this machine. The
+    // process of another machine's socket is not looked for here: its names come from lsof's.
+    QString host() const { return m_host; }
+    void setHost(const QString& host) { m_host = host; }
     // Opened and closed between two refreshes: seen only by the kernel's notice of its end.
     bool isShortLived() const { return m_shortLived; }
     void setShortLived(bool shortLived) { m_shortLived = shortLived; }
@@ -216,6 +220,7 @@ private:
     QString m_device;
     QString m_fileDescriptor;
     std::optional<quint64> m_cookie;
+    QString m_host;
     bool m_shortLived = false;
     Traffic m_traffic;
     mutable std::shared_ptr<const RunningApplication> m_app;

@@ -54,6 +54,8 @@ void LsofItem::resolveHostname(const QString& address) const
 
 std::shared_ptr<const RunningApplication> LsofItem::runningApplication() const
 {
+    if (!m_host.isEmpty())
+        return nullptr;
     {
         QMutexLocker locker(&m_lock);
         if (m_app)
@@ -73,6 +75,8 @@ void LsofItem::readProcessRecords(const LsofItemList& items)
     // looked for once for each of its items.
     QHash<qint64, std::shared_ptr<const RunningApplication>> byPid;
     for (const LsofItemPtr& item : items) {
+        if (!item->m_host.isEmpty())
+            continue;
         {
             QMutexLocker locker(&item->m_lock);
             if (item->m_app)
@@ -93,6 +97,8 @@ void LsofItem::readProcessRecords(const LsofItemList& items)
 
 QString LsofItem::processPath() const
 {
+    if (!m_host.isEmpty())
+        return m_processName;
     ZBMemoryCache& paths = ItemNaming::sharedNaming().processPaths();
     if (const QVariant cached = paths.objectForKey(m_processId); cached.isValid())
         return cached.toString();
@@ -110,6 +116,8 @@ QString LsofItem::processPath() const
 
 QString LsofItem::processIcon() const
 {
+    if (!m_host.isEmpty())
+        return genericIcon();
     ZBMemoryCache& icons = ItemNaming::sharedNaming().processIcons();
     if (const QVariant cached = icons.objectForKey(m_processId); cached.isValid())
         return cached.toString();

@@ -11,6 +11,7 @@ RemoteSnapshotSource::RemoteSnapshotSource(const HostSpec& host, QObject* parent
         const SshCollector::Result result = collector.collect();
         return AcquisitionRoads::Remote{result.output, result.problem};
     };
+    roads.remoteHost = host.text();
     m_fetcher.setRoads(std::move(roads));
     connect(&m_worker, &SnapshotSource::snapshotReady, this, &SnapshotSource::snapshotReady);
 }
