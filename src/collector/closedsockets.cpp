@@ -64,12 +64,8 @@ void ClosedSockets::start()
         return;
     }
     m_listening = true;
-    const QString why = m_owners ? m_owners->start() : u"not offered"_s;
-    m_attributing = why.isEmpty();
-    if (!m_attributing)
-        say(u"Connections that open and close between two refreshes are shown without their "
-            u"process, unless it was listening for them: the program that notes each "
-            u"socket's owner cannot run here (%1)."_s.arg(why));
+    m_ownersRefusal = m_owners ? m_owners->start() : u"not offered"_s;
+    m_attributing = m_ownersRefusal.isEmpty();
 }
 
 void ClosedSockets::beginPass()
@@ -89,6 +85,7 @@ SocketRecords ClosedSockets::endPass(const SocketRecords& listed, UserNames& use
     std::vector<DiagSocket> notices = std::exchange(m_deferred, {});
     notices.insert(notices.end(), batch.sockets.begin(), batch.sockets.end());
     m_lastListeners = std::exchange(m_listeners, listenersOf(listed));
+    int unattributed = 0;
     for (const DiagSocket& socket : notices) {
         // Never bound, so never a connection (a socket made for an ioctl, say).
         if (socket.localPort == 0)
@@ -101,12 +98,20 @@ SocketRecords ClosedSockets::endPass(const SocketRecords& listed, UserNames& use
         // Before the first dump the listener heard sockets of unknown age.
         else if (seen == m_seen.cend() && m_pass > 1)
             closed.append(shortLived(socket, users));
+        else
+            continue;
+        unattributed += seen == m_seen.cend() && closed.last().processId.isNull() ? 1 : 0;
     }
+    // Said once, when it first matters.
+    if (unattributed > 0 && !m_ownersRefusal.isEmpty())
+        say(u"Connections that open and close between two refreshes are shown without their "
+            u"process, unless it was listening for them: the program that notes each "
+            u"socket's owner cannot run here (%1)."_s.arg(std::exchange(m_ownersRefusal, {})));
     m_seen.removeIf([this](const auto& entry) { return entry.value() + 1 < m_pass; });
     m_listed.clear();
     for (const SocketRecord& record : listed) {
         if (record.cookie)
-            m_listed.insert(*record.cookie, true);
+            m_listed.insert(*record.cookie);
     }
     if (batch.lost > 0)
         say(u"The kernel dropped %1 notice(s) of closed sockets (too many closed at once): "

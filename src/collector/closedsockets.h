@@ -7,6 +7,7 @@
 #include "snapshot/socketrecord.h"
 
 #include <QHash>
+#include <QSet>
 #include <QString>
 
 #include <memory>
@@ -31,8 +32,9 @@ public:
     // owners noted for short-lived ones.
     SocketRecords endPass(const SocketRecords& listed, UserNames& users);
 
-    // What this pass could not do: notices lost, a listener or an attribution that cannot
-    // run (said once). Empty when all went well.
+    // What this pass could not do: notices lost, a listener that cannot run (said once), an
+    // attribution that cannot (said once, at the first short-lived connection without its
+    // process). Empty when all went well.
     const QString& problem() const { return m_problem; }
 
 private:
@@ -52,12 +54,13 @@ private:
     bool m_started = false;
     bool m_listening = false;
     bool m_attributing = false;
+    QString m_ownersRefusal; // until said
     quint64 m_pass = 0;
     // Cookie → the last pass whose dump listed the socket, kept one pass after it left the dump
     // (a notice may come a moment after the socket left).
     QHash<quint64, quint64> m_seen;
     // The cookies of the records the last pass gave.
-    QHash<quint64, bool> m_listed;
+    QSet<quint64> m_listed;
     // Notices of sockets this pass's dump still listed: they closed after the dump, and count
     // for the next pass.
     std::vector<DiagSocket> m_deferred;

@@ -21,12 +21,13 @@ public:
 
 class ScriptedOwners final : public SocketOwners {
 public:
-    QString start() override { return {}; }
+    QString start() override { return refusal; }
     std::optional<Owner> ownerOf(quint64 cookie) override
     {
         return owners.contains(cookie) ? std::optional(owners.value(cookie)) : std::nullopt;
     }
     QHash<quint64, Owner> owners;
+    QString refusal;
 };
 
 struct Rig {
@@ -103,9 +104,11 @@ TEST(ClosedSockets, OnlyTheLastPassesSocketsAndNeverSeenOnesAreNews)
 }
 
 // An accepted connection is its listener's process's only when one process alone listens there.
+// Why no owner was noted is said once, at the first connection left without one.
 TEST(ClosedSockets, AListenerSharedByTwoProcessesAttributesNothing)
 {
     Rig rig;
+    rig.owners->refusal = u"not here"_s;
     const DiagSocket listener = ipv4(IPPROTO_TCP, 10, 502, "10.0.0.1", 80);
     rig.proc.addProcess(20, "server");
     rig.proc.addSocket(20, 3, 502);
@@ -113,5 +116,10 @@ TEST(ClosedSockets, AListenerSharedByTwoProcessesAttributesNothing)
     rig.proc.addSocket(21, 3, 502);
     rig.pass({listener}, {});
     const DiagSocket accepted = ipv4(IPPROTO_TCP, 7, 4000, "10.0.0.1", 80, "10.0.0.9", 5555);
+    EXPECT_TRUE(rig.collector.problem().isEmpty());
     EXPECT_EQ(cookiesAndOwners(rig.pass({listener}, {accepted})), QStringList{u"4000/?"_s});
+    EXPECT_TRUE(rig.collector.problem().endsWith(u"cannot run here (not here)."_s));
+    const DiagSocket another = ipv4(IPPROTO_TCP, 7, 4001, "10.0.0.1", 80, "10.0.0.9", 5556);
+    EXPECT_EQ(rig.pass({listener}, {another}).size(), 1);
+    EXPECT_TRUE(rig.collector.problem().isEmpty());
 }
