@@ -114,9 +114,9 @@ SocketRecords ClosedSockets::endPass(const SocketRecords& listed, UserNames& use
             m_listed.insert(*record.cookie);
     }
     if (batch.lost > 0)
-        say(u"The kernel dropped %1 notice(s) of closed sockets (too many closed at once): "
-            u"every open connection is listed again, but some that opened and closed since the "
-            u"last refresh are missing."_s.arg(batch.lost));
+        say(u"Notices of closed sockets were lost (%1, too many closed at once): every open "
+            u"connection is listed again, but some that opened and closed since the last "
+            u"refresh are missing."_s.arg(batch.lost));
     return closed;
 }
 

@@ -102,8 +102,6 @@ int DestroyListener::open()
             bytes = largestOrdinaryBuffer();
         setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof(bytes));
     }
-    socklen_t length = sizeof(m_granted);
-    getsockopt(fd, SOL_SOCKET, SO_RCVBUF, &m_granted, &length);
     m_drops = droppedSoFar(fd).value_or(0);
     return 0;
 }

@@ -39,9 +39,6 @@ public:
     int start() override;
     Batch take() override;
 
-    // The receive buffer the kernel granted, in bytes (0 before start).
-    int receiveBufferSize() const { return m_granted; }
-
 private:
     int open();
     void run();
@@ -52,7 +49,6 @@ private:
     Options m_options;
     mnl_socket* m_socket = nullptr;
     int m_wake = -1; // eventfd that stops the thread
-    int m_granted = 0;
     std::thread m_thread;
     std::mutex m_lock; // guards m_pending, m_lost and m_drops
     Batch m_pending;

@@ -100,7 +100,7 @@ TEST(ClosedSockets, OnlyTheLastPassesSocketsAndNeverSeenOnesAreNews)
     rig.proc.removeFd(20, 3);
     rig.proc.run(20);
     EXPECT_EQ(cookiesAndOwners(rig.pass({}, {}, 5)), QStringList{u"502/?"_s});
-    EXPECT_TRUE(rig.collector.problem().contains(u"dropped 5 notice"_s));
+    EXPECT_TRUE(rig.collector.problem().contains(u"were lost (5,"_s));
 }
 
 // An accepted connection is its listener's process's only when one process alone listens there.
