@@ -22,7 +22,7 @@ std::optional<qint64> rate(std::optional<qint64> before, std::optional<qint64> n
 
 ChangeDetector::ChangeDetector(Clock clock) : m_clock(std::move(clock)) {}
 
-LsofItemList ChangeDetector::match(const SocketRecords& records)
+LsofItemList ChangeDetector::match(const SocketRecords& records, const SocketRecords& closed)
 {
     const auto now = m_clock();
     const double seconds =
@@ -45,7 +45,43 @@ LsofItemList ChangeDetector::match(const SocketRecords& records)
         else
             items.append(reuse(*known, record, seconds));
     }
+    m_shortLived.clear();
+    if (!closed.isEmpty())
+        takeClosed(closed);
     return items;
+}
+
+void ChangeDetector::takeClosed(const SocketRecords& closed)
+{
+    QHash<quint64, QList<const Known*>> byCookie;
+    for (const Known& known : std::as_const(m_identifiers)) {
+        if (const std::optional<quint64> cookie = known.item->cookie())
+            byCookie[*cookie].append(&known);
+    }
+    for (const SocketRecord& record : closed) {
+        if (!record.cookie)
+            continue;
+        const auto found = byCookie.constFind(*record.cookie);
+        if (found == byCookie.cend()) {
+            LsofItemPtr item = LsofItem::fromRecord(record);
+            item->setShortLived(true);
+            item->setOldState(record.state);
+            m_shortLived.append(item);
+            continue;
+        }
+        for (const Known* known : *found) {
+            // Still listed: the dump saw it before it closed, and the next pass closes it.
+            if (known->listedBy)
+                continue;
+            LsofItem& item = *known->item;
+            LsofItem::Traffic traffic = item.traffic();
+            traffic.bytesSent = record.bytesSent ? record.bytesSent : traffic.bytesSent;
+            traffic.bytesReceived =
+                record.bytesReceived ? record.bytesReceived : traffic.bytesReceived;
+            item.setTraffic(traffic);
+            item.setOldState(item.state());
+        }
+    }
 }
 
 LsofItemPtr ChangeDetector::previousItem(const QString& identifier) const
@@ -92,10 +128,18 @@ void ChangeDetector::detect(LsofItemList& items)
 {
     if (items.isEmpty())
         return;
+    m_unattributed = 0;
     if (!m_previous.isEmpty()) {
         setStatuses(items);
         insertClosedItems(items);
+        for (const LsofItemPtr& item : std::as_const(m_shortLived)) {
+            item->setStatus(3);
+            item->setState(u"Closed"_s);
+            m_unattributed += item->processId().isNull() ? 1 : 0;
+            items.append(item);
+        }
     }
+    m_shortLived.clear();
     m_previous = items;
 }
 

@@ -30,14 +30,28 @@ public:
     // snapshot have had their extra pass: they leave it here, whatever follows. A connection
     // seen before gets its send and receive rates: the bytes moved since the last match over
     // the time between the two.
-    LsofItemList match(const SocketRecords& records);
+    //
+    // `closed` are the sockets the kernel said closed since the last pass, known by cookie. An
+    // open connection of the previous snapshot that is not in this one takes its final byte
+    // counts from its record, and keeps the state it was last seen in as its old state (the
+    // kernel's last word on a TCP socket is always CLOSE, which says nothing). Any other is a
+    // short-lived connection, opened and closed between the two passes: detect() adds it.
+    LsofItemList match(const SocketRecords& records, const SocketRecords& closed = {});
 
     // Statuses: 1 for an identifier the previous snapshot did not have, 2 for a state that
     // moved from one known state to another, else 0; on the first snapshot, all 0 and no item
     // closed. Then every item of the previous snapshot that is not in the list goes back into
     // it, status 3 and state "Closed". An empty list changes nothing, so the next snapshot is
     // compared with the last good one.
+    //
+    // The short-lived connections of the match come last, in the kernel's order, status 3 and
+    // state "Closed", with their last kernel state as old state. They had no place in the
+    // previous snapshot, so no neighbour to stand beside, and at the end they leave the places
+    // of the other closed items as they were. On the first snapshot they are dropped, as is
+    // every other change there.
     void detect(LsofItemList& items);
+    // How many short-lived connections the last detect() added without a process.
+    int unattributed() const { return m_unattributed; }
 
     // The machine the records come from (another host over ssh); empty: this one. The items
     // made from then on carry it.
@@ -61,6 +75,7 @@ private:
     };
 
     void forgetClosedItems();
+    void takeClosed(const SocketRecords& closed);
     LsofItemPtr reuse(Known& known, const SocketRecord& record, double seconds);
     void setStatuses(const LsofItemList& items) const;
     void insertClosedItems(LsofItemList& items) const;
@@ -70,4 +85,7 @@ private:
     QString m_host;
     LsofItemList m_previous;
     QHash<QString, Known> m_identifiers;
+    // Made by the last match, added by the next detect.
+    LsofItemList m_shortLived;
+    int m_unattributed = 0;
 };

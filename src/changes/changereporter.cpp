@@ -149,9 +149,10 @@ void ChangeReporter::writeConsoleMessage(const LsofItemList& items, const QStrin
 
 void ChangeReporter::notifyNewItems(const LsofItemList& items)
 {
+    // A short-lived connection opened in this pass as well as closed.
     LsofItemList selected;
     for (const LsofItemPtr& item : items) {
-        if (item->status() == 1)
+        if (item->status() == 1 || (item->status() == 3 && item->isShortLived()))
             selected << item;
     }
     const QStringList lines = newItemsAnnouncement(selected, m_prefs.excludeAppsForGrowl(),

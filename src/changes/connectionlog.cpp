@@ -50,7 +50,7 @@ void ConnectionLog::writePass(const QString& action, const LsofItemList& items)
     const QStringList timeFields = timeFieldsForAction(action);
     for (const LsofItemPtr& item : items) {
         m_writer->writeFieldsWithArray(timeFields);
-        m_writer->writeLineWithFields(item->csvLineFields());
+        m_writer->writeLineWithFields(itemFields(*item, action));
     }
     m_writer->flush();
     // A writer whose file could not be made is replaced next pass, which retries the folder
@@ -59,6 +59,16 @@ void ConnectionLog::writePass(const QString& action, const LsofItemList& items)
     // Rows on disk are never touched.
     if (!m_writer->ok() && !m_writer->isOpen())
         m_writer.reset();
+}
+
+QStringList ConnectionLog::itemFields(const LsofItem& item, const QString& action)
+{
+    QStringList fields = item.csvLineFields();
+    if (item.isShortLived() && action == u"New") {
+        static const qsizetype state = LsofItem::csvKeys().indexOf(u"state"_s);
+        fields[state] = item.oldState().isNull() ? u""_s : item.oldState();
+    }
+    return fields;
 }
 
 void ConnectionLog::close()

@@ -28,6 +28,9 @@ public:
     QStringList timeFieldsForAction(const QString& action) const;
     // One pass: the time fields once, one row per item, then a flush.
     void writePass(const QString& action, const LsofItemList& items);
+    // The item's part of a row for `action`: its CSV fields, except that a short-lived
+    // connection's "New" row shows the state the kernel last gave it, not "Closed".
+    static QStringList itemFields(const LsofItem& item, const QString& action);
     // Flushes and closes the file (at the end of a terminal session, for one).
     void close();
 

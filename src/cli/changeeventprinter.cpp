@@ -83,21 +83,21 @@ QString ChangeEventPrinter::eventName(qint32 status)
     }
 }
 
-void ChangeEventPrinter::print(const LsofItemList& items)
+void ChangeEventPrinter::print(const LsofItemList& items, bool opened)
 {
     LsofItemList changed;
     for (const LsofItemPtr& item : items) {
-        if (!eventName(item->status()).isNull())
+        if (opened || !eventName(item->status()).isNull())
             changed << item;
     }
     if (changed.isEmpty())
         return;
     const QDateTime time = m_clock();
     if (m_format == ItemPrinter::Format::Csv) {
-        printCsv(changed, time);
+        printCsv(changed, time, opened);
     } else {
         for (const LsofItemPtr& item : changed) {
-            const QString event = eventName(item->status());
+            const QString event = opened ? eventName(1) : eventName(item->status());
             m_out << (m_format == ItemPrinter::Format::Json ? jsonLine(*item, event, time)
                                                             : tableLine(*item, event, time))
                   << '\n';
@@ -153,7 +153,10 @@ QString ChangeEventPrinter::tableLine(const LsofItem& item, const QString& event
                                       const QDateTime& time) const
 {
     QString state = shown(item.state());
-    if (item.status() != 1 && !item.oldState().isEmpty())
+    // A short-lived connection opens in the state the kernel last gave it.
+    if (event == eventName(1) && item.isShortLived())
+        state = shown(item.oldState());
+    else if (item.status() != 1 && !item.oldState().isEmpty())
         state = item.oldState() + u" → "_s + state;
     const QStringList fields = {
         time.toString(u"yyyy-MM-dd HH:mm:ss"_s),
@@ -177,7 +180,7 @@ QString ChangeEventPrinter::jsonLine(const LsofItem& item, const QString& event,
            ItemPrinter::jsonString(m_host) + u',' + QStringView(object).mid(1);
 }
 
-void ChangeEventPrinter::printCsv(const LsofItemList& changed, const QDateTime& time)
+void ChangeEventPrinter::printCsv(const LsofItemList& changed, const QDateTime& time, bool opened)
 {
     // The connection log's columns and quoting, its time fields and its actions.
     CHCSVWriter writer = CHCSVWriter::forWritingToString();
@@ -186,9 +189,9 @@ void ChangeEventPrinter::printCsv(const LsofItemList& changed, const QDateTime& 
     const QString longTime = QLocale().toString(time, QLocale::LongFormat);
     const QString seconds = QString::number(time.toSecsSinceEpoch());
     for (const LsofItemPtr& item : changed) {
-        const QString action = item->status() == 1 ? u"New"_s : u"State Changed"_s;
+        const QString action = opened || item->status() == 1 ? u"New"_s : u"State Changed"_s;
         writer.writeFieldsWithArray(QStringList{longTime, seconds, action});
-        writer.writeLineWithFields(item->csvLineFields());
+        writer.writeLineWithFields(ConnectionLog::itemFields(*item, action));
     }
     m_out << writer.stringValue();
 }

@@ -18,7 +18,13 @@ LsofItemList withStatus(const LsofItemList& items, std::initializer_list<qint32>
 
 void WatchReporter::notifyNewItems(const LsofItemList& items)
 {
-    m_printer.print(withStatus(items, {1}));
+    // A short-lived connection opened in this pass too: "new" here, "closed" with the changes.
+    LsofItemList opened;
+    for (const LsofItemPtr& item : items) {
+        if (item->status() == 1 || (item->status() == 3 && item->isShortLived()))
+            opened << item;
+    }
+    m_printer.print(opened, true);
     if (m_settingsReporter && m_settingsReporter->needsNotifyOrLogNewConnections())
         m_settingsReporter->notifyNewItems(items);
 }

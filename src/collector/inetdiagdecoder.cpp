@@ -41,20 +41,29 @@ void readTcpInfo(const nlattr* attribute, DiagSocket& socket)
         tcpInfoField<quint64>(info, length, offsetof(tcp_info, tcpi_bytes_received));
 }
 
-// The attributes after the fixed part. Only tcp_info is of use; one that runs past the
-// message's end makes the whole message suspect.
+// The attributes after the fixed part: tcp_info, and the protocol, which a destroy notice
+// names (a dump's answers do not). One that runs past the message's end makes the whole message
+// suspect.
 const char* readAttributes(const nlmsghdr* header, DiagSocket& socket)
 {
     const char* const end = reinterpret_cast<const char*>(header) + header->nlmsg_len;
     const auto* attribute =
         static_cast<const nlattr*>(mnl_nlmsg_get_payload_offset(header, sizeof(inet_diag_msg)));
+    const nlattr* info = nullptr;
     while (end - reinterpret_cast<const char*>(attribute) >= int(sizeof(nlattr))) {
         if (!mnl_attr_ok(attribute, int(end - reinterpret_cast<const char*>(attribute))))
             return "an attribute runs past the end of the message";
-        if (mnl_attr_get_type(attribute) == INET_DIAG_INFO && socket.protocol == IPPROTO_TCP)
-            readTcpInfo(attribute, socket);
+        if (mnl_attr_get_type(attribute) == INET_DIAG_INFO)
+            info = attribute;
+        else if (mnl_attr_get_type(attribute) == INET_DIAG_PROTOCOL && socket.protocol == 0 &&
+                 mnl_attr_get_payload_len(attribute) >= 1)
+            socket.protocol = mnl_attr_get_u8(attribute);
         attribute = mnl_attr_next(attribute);
     }
+    if (socket.protocol == 0)
+        return "the message does not name its protocol";
+    if (info && socket.protocol == IPPROTO_TCP)
+        readTcpInfo(info, socket);
     return nullptr;
 }
 

@@ -16,7 +16,8 @@ public:
         const char* error = nullptr;
     };
 
-    // `message` is one netlink message (header, struct inet_diag_msg, attributes) of a dump
-    // for `protocol`, which the message itself does not name.
+    // `message` is one netlink message (header, struct inet_diag_msg, attributes): an answer of
+    // a dump for `protocol`, which such a message does not name, or, with `protocol` 0, a
+    // destroy notice, which names it in an attribute.
     static Result decode(QByteArrayView message, quint8 protocol);
 };

@@ -1,5 +1,7 @@
 #include "nativecollector.h"
 
+#include "bpfsocketowners.h"
+#include "destroylistener.h"
 #include "inetdiagdecoder.h"
 #include "lsofformatter.h"
 #include "netlinkdumper.h"
@@ -68,6 +70,23 @@ NativeCollector::NativeCollector(Sources sources)
       m_processes(std::move(sources.procRoot), std::move(sources.cpuClock)),
       m_users(std::move(sources.passwdPath))
 {
+    if (sources.notices)
+        m_closedSockets =
+            std::make_unique<ClosedSockets>(std::move(sources.notices), std::move(sources.owners));
+}
+
+std::unique_ptr<NativeCollector> NativeCollector::listening()
+{
+    Sources sources;
+    sources.notices = std::make_unique<DestroyListener>();
+    sources.owners = std::make_unique<BpfSocketOwners>();
+    return std::make_unique<NativeCollector>(std::move(sources));
+}
+
+const QString& NativeCollector::problem() const
+{
+    static const QString none;
+    return m_closedSockets ? m_closedSockets->problem() : none;
 }
 
 NativeCollector::~NativeCollector() = default;
@@ -99,14 +118,20 @@ QString NativeCollector::refusalFor(int error, const DiagQuery& query)
 SocketRecords NativeCollector::collect()
 {
     m_refusal.clear();
+    m_closed.clear();
     m_skipped = 0;
+    if (m_closedSockets)
+        m_closedSockets->beginPass();
     if (!dumpSockets())
         return {};
     if (!m_processes.refresh()) {
         m_refusal = u"The process list in /proc cannot be read."_s;
         return {};
     }
-    return records();
+    SocketRecords list = records();
+    if (m_closedSockets)
+        m_closed = m_closedSockets->endPass(list, m_users);
+    return list;
 }
 
 bool NativeCollector::dumpSockets()
@@ -121,6 +146,8 @@ bool NativeCollector::dumpSockets()
                 return;
             }
             m_sockets.add(*decoded.socket);
+            if (m_closedSockets)
+                m_closedSockets->dumped(decoded.socket->cookie);
         });
         if (error == 0 || (optional(query) && unsupported(error)))
             continue;

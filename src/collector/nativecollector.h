@@ -1,5 +1,6 @@
 #pragma once
 
+#include "closedsockets.h"
 #include "processtable.h"
 #include "socketdiagsource.h"
 #include "sockettable.h"
@@ -26,10 +27,17 @@ public:
         QByteArray procRoot = "/proc";
         ProcessTable::CpuClock cpuClock = ProcessTable::processCpuTime;
         QByteArray passwdPath = "/etc/passwd";
+        // The kernel's notices of closed sockets and the owners noted for them; without
+        // notices, no pass reports closed sockets.
+        std::unique_ptr<DestroyNotices> notices = nullptr;
+        std::unique_ptr<SocketOwners> owners = nullptr;
     };
 
-    // This machine: the kernel over netlink, /proc and the account database.
+    // This machine: the kernel over netlink, /proc and the account database, without notices.
     NativeCollector();
+    // The same, listening to the kernel's notices of closed sockets and noting their owners
+    // where this process may: what a collector that runs pass after pass wants.
+    static std::unique_ptr<NativeCollector> listening();
     explicit NativeCollector(Sources sources);
     ~NativeCollector();
     NativeCollector(const NativeCollector&) = delete;
@@ -39,6 +47,14 @@ public:
     // inspect (root: every process): one record per descriptor, ordered by process id, then
     // descriptor. When the kernel refuses the dump, an empty list, and refusal() says why.
     SocketRecords collect();
+
+    // The sockets destroyed since the last collect(), in the kernel's order: those that
+    // collect listed, with their final figures, and short-lived ones it never listed, with
+    // their process where it is known. Empty without notices.
+    const SocketRecords& closed() const { return m_closed; }
+    // What the last collect() missed although it gave its records (notices lost, say), in a
+    // sentence or two; empty when nothing was missed.
+    const QString& problem() const;
 
     // Why the last collect() gave nothing, in one sentence a user understands; empty when the
     // kernel answered. The caller falls back on lsof.
@@ -60,6 +76,8 @@ private:
     SocketTable m_sockets;
     UserNames m_users;
     QList<QString> m_fdTexts;
+    std::unique_ptr<ClosedSockets> m_closedSockets;
+    SocketRecords m_closed;
     QString m_refusal;
     int m_skipped = 0;
 };

@@ -92,12 +92,15 @@ AcquisitionRoads AcquisitionRoads::system(const HelperChoice& helper)
             askHelper(utility, reply, &CVHelperUtility::runCollectorWithReply);
         };
     }
-    // One collector for the roads' life: it keeps what each pass learned.
-    auto collector = std::make_shared<NativeCollector>();
+    // One collector for the roads' life: it keeps what each pass learned, and listens for the
+    // sockets that close between passes from its first pass on.
+    std::shared_ptr<NativeCollector> collector = NativeCollector::listening();
     roads.collect = [collector] {
         Collected collected;
         collected.records = collector->collect();
+        collected.closed = collector->closed();
         collected.refusal = collector->refusal();
+        collected.problem = collector->problem();
         return collected;
     };
     roads.sandboxed = [] { return Sandbox::isSandboxed(); };

@@ -32,10 +32,15 @@ struct AcquisitionRoads {
         run;
 
     // The built-in collector, in this process: its records, or why the kernel refused (then
-    // lsof stands in). It keeps what it learned from pass to pass. Unset: not offered.
+    // lsof stands in). It keeps what it learned from pass to pass, and hears the sockets that
+    // close between passes: `closed` are those, since the last pass (what it had listed, with
+    // final figures, and short-lived ones it never listed). `problem` is what the pass missed
+    // although it gave its records. Unset: not offered.
     struct Collected {
         SocketRecords records;
         QString refusal;
+        SocketRecords closed = {};
+        QString problem = {};
     };
     std::function<Collected()> collect;
 

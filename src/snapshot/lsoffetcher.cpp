@@ -30,12 +30,13 @@ LsofItemList LsofFetcher::parseLsofResult(const QString& text)
 
 LsofItemList LsofFetcher::parseLsofOutput(QByteArrayView output)
 {
-    return m_reader.read(output) ? matchRecords(m_reader.records()) : LsofItemList();
+    return m_reader.read(output) ? matchRecords(m_reader.records(), m_reader.closed())
+                                 : LsofItemList();
 }
 
-LsofItemList LsofFetcher::matchRecords(const SocketRecords& records)
+LsofItemList LsofFetcher::matchRecords(const SocketRecords& records, const SocketRecords& closed)
 {
-    return m_detector.match(records);
+    return m_detector.match(records, closed);
 }
 
 void LsofFetcher::processLsofItemsChanges(LsofItemList& items)

@@ -43,8 +43,9 @@ public:
     LsofItemList parseLsofResult(const QString& text);
     // The same from lsof's output as it came, UTF-8: what the application parses.
     LsofItemList parseLsofOutput(QByteArrayView output);
-    // The items of a collector's records, as a parse gives them.
-    LsofItemList matchRecords(const SocketRecords& records);
+    // The items of a collector's records, as a parse gives them; `closed` are the sockets
+    // that closed since the last pass (ChangeDetector::match).
+    LsofItemList matchRecords(const SocketRecords& records, const SocketRecords& closed = {});
     static void parseConnection(const QString& text, LsofItem& item);
     static void parseAddressAndPort(const QString& text, LsofItem& item, const QString& side);
     // Characters [start, start + length) with blanks and line ends trimmed at both ends.
@@ -88,6 +89,9 @@ public:
     SnapshotSource::Road lastRoad() const { return m_lastOrigin.road; }
     const SnapshotSource::Origin& lastOrigin() const { return m_lastOrigin; }
     QString lastProblem() const { return m_lastProblem; }
+    // The short-lived connections of the last pass whose process is not known (no privileged
+    // attribution, and no lone listener that accepted them).
+    int lastUnattributed() const { return m_detector.unattributed(); }
 
     // Not owned; null means nothing is reported.
     void setReporter(ChangeReporting* reporter) { m_reporter = reporter; }

@@ -76,8 +76,8 @@ LsofItemList LsofFetcher::collectLocally()
         AcquisitionRoads::Collected collected = m_roads.collect();
         if (collected.refusal.isEmpty()) {
             m_lastOrigin = {Road::Direct, Collector::Native, 0};
-            m_lastProblem.clear();
-            return matchRecords(collected.records);
+            m_lastProblem = collected.problem;
+            return matchRecords(collected.records, collected.closed);
         }
         // Said once: the passes after this one take lsof without a word.
         m_nativeRefusal = collected.refusal;

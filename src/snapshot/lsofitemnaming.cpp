@@ -5,6 +5,8 @@
 #include "snapshot/itemnaming.h"
 #include "snapshot/portservicemap.h"
 
+#include <QCoreApplication>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -132,5 +134,8 @@ QString LsofItem::localizedAppName() const
     const auto app = runningApplication();
     if (app && !app->localizedName().isEmpty())
         return app->localizedName();
+    // A connection that closed before its process could be known still needs a name on its row.
+    if (m_shortLived && m_processName.isNull() && m_processId.isNull())
+        return QCoreApplication::translate("LsofItem", "unknown process");
     return m_processName;
 }

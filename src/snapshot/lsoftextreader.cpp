@@ -54,6 +54,7 @@ bool LsofTextReader::read(QByteArrayView output)
         return false;
     }
     const bool sameTitles = m_titles == cutter->positions();
+    m_closed.clear();
     SocketRecords previous;
     previous.swap(m_records);
     m_records.reserve(previous.size() + 16);
@@ -67,7 +68,8 @@ bool LsofTextReader::read(QByteArrayView output)
     for (qsizetype start = header.size() + 1; start < kept.size();) {
         const QByteArrayView bytes = lineFrom(kept, start);
         start += bytes.size() + 1;
-        if (bytes.startsWith('#') && LsofTextWriter::readFiguresLine(bytes, figures))
+        if (bytes.startsWith('#') && (LsofTextWriter::readClosedLine(bytes, m_closed) ||
+                                      LsofTextWriter::readFiguresLine(bytes, figures)))
             continue;
         const QByteArray line = QByteArray::fromRawData(bytes.data(), bytes.size());
         const auto seen = sameTitles ? previousLines.find(line) : previousLines.end();
@@ -107,6 +109,7 @@ void LsofTextReader::applyFigures(const LsofTextWriter::FiguresBySocket& figures
 void LsofTextReader::forgetLines()
 {
     m_records.clear();
+    m_closed.clear();
     m_lines.clear();
     m_output.clear();
     m_titles.reset();

@@ -15,7 +15,8 @@
 // Columns are found by the titles of the header line, and every data line is cut at fixed
 // places from them; a line that cannot be cut is left out.
 //
-// The "#corvina" lines LsofTextWriter adds give the records their traffic figures.
+// The "#corvina" lines LsofTextWriter adds give the records their traffic figures, and the
+// sockets that closed since the collector's last pass.
 //
 // A reader kept from one output to the next does less: lsof prints nearly the same lines every
 // time, and a line printed last time, under the same titles, gives the record it gave then.
@@ -29,12 +30,16 @@ public:
     bool read(QByteArrayView output);
     // The records of the last output read, in its order.
     const SocketRecords& records() const { return m_records; }
+    // The sockets its "#corvina closed" lines name: those that closed since the collector's
+    // last pass.
+    const SocketRecords& closed() const { return m_closed; }
 
 private:
     void applyFigures(const LsofTextWriter::FiguresBySocket& figures);
     void forgetLines();
 
     SocketRecords m_records;
+    SocketRecords m_closed;
     // The last output's bytes, which m_lines' keys borrow, and its titles' positions.
     QByteArray m_output;
     std::optional<LsofLineCutter::Positions> m_titles;

@@ -77,9 +77,40 @@ QString figuresLine(const SocketRecord& r)
     return u"#corvina socket "_s + r.processId + u' ' + r.fileDescriptor + u' ' + r.device + line;
 }
 
+QString closedLine(const SocketRecord& r)
+{
+    QString line = u"#corvina closed cookie="_s + QString::number(r.cookie.value_or(0)) +
+                   u" type="_s + r.type + u" protocol="_s + r.protocol + u" local="_s +
+                   endpoint(r.localAddress, r.localPort);
+    const auto add = [&line](QStringView name, const QString& value) {
+        if (!value.isNull())
+            line += u' ' + name + u'=' + value;
+    };
+    if (!r.remoteAddress.isNull())
+        add(u"remote", endpoint(r.remoteAddress, r.remotePort));
+    add(u"state", r.state);
+    add(u"sent", r.bytesSent ? QString::number(*r.bytesSent) : QString());
+    add(u"received", r.bytesReceived ? QString::number(*r.bytesReceived) : QString());
+    add(u"rtt", r.rtt ? QString::number(*r.rtt, 'f', 3) : QString());
+    add(u"pid", r.processId);
+    add(u"command", r.processName);
+    add(u"user", r.user);
+    return line;
+}
+
+// "ADDRESS:PORT" at its last colon (an IPv6 address is bracketed).
+std::pair<QString, QString> splitEndpoint(const QString& text)
+{
+    const qsizetype colon = text.lastIndexOf(u':');
+    if (colon < 0)
+        return {text, QString()};
+    return {text.left(colon), text.mid(colon + 1)};
+}
+
 } // namespace
 
-QByteArray LsofTextWriter::write(const SocketRecords& records, bool traffic)
+QByteArray LsofTextWriter::write(const SocketRecords& records, bool traffic,
+                                 const SocketRecords& closed)
 {
     const Widths w = widthsOf(records);
     QString text = u"COMMAND"_s.leftJustified(w.command) + u' ' + u"PID"_s.rightJustified(w.pid) +
@@ -92,7 +123,48 @@ QByteArray LsofTextWriter::write(const SocketRecords& records, bool traffic)
         if (const QString line = traffic ? figuresLine(record) : QString(); !line.isEmpty())
             text += line + u'\n';
     }
+    for (const SocketRecord& record : closed) {
+        if (record.cookie)
+            text += closedLine(record) + u'\n';
+    }
     return text.toUtf8();
+}
+
+bool LsofTextWriter::readClosedLine(QByteArrayView line, SocketRecords& closed)
+{
+    static constexpr QByteArrayView prefix = "#corvina closed ";
+    if (!line.startsWith(prefix))
+        return false;
+    SocketRecord r;
+    for (const QByteArray& word : line.sliced(prefix.size()).toByteArray().split(' ')) {
+        const qsizetype equals = word.indexOf('=');
+        if (equals <= 0)
+            continue;
+        const QByteArray name = word.left(equals);
+        const QString value = QString::fromUtf8(word.mid(equals + 1));
+        bool ok = false;
+        if (name == "cookie") {
+            const quint64 n = value.toULongLong(&ok);
+            r.cookie = ok ? std::optional(n) : std::nullopt;
+        } else if (name == "type" || name == "protocol" || name == "state") {
+            (name == "type" ? r.type : name == "protocol" ? r.protocol : r.state) = value;
+        } else if (name == "local" || name == "remote") {
+            const auto [address, port] = splitEndpoint(value);
+            (name == "local" ? r.localAddress : r.remoteAddress) = address;
+            (name == "local" ? r.localPort : r.remotePort) = port;
+        } else if (name == "sent" || name == "received") {
+            const qint64 n = value.toLongLong(&ok);
+            (name == "sent" ? r.bytesSent : r.bytesReceived) = ok ? std::optional(n) : std::nullopt;
+        } else if (name == "rtt") {
+            const double ms = value.toDouble(&ok);
+            r.rtt = ok ? std::optional(ms) : std::nullopt;
+        } else if (name == "pid" || name == "command" || name == "user") {
+            (name == "pid" ? r.processId : name == "command" ? r.processName : r.user) = value;
+        }
+    }
+    if (r.cookie && !r.type.isNull() && !r.protocol.isNull() && !r.localAddress.isNull())
+        closed.append(r);
+    return true;
 }
 
 QByteArray LsofTextWriter::socketKey(const SocketRecord& record)

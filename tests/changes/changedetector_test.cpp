@@ -58,3 +58,52 @@ TEST(ChangeDetector, RatesComeFromTwoPassesOfTheSameConnection)
     EXPECT_FALSE(next[0]->traffic().sendRate) << "a count that went backwards";
     EXPECT_EQ(next[0]->traffic().receiveRate, 0);
 }
+
+// The kernel's notices of closed sockets: one the previous snapshot had open takes its final
+// counts and its last state as old state; one never seen comes last, short-lived and closed,
+// with its kernel state as old state. Neither exists on a first snapshot.
+TEST(ChangeDetector, ClosedSocketsGiveFinalCountsAndShortLivedItems)
+{
+    ChangeDetector detector;
+    SocketRecord kept = tcp(u"3u"_s, 10, 20), gone = tcp(u"4u"_s, 30, 40);
+    kept.cookie = 1;
+    gone.cookie = 2;
+    SocketRecord shortLived = tcp(u"5u"_s, 7000, 51);
+    shortLived.cookie = 3;
+    shortLived.processId = shortLived.processName = shortLived.user = QString();
+    shortLived.state = u"CLOSED"_s;
+
+    LsofItemList first = detector.match({kept, gone}, {shortLived});
+    detector.detect(first);
+    EXPECT_EQ(first.size(), 2);
+    const LsofItemPtr goneItem = first.at(1);
+    gone.bytesSent = 1002;
+    gone.bytesReceived = 501;
+    // `kept` is still listed: its notice came too early to count, and changes nothing.
+    SocketRecord keptNotice = kept;
+    keptNotice.bytesSent = 99999;
+    LsofItemList second = detector.match({kept}, {keptNotice, gone, shortLived});
+    detector.detect(second);
+
+    ASSERT_EQ(second.size(), 3);
+    EXPECT_EQ(second.at(0)->traffic().bytesSent, 10);
+    EXPECT_EQ(second.at(1), goneItem);
+    EXPECT_EQ(goneItem->status(), 3);
+    EXPECT_EQ(goneItem->state(), u"Closed"_s);
+    EXPECT_EQ(goneItem->oldState(), u"ESTABLISHED"_s);
+    EXPECT_EQ(goneItem->traffic().bytesSent, 1002);
+    EXPECT_EQ(goneItem->traffic().bytesReceived, 501);
+    const LsofItemPtr last = second.at(2);
+    EXPECT_TRUE(last->isShortLived());
+    EXPECT_EQ(last->status(), 3);
+    EXPECT_EQ(last->state(), u"Closed"_s);
+    EXPECT_EQ(last->oldState(), u"CLOSED"_s);
+    EXPECT_EQ(last->traffic().bytesSent, 7000);
+    EXPECT_EQ(detector.unattributed(), 1);
+
+    // Gone with the pass after, like every closed item.
+    LsofItemList third = detector.match({kept});
+    detector.detect(third);
+    EXPECT_EQ(third.size(), 1);
+    EXPECT_EQ(detector.unattributed(), 0);
+}

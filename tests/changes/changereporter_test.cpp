@@ -6,6 +6,7 @@
 #include "prefs/userdefaults.h"
 #include "snapshot/lsofdata.h"
 
+#include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -165,4 +166,31 @@ TEST_F(ReporterTest, ChangedAnnouncementCarriesEndpointAndStates)
               (QStringList{u"app"_s, u"  198.51.100.7:443\n    SYN_SENT => ESTABLISHED"_s,
                            u"  Closed"_s}))
         << "the listener was seen once: it has no old state";
+}
+
+// A connection that opened and closed between two passes is logged as both: "New" (in the
+// state the kernel last gave it) and then "State Changed" to "Closed", in the console and CSV.
+TEST_F(ReporterTest, AShortLivedConnectionIsLoggedNewThenClosed)
+{
+    m_store.setBool(PrefKeys::LogNewConnectionToCSVFiles, true);
+    m_store.setBool(PrefKeys::LogConnectionStateChangeToCSVFiles, true);
+    const QString listener = tcp(u"app"_s, 3, u"*:8080 (LISTEN)"_s);
+    pass({listener});
+    m_logged.clear();
+    pass({listener, u"#corvina closed cookie=9 type=IPv4 protocol=TCP local=10.0.0.2:51000 "
+                    u"remote=198.51.100.7:443 state=CLOSE sent=1002 pid=42 command=curl"_s});
+
+    EXPECT_EQ(m_logged, (QStringList{
+                            u"New Connections\ncurl 10.0.0.2:51000 => 198.51.100.7:443"_s,
+                            u"State Changed\ncurl 10.0.0.2:51000 => 198.51.100.7:443  "
+                            u"CLOSE => Closed"_s,
+                        }));
+    QFile log(m_prefs.logFolder() + u'/' + m_log.currentFileName());
+    ASSERT_TRUE(log.open(QIODevice::ReadOnly));
+    const QStringList rows = QString::fromUtf8(log.readAll()).split(u'\n', Qt::SkipEmptyParts);
+    ASSERT_EQ(rows.size(), 3);
+    EXPECT_TRUE(rows[1].contains(u",New,42,curl,IPv4,TCP,10.0.0.2,51000,"_s));
+    EXPECT_TRUE(rows[1].contains(u",CLOSE,"_s));
+    EXPECT_TRUE(rows[2].contains(u",State Changed,42,curl,"_s));
+    EXPECT_TRUE(rows[2].contains(u",Closed,"_s));
 }

@@ -198,3 +198,30 @@ TEST(WatchPrinting, TopTalkersAreTheBusiestOpenConnections)
     EXPECT_EQ(text.count(u'\n'), 3);
     EXPECT_TRUE(text.contains(u"send 500 B/s"_s)) << text.toStdString();
 }
+
+// A short-lived connection is one "new" and one "closed" event of the same pass, both marked.
+TEST(WatchPrinting, AShortLivedConnectionIsNewAndClosedInOnePass)
+{
+    QString text;
+    QTextStream out(&text);
+    ChangeEventPrinter printer(out, ItemPrinter::Format::Json, u"bench-7"_s);
+    WatchReporter reporter(printer, nullptr);
+    LsofFetcher fetcher;
+    fetcher.setReporter(&reporter);
+    QFile file(QStringLiteral(CORVINA_TEST_DATA "/sequence-1.txt"));
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QByteArray snapshot = file.readAll();
+    for (const QByteArray& closed :
+         {QByteArray(), QByteArray("#corvina closed cookie=7 type=IPv4 protocol=UDP "
+                                   "local=10.0.0.2:40000 remote=192.0.2.53:53 pid=42\n")}) {
+        LsofItemList items = fetcher.parseLsofOutput(QByteArray(snapshot + closed));
+        fetcher.processLsofItemsChanges(items);
+    }
+    QStringList events;
+    for (const QString& line : text.split(u'\n', Qt::SkipEmptyParts)) {
+        const QJsonObject object = QJsonDocument::fromJson(line.toUtf8()).object();
+        events << object[u"event"_s].toString() + u' ' + object[u"remotePort"_s].toString();
+        EXPECT_TRUE(object[u"shortLived"_s].toBool());
+    }
+    EXPECT_EQ(events, (QStringList{u"new 53"_s, u"closed 53"_s}));
+}

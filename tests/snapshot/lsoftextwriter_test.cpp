@@ -83,3 +83,40 @@ TEST(LsofTextWriter, RealOutputSurvivesARoundTrip)
         EXPECT_EQ(LsofTextReader::records(LsofTextWriter::write(*records)), records) << name;
     }
 }
+
+// The sockets that closed since the collector's last pass travel on lines of their own, each
+// field it knows and none it does not; one without a cookie cannot be matched and is left out.
+TEST(LsofTextWriter, ClosedSocketsTravelOnLinesOfTheirOwn)
+{
+    SocketRecord full;
+    full.cookie = 81985529216486895;
+    full.type = u"IPv6"_s;
+    full.protocol = u"TCP"_s;
+    full.localAddress = u"[2001:db8::2]"_s;
+    full.localPort = u"51000"_s;
+    full.remoteAddress = u"[2001:db8::1]"_s;
+    full.remotePort = u"443"_s;
+    full.state = u"CLOSE"_s;
+    full.bytesSent = 1002;
+    full.bytesReceived = 501;
+    full.rtt = 1.5;
+    full.processId = u"4242"_s;
+    full.processName = u"Web\\x20Content"_s;
+    full.user = u"ann"_s;
+    SocketRecord bare;
+    bare.cookie = 7;
+    bare.type = u"IPv4"_s;
+    bare.protocol = u"UDP"_s;
+    bare.localAddress = u"*"_s;
+    bare.localPort = u"5353"_s;
+    SocketRecord unmatched = bare;
+    unmatched.cookie.reset();
+
+    const QByteArray text = LsofTextWriter::write({}, true, {full, bare, unmatched});
+    LsofTextReader reader;
+    ASSERT_TRUE(reader.read(text));
+    EXPECT_TRUE(reader.records().isEmpty());
+    EXPECT_EQ(reader.closed(), (SocketRecords{full, bare}));
+    ASSERT_TRUE(reader.read(LsofTextWriter::write({})));
+    EXPECT_TRUE(reader.closed().isEmpty());
+}
