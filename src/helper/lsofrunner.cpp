@@ -32,6 +32,92 @@ namespace {
     ::_exit(127);
 }
 
+using Clock = std::chrono::steady_clock;
+
+// How reading the child's output ended.
+enum class ReadEnd { Finished, TimedOut, TooMuch };
+
+// Starts the program with its output on a pipe: the child, and the pipe's reading end; a
+// child of -1 when it could not be started.
+std::pair<pid_t, int> startChild(const LsofRunner::Options& options)
+{
+    std::vector<std::string> words;
+    words.push_back(options.program);
+    words.insert(words.end(), options.arguments.begin(), options.arguments.end());
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(word.data());
+    argv.push_back(nullptr);
+    int pipeFds[2];
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0)
+        return {-1, -1};
+    const pid_t child = ::fork();
+    if (child == 0)
+        execChild(options, argv.data(), pipeFds[1]);
+    ::close(pipeFds[1]);
+    if (child < 0) {
+        ::close(pipeFds[0]);
+        return {-1, -1};
+    }
+    return {child, pipeFds[0]};
+}
+
+// Reads until the output ends, the deadline passes or the output grows past its bound.
+ReadEnd readOutput(int fd, Clock::time_point deadline, std::size_t maxOutput, std::string& out)
+{
+    char buffer[65536];
+    for (;;) {
+        const auto left =
+            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+        if (left.count() <= 0)
+            return ReadEnd::TimedOut;
+        pollfd entry{fd, POLLIN, 0};
+        if (::poll(&entry, 1, static_cast<int>(left.count())) <= 0)
+            continue; // interrupted, or the deadline: the loop looks again
+        const ssize_t got = ::read(fd, buffer, sizeof(buffer));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            return ReadEnd::Finished;
+        if (out.size() + static_cast<std::size_t>(got) > maxOutput)
+            return ReadEnd::TooMuch;
+        out.append(buffer, static_cast<std::size_t>(got));
+    }
+}
+
+// Waits for the child, within the same deadline (a child that closed its output may still
+// linger); past it, or when `kill`, its whole group is killed. False when it was killed for
+// the time.
+bool endChild(pid_t child, Clock::time_point deadline, bool kill, int& status)
+{
+    for (;;) {
+        const bool late = Clock::now() >= deadline;
+        if (kill || late) {
+            ::kill(-child, SIGKILL);
+            ::kill(child, SIGKILL);
+            while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
+            }
+            return !late || kill;
+        }
+        const pid_t done = ::waitpid(child, &status, WNOHANG);
+        if (done == child || (done < 0 && errno != EINTR))
+            return true;
+        ::usleep(2000);
+    }
+}
+
+LsofRunner::Outcome outcomeOf(int status, const std::string& output)
+{
+    using Outcome = LsofRunner::Outcome;
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 127 && output.empty())
+        return Outcome::NotStarted;
+    if (WIFSIGNALED(status))
+        return Outcome::Crashed;
+    if (!HelperProtocol::isValidUtf8(output))
+        return Outcome::NotUtf8;
+    return Outcome::Ok;
+}
+
 } // namespace
 
 std::string LsofRunner::firstExecutable(const std::vector<std::string>& candidates)
@@ -48,86 +134,20 @@ LsofRunner::Result LsofRunner::run(const Options& options)
     Result result;
     if (options.program.empty())
         return result;
-    std::vector<std::string> words;
-    words.push_back(options.program);
-    words.insert(words.end(), options.arguments.begin(), options.arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words)
-        argv.push_back(word.data());
-    argv.push_back(nullptr);
-
-    int pipeFds[2];
-    if (::pipe2(pipeFds, O_CLOEXEC) != 0)
+    const auto [child, outputFd] = startChild(options);
+    if (child < 0)
         return result;
-    const pid_t child = ::fork();
-    if (child < 0) {
-        ::close(pipeFds[0]);
-        ::close(pipeFds[1]);
-        return result;
-    }
-    if (child == 0)
-        execChild(options, argv.data(), pipeFds[1]);
-    ::close(pipeFds[1]);
-
-    using Clock = std::chrono::steady_clock;
     const auto deadline = Clock::now() + options.timeout;
-    bool timedOut = false;
-    bool tooMuch = false;
-    char buffer[65536];
-    for (;;) {
-        const auto left =
-            std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
-        if (left.count() <= 0) {
-            timedOut = true;
-            break;
-        }
-        pollfd entry{pipeFds[0], POLLIN, 0};
-        const int ready = ::poll(&entry, 1, static_cast<int>(left.count()));
-        if (ready < 0 && errno == EINTR)
-            continue;
-        if (ready <= 0)
-            continue;
-        const ssize_t got = ::read(pipeFds[0], buffer, sizeof(buffer));
-        if (got < 0 && errno == EINTR)
-            continue;
-        if (got <= 0)
-            break;
-        if (result.output.size() + static_cast<std::size_t>(got) > options.maxOutput) {
-            tooMuch = true;
-            break;
-        }
-        result.output.append(buffer, static_cast<std::size_t>(got));
-    }
-    ::close(pipeFds[0]);
+    const ReadEnd end = readOutput(outputFd, deadline, options.maxOutput, result.output);
+    ::close(outputFd);
     int status = 0;
-    // A child that closed its output may still linger; the time bound holds for it too.
-    for (;;) {
-        if (timedOut || tooMuch || Clock::now() >= deadline) {
-            timedOut = timedOut || !tooMuch;
-            ::kill(-child, SIGKILL);
-            ::kill(child, SIGKILL);
-            while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
-            }
-            break;
-        }
-        const pid_t done = ::waitpid(child, &status, WNOHANG);
-        if (done == child || (done < 0 && errno != EINTR))
-            break;
-        ::usleep(2000);
-    }
-
-    if (timedOut)
+    const bool inTime = endChild(child, deadline, end != ReadEnd::Finished, status);
+    if (end == ReadEnd::TimedOut || !inTime)
         result.outcome = Outcome::TimedOut;
-    else if (tooMuch)
+    else if (end == ReadEnd::TooMuch)
         result.outcome = Outcome::TooMuchOutput;
-    else if (WIFEXITED(status) && WEXITSTATUS(status) == 127 && result.output.empty())
-        result.outcome = Outcome::NotStarted;
-    else if (WIFSIGNALED(status))
-        result.outcome = Outcome::Crashed;
-    else if (!HelperProtocol::isValidUtf8(result.output))
-        result.outcome = Outcome::NotUtf8;
     else
-        result.outcome = Outcome::Ok;
+        result.outcome = outcomeOf(status, result.output);
     if (result.outcome != Outcome::Ok)
         result.output.clear();
     return result;
