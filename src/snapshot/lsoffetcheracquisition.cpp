@@ -102,6 +102,7 @@ void LsofFetcher::getCurrentItemsWithCompletion(const std::function<void(LsofIte
     LsofItemList items = acquire();
     processLsofItemsChanges(items);
     m_lastOrigin.costMs = cpuMsNow() - startMs;
+    m_lastOrigin.unattributed = lastUnattributed();
     completion(items);
 }
 

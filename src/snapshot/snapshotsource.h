@@ -21,6 +21,8 @@ public:
         Road road = Road::None;
         Collector collector = Collector::None;
         double costMs = 0;
+        // Connections that opened and closed since the last pass whose process is not known.
+        int unattributed = 0;
     };
 
     // Starts one acquisition. Answers false, and does nothing, while the previous one is still

@@ -211,3 +211,17 @@ TEST(ConnectionTableModel, ShowsTrafficInHumanUnitsSortsItByValueAndLeavesUnknow
                     Qt::AlignRight);
     }
 }
+
+// A connection that opened and closed between two refreshes says so where the user points.
+TEST(ConnectionTableModel, AShortLivedRowSaysItOpenedAndClosedBetweenRefreshes)
+{
+    ConnectionTableModel model;
+    ItemSpec spec{u"curl"_s, u"5"_s};
+    spec.status = 3;
+    const LsofItemPtr brief = makeItem(spec);
+    brief->setShortLived(true);
+    model.setItems({brief, makeItem({u"sshd"_s, u"6"_s})});
+    EXPECT_TRUE(
+        model.index(0, 0).data(Qt::ToolTipRole).toString().contains(u"between two refreshes"_s));
+    EXPECT_FALSE(model.index(1, 0).data(Qt::ToolTipRole).toString().contains(u"between"_s));
+}

@@ -194,7 +194,11 @@ QVariant ConnectionTableModel::itemData(const LsofItem& item, int columnIndex, i
     const ItemColumn& column = itemColumns().at(columnIndex);
     switch (role) {
     case Qt::DisplayRole:
+        return cellText(item, columnIndex);
     case Qt::ToolTipRole:
+        if (item.isShortLived())
+            return tr("%1 \u2014 this connection opened and closed between two refreshes.")
+                .arg(cellText(item, columnIndex));
         return cellText(item, columnIndex);
     case RawValueRole:
         if (m_remote && column.key == LsofItem::Key::localizedAppName)

@@ -96,6 +96,9 @@ void WindowStatus::showOrigin(const SnapshotSource::Origin& origin, bool privile
         !privileged && (origin.road == Road::Direct || origin.road == Road::Script);
     if (ownOnly)
         text += u" \u2014 "_s + tr("your own processes only");
+    if (origin.unattributed > 0)
+        text += u" \u2014 "_s +
+                tr("%n short-lived connection(s) of unknown process", nullptr, origin.unattributed);
     m_road->setText(text);
     m_road->setToolTip(tr("How the last refresh was taken, and the CPU time it cost Corvina "
                           "(lsof's included when it ran here)."));
