@@ -66,15 +66,6 @@ TEST(ManagerNaming, NonSharedManagerWithoutNameRaisesEvenWithAPath)
     EXPECT_TRUE(manager.databaseName().isNull());
 }
 
-TEST(ManagerNaming, SharedManagerIsOneInstanceNamedAfterTheProcess)
-{
-    SQLiteInstanceManager* shared = SQLiteInstanceManager::sharedManager();
-    EXPECT_EQ(shared, SQLiteInstanceManager::sharedManager());
-    EXPECT_TRUE(shared->databaseName().endsWith(u".sqlite3"));
-    EXPECT_FALSE(shared->databaseName().contains(u' '));
-    EXPECT_TRUE(shared->databaseFilepath().endsWith(u'/' + shared->databaseName()));
-}
-
 TEST_F(ManagerTest, OpensWithBothPragmasAndRunsStatements)
 {
     SQLiteInstanceManager manager(u"db.sqlite3"_s, path());
