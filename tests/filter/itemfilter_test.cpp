@@ -1,6 +1,5 @@
 #include "filter/itemfields.h"
 #include "filter/itemfilter.h"
-#include "filter/itemmatcher.h"
 #include "filtertestitems.h"
 #include "snapshot/hostnameresolver.h"
 
@@ -72,10 +71,8 @@ TEST(ItemFilter, ExpressionModeReadsTheSearchTextAndIgnoresSegments)
     filter.remoteOnly = true;
     EXPECT_EQ(idsOf(filter.filterItems(fixtureItems())),
               (std::set<QString>{u"1234"_s, u"1"_s, u"99999"_s}));
-    EXPECT_TRUE(ItemMatcher(filter).isExpressionMode());
 
     filter.useSearchExpression = false;
-    EXPECT_FALSE(ItemMatcher(filter).isExpressionMode());
     EXPECT_TRUE(filter.filterItems(fixtureItems()).isEmpty()); // now a keyword
 }
 

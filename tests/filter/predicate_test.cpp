@@ -87,7 +87,6 @@ TEST(Predicate, EvaluatesEveryConstruct)
         {u"processName LIKE[c] \"CAFÉ*\""_s, {u"777"_s}},
         {u"processName LIKE[cd] \"CAFE*\""_s, {u"777"_s}},
         {u"processName LIKE \"CAFE*\""_s, {}},
-        {u"processName LIKE \"*\""_s, {u"1234"_s, u"1"_s, u"777"_s}},
         {u"processName MATCHES \"fire.*\""_s, {u"1234"_s}},
         {u"processName MATCHES \"fire\""_s, {}}, // the whole text must match
         {u"processName MATCHES \"ss|fire\""_s, {}},
@@ -216,7 +215,6 @@ TEST(Predicate, RefusesBadTextsWithThePositionOfTheFault)
         {u"PID == 0b102"_s, 7, u"Malformed number"_s},
         {u"PID == -0o8"_s, 7, u"Malformed number"_s},
         {u"PID == 0x8000000000000000"_s, 7, u"Number out of range"_s},
-        {u"processName ~ \"a\""_s, 12, u"Unexpected character “~”"_s},
         {u"processName == \"a\" & PID == 1"_s, 19, u"Unexpected character “&”"_s},
         {u"AND PID == 1"_s, 0, u"Expected a key name or a value"_s},
     };
@@ -304,43 +302,11 @@ TEST(Predicate, TokenSoupNeverCrashes)
 {
     // Random sequences of the language's own pieces reach far more parser and evaluator
     // states than hand-written cases; each must end in a value or an error, never a crash.
-    const QStringList pieces = {
-        u"("_s,
-        u")"_s,
-        u"{"_s,
-        u"}"_s,
-        u","_s,
-        u"=="_s,
-        u"!="_s,
-        u"<"_s,
-        u">="_s,
-        u"=<"_s,
-        u"AND"_s,
-        u"||"_s,
-        u"NOT"_s,
-        u"!"_s,
-        u"IN"_s,
-        u"BETWEEN"_s,
-        u"LIKE"_s,
-        u"MATCHES"_s,
-        u"CONTAINS"_s,
-        u"BEGINSWITH"_s,
-        u"[cd]"_s,
-        u"[c]"_s,
-        u"PID"_s,
-        u"processName"_s,
-        u"remotePortNumber"_s,
-        u"#state"_s,
-        u"\"a*\""_s,
-        u"'(x'"_s,
-        u"\".*\""_s,
-        u"42"_s,
-        u"-1.5"_s,
-        u"nil"_s,
-        u"YES"_s,
-        u"TRUEPREDICATE"_s,
-        u"\"\\u00e9\""_s,
-    };
+    const QStringList pieces =
+        uR"(( ) { } , == != < >= =< AND || NOT ! IN BETWEEN LIKE MATCHES CONTAINS BEGINSWITH [cd] [c]
+            PID processName remotePortNumber #state "a*" '(x' ".*" 42 -1.5 nil YES TRUEPREDICATE
+            "\u00e9")"_s.simplified()
+            .split(u' ');
     const LsofItemList items = fixtureItems();
     quint32 seed = 12345;
     const auto next = [&seed] {

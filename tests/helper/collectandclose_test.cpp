@@ -7,22 +7,14 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-#include <functional>
 #include <pwd.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-namespace fs = std::filesystem;
 using HelperProtocol::Operation;
 
 namespace {
 
 constexpr int kCollect = static_cast<int>(Operation::RunCollector);
-constexpr int kStatusNull = 0;
-constexpr int kStatusText = 1;
 
 std::string closeBytes(const SocketIdentity& socket)
 {
@@ -43,67 +35,7 @@ bool carriesData(const LoopbackConnection& connection)
            ::recv(connection.server, &byte, 1, 0) == 1 && byte == 'x';
 }
 
-class CollectAndCloseTest : public ::testing::Test {
-protected:
-    void SetUp() override
-    {
-        char pattern[] = "/tmp/corvina-close-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        m_dir = pattern;
-        // Reachable by the user nobody, whom the close tests act as.
-        ::chmod(m_dir.c_str(), 0755);
-        m_socket = m_dir + "/helper.sock";
-    }
-    void TearDown() override
-    {
-        if (m_daemon.isRunning()) {
-            EXPECT_EQ(m_daemon.stop(), 0);
-        }
-        fs::remove_all(m_dir);
-    }
-
-    std::string script(const std::string& name, const std::string& body, unsigned mode = 0755)
-    {
-        const std::string path = m_dir + "/" + name;
-        std::ofstream(path) << "#!/bin/sh\n" << body << "\n";
-        ::chmod(path.c_str(), mode);
-        return path;
-    }
-
-    // `body` as nobody, in a forked child, after `ready` has run in the parent; the child's exit
-    // status is what `body` answered.
-    int asNobody(const std::function<int()>& body, const std::function<void()>& ready = {})
-    {
-        const passwd* nobody = ::getpwnam("nobody");
-        if (nobody == nullptr)
-            return -2;
-        int go[2];
-        if (::pipe(go) != 0)
-            return -1;
-        const pid_t child = ::fork();
-        if (child == 0) {
-            ::close(go[1]);
-            if (::setgid(nobody->pw_gid) != 0 || ::setuid(nobody->pw_uid) != 0)
-                ::_exit(100);
-            char byte = 0;
-            if (::read(go[0], &byte, 1) != 1)
-                ::_exit(101);
-            ::_exit(body());
-        }
-        ::close(go[0]);
-        if (ready)
-            ready();
-        [[maybe_unused]] const ssize_t written = ::write(go[1], "g", 1);
-        ::close(go[1]);
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-
-    std::string m_dir;
-    std::string m_socket;
-    DaemonProcess m_daemon;
-};
+using CollectAndCloseTest = DaemonTest;
 
 TEST_F(CollectAndCloseTest, CollectAnswersWhatCorvinaSocketsPrints)
 {

@@ -5,7 +5,11 @@
 
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <pwd.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -152,4 +156,57 @@ std::optional<RawReply> rawRequest(const std::string& socketPath, const std::str
         payload.size() < HelperProtocol::kReplyHeaderSize)
         return std::nullopt;
     return RawReply{payload[1], payload[2], std::string(payload.begin() + 3, payload.end())};
+}
+
+int asNobody(const std::function<int()>& body, const std::function<void()>& ready)
+{
+    const passwd* nobody = ::getpwnam("nobody");
+    if (nobody == nullptr)
+        return -2;
+    int go[2];
+    if (::pipe(go) != 0)
+        return -1;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::close(go[1]);
+        if (::setgid(nobody->pw_gid) != 0 || ::setuid(nobody->pw_uid) != 0)
+            ::_exit(100);
+        char byte = 0;
+        if (::read(go[0], &byte, 1) != 1)
+            ::_exit(101);
+        ::_exit(body());
+    }
+    ::close(go[0]);
+    if (ready)
+        ready();
+    [[maybe_unused]] const ssize_t written = ::write(go[1], "g", 1);
+    ::close(go[1]);
+    int status = 0;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+void DaemonTest::SetUp()
+{
+    char pattern[] = "/tmp/corvina-helper-XXXXXX";
+    ASSERT_NE(::mkdtemp(pattern), nullptr);
+    m_dir = pattern;
+    ::chmod(m_dir.c_str(), 0755);
+    m_socket = m_dir + "/helper.sock";
+}
+
+void DaemonTest::TearDown()
+{
+    if (m_daemon.isRunning()) {
+        EXPECT_EQ(m_daemon.stop(), 0) << "the daemon must stop cleanly on SIGTERM";
+    }
+    std::filesystem::remove_all(m_dir);
+}
+
+std::string DaemonTest::script(const std::string& name, const std::string& body, unsigned mode)
+{
+    const std::string path = m_dir + "/" + name;
+    std::ofstream(path) << "#!/bin/sh\n" << body << "\n";
+    ::chmod(path.c_str(), mode);
+    return path;
 }

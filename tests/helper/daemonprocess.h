@@ -1,6 +1,9 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 #include <sys/types.h>
@@ -48,3 +51,28 @@ rawRequestServed(const std::string& socketPath, const std::string& bytes,
                  std::chrono::milliseconds timeout = std::chrono::seconds(10));
 // A correctly framed request for `operation`.
 std::string requestBytes(int operation);
+
+// Reply statuses as the wire spells them.
+constexpr int kStatusNull = 0;
+constexpr int kStatusText = 1;
+constexpr int kStatusRefused = 2;
+constexpr int kStatusBadRequest = 3;
+constexpr int kStatusBusy = 4;
+
+// Runs `body` in a forked child as the user nobody, after `ready` has run in the parent; the
+// child's exit status is what `body` answered, -2 when there is no user nobody.
+int asNobody(const std::function<int()>& body, const std::function<void()>& ready = {});
+
+// A temporary folder (reachable by the other users the tests act as) holding the daemon's
+// socket; the daemon, when still running at the end, must stop cleanly on SIGTERM.
+class DaemonTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+    // An executable shell script in the folder.
+    std::string script(const std::string& name, const std::string& body, unsigned mode = 0755);
+
+    std::string m_dir;
+    std::string m_socket;
+    DaemonProcess m_daemon;
+};

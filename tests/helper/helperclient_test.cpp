@@ -20,7 +20,6 @@
 #include <fstream>
 #include <future>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <thread>
 #include <unistd.h>
@@ -99,7 +98,7 @@ private:
     std::thread m_thread;
 };
 
-class HelperClientTest : public ::testing::Test {
+class HelperClientTest : public DaemonTest {
 protected:
     static void SetUpTestSuite()
     {
@@ -112,10 +111,7 @@ protected:
 
     void SetUp() override
     {
-        char pattern[] = "/tmp/corvina-client-XXXXXX";
-        ASSERT_NE(::mkdtemp(pattern), nullptr);
-        m_dir = pattern;
-        m_socket = m_dir + "/helper.sock";
+        DaemonTest::SetUp();
         SystemLog::setEcho([this](const QString& message) {
             QMutexLocker locker(&m_logLock);
             m_log << message;
@@ -125,17 +121,14 @@ protected:
     void TearDown() override
     {
         SystemLog::setEcho({});
-        m_daemon.stop();
-        fs::remove_all(m_dir);
+        DaemonTest::TearDown();
     }
 
     void startDaemon(const std::string& lsofBody = "echo COMMAND")
     {
-        const std::string lsof = m_dir + "/lsof";
-        std::ofstream(lsof) << "#!/bin/sh\n" << lsofBody << "\n";
-        ::chmod(lsof.c_str(), 0755);
-        ASSERT_TRUE(m_daemon.start(m_socket, {"--allow-uid", std::to_string(::getuid()), "--lsof",
-                                              lsof, "--request-timeout", "1000"}));
+        ASSERT_TRUE(
+            m_daemon.start(m_socket, {"--allow-uid", std::to_string(::getuid()), "--lsof",
+                                      script("lsof", lsofBody), "--request-timeout", "1000"}));
     }
 
     CVHelperUtility::Environment environment()
@@ -153,9 +146,6 @@ protected:
         return m_log;
     }
 
-    std::string m_dir;
-    std::string m_socket;
-    DaemonProcess m_daemon;
     QMutex m_logLock;
     QStringList m_log;
 };
@@ -183,11 +173,9 @@ TEST_F(HelperClientTest, GetsVersionAndLsofTextOffTheGuiThread)
 
 TEST_F(HelperClientTest, CollectsAndClosesThroughTheDaemon)
 {
-    const std::string sockets = m_dir + "/sockets";
-    std::ofstream(sockets) << "#!/bin/sh\necho 'COMMAND PID'\n";
-    ::chmod(sockets.c_str(), 0755);
-    ASSERT_TRUE(m_daemon.start(
-        m_socket, {"--allow-uid", std::to_string(::getuid()), "--sockets-program", sockets}));
+    ASSERT_TRUE(
+        m_daemon.start(m_socket, {"--allow-uid", std::to_string(::getuid()), "--sockets-program",
+                                  script("sockets", "echo 'COMMAND PID'")}));
     CVHelperUtility utility(environment());
     ReplyRecorder<QByteArray> collect;
     utility.runCollectorWithReply(collect.callback());
@@ -324,10 +312,8 @@ TEST_F(HelperClientTest, DaemonKilledMidRequestGivesOneNullThenReconnects)
 TEST_F(HelperClientTest, InstallOfferIsMadeOncePerBundledVersion)
 {
     const std::string record = m_dir + "/installer-calls";
-    const std::string installer = m_dir + "/fake-pkexec";
     // Records its arguments and fails as a cancelled password dialog does.
-    std::ofstream(installer) << "#!/bin/sh\necho \"$@\" >> " << record << "\nexit 126\n";
-    ::chmod(installer.c_str(), 0755);
+    const std::string installer = script("fake-pkexec", "echo \"$@\" >> " + record + "\nexit 126");
     const auto calls = [&] {
         std::ifstream in(record);
         std::vector<std::string> lines;

@@ -26,30 +26,17 @@ CommandRun helper(const QStringList& args)
     return run;
 }
 
-class TempDir {
-public:
-    TempDir()
-    {
-        char pattern[] = "/tmp/corvina-cli-XXXXXX";
-        m_path = ::mkdtemp(pattern);
-    }
-    ~TempDir() { fs::remove_all(m_path); }
-    const std::string& path() const { return m_path; }
+using HelperCommand = DaemonTest;
 
-private:
-    std::string m_path;
-};
-
-TEST(HelperCommand, RemoveInstructionsUndoEveryFileTheInstallWrites)
+TEST_F(HelperCommand, RemoveInstructionsUndoEveryFileTheInstallWrites)
 {
-    TempDir stage;
-    ASSERT_EQ(DaemonProcess::runToCompletion({"--install", "--destdir", stage.path()}), 0);
+    ASSERT_EQ(DaemonProcess::runToCompletion({"--install", "--destdir", m_dir}), 0);
     const CommandRun run = helper({u"remove-instructions"_s});
     ASSERT_EQ(run.status, 0);
-    for (const auto& entry : fs::recursive_directory_iterator(stage.path())) {
+    for (const auto& entry : fs::recursive_directory_iterator(m_dir)) {
         if (!entry.is_regular_file())
             continue;
-        const std::string installed = entry.path().string().substr(stage.path().size());
+        const std::string installed = entry.path().string().substr(m_dir.size());
         const QString path = QString::fromStdString(installed);
         const QString folder = QString::fromStdString(fs::path(installed).parent_path().string());
         const QString name = QString::fromStdString(fs::path(installed).filename().string());
@@ -62,27 +49,24 @@ TEST(HelperCommand, RemoveInstructionsUndoEveryFileTheInstallWrites)
     EXPECT_TRUE(run.out.contains(u"groupdel corvina"_s));
 }
 
-TEST(HelperCommand, StatusSaysWhetherTheHelperAnswers)
+TEST_F(HelperCommand, StatusSaysWhetherTheHelperAnswers)
 {
-    TempDir dir;
-    const std::string socket = dir.path() + "/helper.sock";
-    const QStringList args = {u"status"_s, u"--helper-socket"_s, QString::fromStdString(socket)};
+    const QString socket = QString::fromStdString(m_socket);
+    const QStringList args = {u"status"_s, u"--helper-socket"_s, socket};
 
     const CommandRun silent = helper(args);
     EXPECT_EQ(silent.status, 1);
     EXPECT_TRUE(silent.out.contains(u"answers: no"_s)) << silent.out.toStdString();
 
-    DaemonProcess daemon;
-    ASSERT_TRUE(daemon.start(socket, {"--allow-uid", std::to_string(::getuid())}));
+    ASSERT_TRUE(m_daemon.start(m_socket, {"--allow-uid", std::to_string(::getuid())}));
     const CommandRun answering = helper(args);
     EXPECT_EQ(answering.status, 0);
     EXPECT_TRUE(answering.out.contains(u"answers: yes, version 1.0"_s))
         << answering.out.toStdString();
-    EXPECT_TRUE(answering.out.contains(u"socket: "_s + QString::fromStdString(socket)));
-    EXPECT_EQ(daemon.stop(), 0);
+    EXPECT_TRUE(answering.out.contains(u"socket: "_s + socket));
 }
 
-TEST(HelperCommand, BadUsageExitsTwoWithAMessage)
+TEST_F(HelperCommand, BadUsageExitsTwoWithAMessage)
 {
     const std::vector<QStringList> cases = {
         {},

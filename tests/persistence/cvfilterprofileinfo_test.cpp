@@ -2,6 +2,8 @@
 
 #include "prefs/cvfilterprofileinfo.h"
 
+#include <sqlite3.h>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -102,20 +104,26 @@ TEST_F(FilterProfileTest, SameObjectsAcrossReloadsAndKeysNeverReused)
     EXPECT_EQ(CVFilterProfileInfo::findByPK(2), nullptr);
 }
 
-TEST_F(FilterProfileTest, FindByProfileNameRunsALikeQuery)
+// While another program holds the lock, saving a profile fails without taking the process
+// down, says so, and leaves the stored profiles alone; once the lock goes, saving works again.
+TEST_F(FilterProfileTest, ALockedDatabaseRefusesTheSaveAndKeepsEveryRow)
 {
-    stored(u"Work"_s, u"a"_s);
-    stored(u"Home"_s, u"b"_s);
-    const auto found = SQLitePersistentObject::performNamedOperation(
-        CVFilterProfileInfo::staticRecordClass(), u"findByProfileName:"_s, {u"work"_s});
-    ASSERT_TRUE(found);
-    const auto records = found->value<SQLiteRecordList>();
-    ASSERT_EQ(records.size(), 1);
-    EXPECT_EQ(records.first()->pk(), 1);
-    EXPECT_EQ(SQLitePersistentObject::performNamedOperation(
-                  CVFilterProfileInfo::staticRecordClass(), u"countOfProfileName"_s)
-                  ->toDouble(),
-              2.0);
+    stored(u"Work"_s, u"x"_s);
+    {
+        sqlite3* other = nullptr;
+        ASSERT_EQ(sqlite3_open(path().toUtf8().constData(), &other), SQLITE_OK);
+        ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
+        m_log.clear();
+        EXPECT_NO_THROW(stored(u"Home"_s, u"x"_s)) << "a failed save is logged, not raised";
+        EXPECT_EQ(m_log, QStringList{u"Error inserting or updating row"_s});
+        sqlite3_close_v2(other);
+    }
+    EXPECT_EQ(rows(u"select profile_name from c_v_filter_profile_info"_s), Rows({{u"Work"_s}}));
+    m_log.clear();
+    stored(u"Later"_s, u"x"_s);
+    EXPECT_TRUE(m_log.isEmpty()) << m_log.join(u'\n').toStdString();
+    EXPECT_EQ(rows(u"select profile_name from c_v_filter_profile_info order by pk"_s),
+              Rows({{u"Work"_s}, {u"Later"_s}}));
 }
 
 } // namespace

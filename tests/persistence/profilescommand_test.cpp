@@ -8,6 +8,8 @@
 
 #include <sqlite3.h>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace {
@@ -165,16 +167,12 @@ TEST_F(ProfilesCommandTest, DamagedPagesAreReportedAndTheFileIsLeftAlone)
     const QString path = databaseFile();
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::ReadWrite));
-    const qint64 size = file.size();
-    ASSERT_GT(size, 1024);
-    file.seek(100);
-    file.write(QByteArray(int(size - 100), '\xa5'));
+    QByteArray damaged = file.readAll();
+    ASSERT_GT(damaged.size(), 1024);
+    std::fill(damaged.begin() + 100, damaged.end(), '\xa5');
+    file.seek(0);
+    file.write(damaged);
     file.close();
-    const QByteArray damaged = [&] {
-        QFile copy(path);
-        copy.open(QIODevice::ReadOnly);
-        return copy.readAll();
-    }();
 
     for (const QStringList& arguments :
          {QStringList{u"list"_s}, QStringList{u"add"_s, u"Home"_s, u"FALSEPREDICATE"_s}}) {

@@ -228,32 +228,6 @@ TEST_F(SaveLoadTest, ValuesSurviveTheRoundTrip)
     EXPECT_FALSE(back->value(u"scratch"_s).isValid()) << "transients are not stored";
 }
 
-TEST_F(SaveLoadTest, NumbersComeBackAsIntegerWhenWhole)
-{
-    const struct {
-        QVariant stored;
-        QMetaType::Type type;
-        double value;
-    } cases[] = {
-        {QVariant(3), QMetaType::LongLong, 3.0},
-        {QVariant(3.25), QMetaType::Double, 3.25},
-        {QVariant(3.0), QMetaType::LongLong, 3.0},
-        {QVariant(-7.5), QMetaType::Double, -7.5},
-        {QVariant(qint64(1) << 40), QMetaType::LongLong, double(qint64(1) << 40)},
-    };
-    for (const auto& c : cases) {
-        auto record = note(u"n"_s);
-        record->setValue(u"amount"_s, c.stored);
-        record->save();
-        SQLitePersistentObject::clearCache();
-        const auto back = loaded(record->pk());
-        ASSERT_TRUE(back);
-        const QVariant amount = back->value(u"amount"_s);
-        EXPECT_EQ(amount.typeId(), c.type) << c.stored.toString().toStdString();
-        EXPECT_EQ(amount.toDouble(), c.value);
-    }
-}
-
 TEST_F(SaveLoadTest, DeletingTakesReferencedRecordsAndCascadesCollections)
 {
     auto owner = note(u"owner"_s);

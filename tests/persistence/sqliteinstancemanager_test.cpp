@@ -27,6 +27,15 @@ QString raisedMessage(const std::function<void()>& action)
     return u"(nothing raised)"_s;
 }
 
+int autoVacuum(sqlite3* db)
+{
+    sqlite3_stmt* statement = nullptr;
+    sqlite3_prepare_v2(db, "PRAGMA auto_vacuum", -1, &statement, nullptr);
+    const int mode = sqlite3_step(statement) == SQLITE_ROW ? sqlite3_column_int(statement, 0) : -1;
+    sqlite3_finalize(statement);
+    return mode;
+}
+
 class ManagerTest : public ::testing::Test {
 protected:
     QString path(const QString& name = u"db.sqlite3"_s) const { return m_dir.filePath(name); }
@@ -57,15 +66,6 @@ TEST(ManagerNaming, NonSharedManagerWithoutNameRaisesEvenWithAPath)
     EXPECT_TRUE(manager.databaseName().isNull());
 }
 
-TEST(ManagerNaming, SharedManagerIsOneInstanceNamedAfterTheProcess)
-{
-    SQLiteInstanceManager* shared = SQLiteInstanceManager::sharedManager();
-    EXPECT_EQ(shared, SQLiteInstanceManager::sharedManager());
-    EXPECT_TRUE(shared->databaseName().endsWith(u".sqlite3"));
-    EXPECT_FALSE(shared->databaseName().contains(u' '));
-    EXPECT_TRUE(shared->databaseFilepath().endsWith(u'/' + shared->databaseName()));
-}
-
 TEST_F(ManagerTest, OpensWithBothPragmasAndRunsStatements)
 {
     SQLiteInstanceManager manager(u"db.sqlite3"_s, path());
@@ -76,16 +76,7 @@ TEST_F(ManagerTest, OpensWithBothPragmasAndRunsStatements)
     EXPECT_TRUE(manager.tableExists(u"t"_s));
     EXPECT_FALSE(manager.tableExists(u"missing"_s));
     EXPECT_FALSE(manager.tableExists(u"t; DROP"_s));
-
-    sqlite3_stmt* statement = nullptr;
-    ASSERT_EQ(sqlite3_prepare_v2(db, "PRAGMA auto_vacuum", -1, &statement, nullptr), SQLITE_OK);
-    ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
-    EXPECT_EQ(sqlite3_column_int(statement, 0), 1);
-    sqlite3_finalize(statement);
-
-    manager.setCacheSize(500);
-    manager.setLockingMode(0);
-    manager.vacuum();
+    EXPECT_EQ(autoVacuum(db), 1);
 }
 
 TEST_F(ManagerTest, FailedStatementRaisesWithStatementAndMessage)
@@ -108,12 +99,7 @@ TEST_F(ManagerTest, DeleteDatabaseStartsAFreshFileWithThePragmas)
     EXPECT_FALSE(QFile::exists(path()));
     EXPECT_FALSE(manager.tableExists(u"t"_s));
     EXPECT_TRUE(QFile::exists(path()));
-    sqlite3_stmt* statement = nullptr;
-    ASSERT_EQ(sqlite3_prepare_v2(manager.database(), "PRAGMA auto_vacuum", -1, &statement, nullptr),
-              SQLITE_OK);
-    ASSERT_EQ(sqlite3_step(statement), SQLITE_ROW);
-    EXPECT_EQ(sqlite3_column_int(statement, 0), 1);
-    sqlite3_finalize(statement);
+    EXPECT_EQ(autoVacuum(manager.database()), 1);
 }
 
 TEST_F(ManagerTest, BadFilesRaiseTheExactDescriptions)

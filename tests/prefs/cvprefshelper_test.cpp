@@ -26,7 +26,6 @@ protected:
 
 TEST_F(CVPrefsHelperTest, AFreshAccountReadsTheFactorySettings)
 {
-    EXPECT_EQ(CVPrefsHelper::userDefaults().size(), 17);
     EXPECT_EQ(m_store.integerForKey(PrefKeys::AutoRefreshSetting), 1);
     EXPECT_EQ(m_store.stringForKey(PrefKeys::SnapshotCollector), u"native"_s);
     EXPECT_EQ(m_store.integerForKey(PrefKeys::ListFontSize), 11);
@@ -62,8 +61,6 @@ TEST_F(CVPrefsHelperTest, AFreshAccountReadsTheFactorySettings)
     EXPECT_TRUE(m_helper.notifyNewConnections());
     EXPECT_FALSE(m_helper.notifyConnectionsStateChange());
     EXPECT_TRUE(m_helper.resolveRemoteAddressInGrowl());
-    EXPECT_TRUE(m_helper.needsNotifyOrLogNewConnections());
-    EXPECT_FALSE(m_helper.needsNotifyOrLogConnectionStateChange());
 }
 
 TEST_F(CVPrefsHelperTest, LiveCopiesFollowTheStoreOneWay)

@@ -147,22 +147,12 @@ TEST(OVPrivilegeToolBase, CheckAuthorizationRefusesBadFormsBeforeAskingPolkit)
     std::vector<std::uint8_t> longer(bytes.begin(), bytes.end());
     longer.push_back(0);
 
-    struct Case {
-        const char* name;
-        const std::uint8_t* data;
-        std::size_t size;
-        int code;
-    };
-    const std::vector<Case> cases = {
-        {"31 bytes", bytes.data(), 31, -50},
-        {"33 bytes", longer.data(), 33, -50},
-        {"no data", nullptr, 0, -50},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        const auto error = tool.checkAuthorization(c.data, c.size, "guarded:");
-        ASSERT_TRUE(error);
-        EXPECT_EQ(error->code, c.code);
+    const std::pair<const std::uint8_t*, std::size_t> malformed[] = {
+        {bytes.data(), 31}, {longer.data(), 33}, {nullptr, 0}};
+    for (const auto& [data, size] : malformed) {
+        const auto error = tool.checkAuthorization(data, size, "guarded:");
+        ASSERT_TRUE(error) << size << " bytes";
+        EXPECT_EQ(error->code, -50) << size << " bytes";
     }
     // A form borrowed from another process does not match the peer's credentials.
     PeerCredentials other{static_cast<pid_t>(mine->pid + 1), static_cast<uid_t>(mine->uid), 0};
