@@ -1,6 +1,5 @@
 #include "applicationtreeview.h"
 
-#include "cachedscrollbar.h"
 #include "textcell.h"
 
 #include <QContextMenuEvent>
@@ -11,8 +10,6 @@
 
 ApplicationTreeView::ApplicationTreeView(QWidget* parent) : QTreeView(parent)
 {
-    setVerticalScrollBar(new CachedScrollBar(Qt::Vertical, this));
-    setHorizontalScrollBar(new CachedScrollBar(Qt::Horizontal, this));
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setSelectionMode(QAbstractItemView::ExtendedSelection);
     setEditTriggers(QAbstractItemView::NoEditTriggers);

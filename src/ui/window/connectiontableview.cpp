@@ -1,6 +1,5 @@
 #include "connectiontableview.h"
 
-#include "cachedscrollbar.h"
 
 #include <QContextMenuEvent>
 #include <QHeaderView>
@@ -12,8 +11,6 @@
 
 ConnectionTableView::ConnectionTableView(QWidget* parent) : QTableView(parent)
 {
-    setVerticalScrollBar(new CachedScrollBar(Qt::Vertical, this));
-    setHorizontalScrollBar(new CachedScrollBar(Qt::Horizontal, this));
     setSelectionBehavior(QAbstractItemView::SelectRows);
     setSelectionMode(QAbstractItemView::ExtendedSelection);
     setEditTriggers(QAbstractItemView::NoEditTriggers);
