@@ -68,47 +68,13 @@ void runFilter(benchmark::State& state, const ItemFilter& filter)
     perRow(state);
 }
 
-// A refresh with the same search: rows keep the text and verdict of the pass before.
+// A refresh with a search typed: every row's columns joined and searched.
 void keywordFilter(benchmark::State& state)
 {
     ItemFilter filter;
     filter.searchText = u"postgres,nginx"_s;
     filter.hiddenProtocols = {u"Other"_s};
     runFilter(state, filter);
-}
-
-// The user typing: every pass a different pattern, searched in the rows' kept texts.
-void keywordFilterNewPattern(benchmark::State& state)
-{
-    const LsofItemList items = generatedItems(state.range(0));
-    ItemFilter filter;
-    filter.hiddenProtocols = {u"Other"_s};
-    const QStringList patterns = {u"postgres,nginx"_s, u"postgres,nginy"_s};
-    qsizetype pass = 0;
-    for (auto _ : state) {
-        filter.searchText = patterns[pass++ % patterns.size()];
-        benchmark::DoNotOptimize(filter.filterItems(items).constData());
-    }
-    perRow(state);
-}
-
-// Rows never seen: every pass assembles every row's text (the columns are swapped between
-// passes, which makes the kept texts useless) and searches it.
-void keywordFilterCold(benchmark::State& state)
-{
-    const LsofItemList items = generatedItems(state.range(0));
-    ItemFilter filter;
-    filter.searchText = u"postgres,nginx"_s;
-    filter.hiddenProtocols = {u"Other"_s};
-    QList<LsofItem::Key> swapped = filter.keywordKeys;
-    std::swap(swapped[0], swapped[1]);
-    const QList<QList<LsofItem::Key>> layouts = {filter.keywordKeys, swapped};
-    qsizetype pass = 0;
-    for (auto _ : state) {
-        filter.keywordKeys = layouts[pass++ % layouts.size()];
-        benchmark::DoNotOptimize(filter.filterItems(items).constData());
-    }
-    perRow(state);
 }
 
 void expressionFilter(benchmark::State& state)
@@ -131,7 +97,5 @@ void matchesFilter(benchmark::State& state)
 } // namespace
 
 BENCHMARK(keywordFilter)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
-BENCHMARK(keywordFilterNewPattern)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
-BENCHMARK(keywordFilterCold)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(expressionFilter)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(matchesFilter)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);

@@ -56,10 +56,14 @@ QString ItemFields::text(const LsofItem& item, LsofItem::Key key)
             return id;
         break;
     }
-    case K::rtt:
     case K::shortLived:
-        // Printed as the item prints them ("0.25", "true").
-        return item.value(key).isValid() ? item.text(key) : QString();
+        return item.text(key);
+    case K::bytesSent:
+    case K::bytesReceived:
+    case K::sendRate:
+    case K::receiveRate:
+    case K::rtt:
+        return trafficText(item.traffic(), key);
     default:
         break;
     }
@@ -124,5 +128,33 @@ bool ItemFields::isNumeric(LsofItem::Key key)
         return true;
     default:
         return false;
+    }
+}
+
+bool ItemFields::isTraffic(LsofItem::Key key)
+{
+    using K = LsofItem::Key;
+    return key == K::bytesSent || key == K::bytesReceived || key == K::sendRate ||
+           key == K::receiveRate || key == K::rtt;
+}
+
+QString ItemFields::trafficText(const LsofItem::Traffic& traffic, LsofItem::Key key)
+{
+    using K = LsofItem::Key;
+    const auto number = [](std::optional<qint64> n) { return n ? QString::number(*n) : QString(); };
+    switch (key) {
+    case K::bytesSent:
+        return number(traffic.bytesSent);
+    case K::bytesReceived:
+        return number(traffic.bytesReceived);
+    case K::sendRate:
+        return number(traffic.sendRate);
+    case K::receiveRate:
+        return number(traffic.receiveRate);
+    case K::rtt:
+        // As the item prints it.
+        return traffic.rtt ? QVariant(*traffic.rtt).toString() : QString();
+    default:
+        return {};
     }
 }

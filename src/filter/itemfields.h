@@ -16,4 +16,8 @@ public:
     // `shortLived`, 1 or 0); nothing for a text key or an absent number.
     static std::optional<PredicateNumber> number(const LsofItem& item, LsofItem::Key key);
     static bool isNumeric(LsofItem::Key key);
+    // The traffic keys' text from figures read once (a row's five figures take one lock); null
+    // for an unknown figure or another key.
+    static bool isTraffic(LsofItem::Key key);
+    static QString trafficText(const LsofItem::Traffic& traffic, LsofItem::Key key);
 };

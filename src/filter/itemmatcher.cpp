@@ -86,6 +86,8 @@ QString ItemMatcher::joinedText(const LsofItem& item, const QString& hostname) c
     // for a field read in place.
     QVarLengthArray<QStringView, 24> fields;
     QVarLengthArray<QString, 24> made;
+    made.reserve(m_filter.keywordKeys.size()); // the views below point into it
+    std::optional<LsofItem::Traffic> traffic;
     qsizetype length = 0;
     for (const LsofItem::Key key : m_filter.keywordKeys) {
         QStringView field;
@@ -93,6 +95,11 @@ QString ItemMatcher::joinedText(const LsofItem& item, const QString& hostname) c
             field = hostname;
         } else if (const QString* fixed = item.fixedText(key)) {
             field = *fixed;
+        } else if (ItemFields::isTraffic(key)) {
+            if (!traffic)
+                traffic = item.traffic();
+            made.append(ItemFields::trafficText(*traffic, key));
+            field = made.back();
         } else {
             made.append(keywordText(item, key));
             field = made.back();
