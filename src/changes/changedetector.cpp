@@ -39,9 +39,9 @@ LsofItemList ChangeDetector::match(const SocketRecords& records, const SocketRec
         const QString& identifier = record.identifier.isNull() ? made : record.identifier;
         const auto known = m_identifiers.find(identifier);
         if (known == m_identifiers.end())
-            items.append(LsofItem::fromRecord(record, &identifier == &made
-                                                          ? QString(made.constData(), made.size())
-                                                          : identifier));
+            items.append(itemOf(record, &identifier == &made
+                                            ? QString(made.constData(), made.size())
+                                            : identifier));
         else
             items.append(reuse(*known, record, seconds));
     }
@@ -63,7 +63,7 @@ void ChangeDetector::takeClosed(const SocketRecords& closed)
             continue;
         const auto found = byCookie.constFind(*record.cookie);
         if (found == byCookie.cend()) {
-            LsofItemPtr item = LsofItem::fromRecord(record);
+            LsofItemPtr item = itemOf(record, LsofItem::identifierOf(record));
             item->setShortLived(true);
             item->setOldState(record.state);
             m_shortLived.append(item);
@@ -106,11 +106,7 @@ void ChangeDetector::forgetClosedItems()
 LsofItemPtr ChangeDetector::reuse(Known& known, const SocketRecord& record, double seconds)
 {
     const SocketRecord* const before = std::exchange(known.listedBy, &record);
-    LsofItemPtr item =
-        before ? LsofItem::fromRecord(*before, known.item->identifier()) : known.item;
-    item->setHost(m_host);
-    item->setState(record.state);
-    item->setOldState(known.previousState);
+    LsofItemPtr item = before ? itemOf(*before, known.item->identifier()) : known.item;
     LsofItem::Traffic traffic;
     traffic.bytesSent = record.bytesSent;
     traffic.bytesReceived = record.bytesReceived;
@@ -120,7 +116,14 @@ LsofItemPtr ChangeDetector::reuse(Known& known, const SocketRecord& record, doub
         traffic.sendRate = rate(was.bytesSent, record.bytesSent, seconds);
         traffic.receiveRate = rate(was.bytesReceived, record.bytesReceived, seconds);
     }
-    item->setTraffic(traffic);
+    item->relist(record.state, known.previousState, traffic);
+    return item;
+}
+
+LsofItemPtr ChangeDetector::itemOf(const SocketRecord& record, const QString& identifier) const
+{
+    LsofItemPtr item = LsofItem::fromRecord(record, identifier);
+    item->setHost(m_host);
     return item;
 }
 

@@ -77,6 +77,8 @@ private:
     void forgetClosedItems();
     void takeClosed(const SocketRecords& closed);
     LsofItemPtr reuse(Known& known, const SocketRecord& record, double seconds);
+    // A new item of the record, on the records' host.
+    LsofItemPtr itemOf(const SocketRecord& record, const QString& identifier) const;
     void setStatuses(const LsofItemList& items) const;
     void insertClosedItems(LsofItemList& items) const;
 

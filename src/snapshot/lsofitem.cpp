@@ -466,6 +466,14 @@ void LsofItem::setTraffic(const Traffic& traffic)
     m_traffic = traffic;
 }
 
+void LsofItem::relist(const QString& state, const QString& oldState, const Traffic& traffic)
+{
+    QMutexLocker locker(&m_lock);
+    m_state = state;
+    m_oldState = oldState;
+    m_traffic = traffic;
+}
+
 QString LsofItem::identifier() const
 {
     QMutexLocker locker(&m_lock);

@@ -139,6 +139,8 @@ public:
     };
     Traffic traffic() const;
     void setTraffic(const Traffic& traffic);
+    // A pass lists the item again: its state now, the one before and its figures, in one step.
+    void relist(const QString& state, const QString& oldState, const Traffic& traffic);
     // The kernel's cookie of the socket, which follows it for its whole life.
     std::optional<quint64> cookie() const { return m_cookie; }
     // The machine the socket is on, as the user named it (ssh); empty for this machine. The

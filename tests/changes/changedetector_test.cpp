@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
@@ -106,4 +108,22 @@ TEST(ChangeDetector, ClosedSocketsGiveFinalCountsAndShortLivedItems)
     detector.detect(third);
     EXPECT_EQ(third.size(), 1);
     EXPECT_EQ(detector.unattributed(), 0);
+}
+
+// Another machine's items say whose they are, and are not named from this machine's processes.
+TEST(ChangeDetector, ItemsOfAnotherHostCarryItsName)
+{
+    ChangeDetector detector;
+    detector.setHost(u"db1"_s);
+    SocketRecord record = tcp(u"3u"_s, {}, {});
+    record.processId = QString::number(::getpid()); // a process of this machine's, too
+    LsofItemList items = detector.match({record, record});
+    detector.detect(items);
+    items = detector.match({record, record});
+    ASSERT_EQ(items.size(), 2);
+    for (const LsofItemPtr& item : items) {
+        EXPECT_EQ(item->host(), u"db1"_s);
+        EXPECT_FALSE(item->runningApplication());
+        EXPECT_EQ(item->localizedAppName(), u"curl"_s);
+    }
 }
