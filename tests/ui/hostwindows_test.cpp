@@ -89,8 +89,9 @@ TEST_F(HostWindowsTest, OneWindowPerHostTitledByItClosedAloneAndTheHostsRemember
 
     // Remembered, most recent first, and offered by the dialog, which checks what is typed.
     EXPECT_EQ(hosts().rememberedHosts(), (QStringList{u"db2:2222"_s, u"admin@db1"_s}));
-    settings.reopen();
-    EXPECT_EQ(settings.defaults->objectForKey(u"MainWindow/Hosts"_s).toStringList(),
+    settings.defaults->synchronize();
+    UserDefaults reread(settings.dir.filePath(u"Corvina.conf"_s)); // what a restart reads
+    EXPECT_EQ(reread.objectForKey(u"MainWindow/Hosts"_s).toStringList(),
               (QStringList{u"db2:2222"_s, u"admin@db1"_s}));
     ConnectToHostDialog dialog(hosts().rememberedHosts());
     EXPECT_EQ(dialog.hostField()->count(), 2);
