@@ -5,6 +5,7 @@
 #include "inetdiagdecoder.h"
 #include "lsofformatter.h"
 #include "netlinkdumper.h"
+#include "snapshot/lsofitem.h"
 
 #include <linux/inet_diag.h>
 #include <netinet/in.h>
@@ -183,6 +184,12 @@ SocketRecords NativeCollector::records()
             record.user = user;
             record.fileDescriptor = fdText(socketFd.fd);
             fill(record, *entry);
+            if (entry->identifierPid != pid || entry->identifierFd != socketFd.fd) {
+                entry->identifier = LsofItem::identifierOf(record);
+                entry->identifierPid = pid;
+                entry->identifierFd = socketFd.fd;
+            }
+            record.identifier = entry->identifier;
         }
         if (list.size() > first) {
             spans.emplace_back(&process, first);

@@ -14,6 +14,7 @@ bool sameEndpoints(const DiagSocket& a, const DiagSocket& b)
 void formatEndpoints(SocketTable::Entry& entry)
 {
     const DiagSocket& s = entry.socket;
+    entry.identifierFd = -1;
     entry.type = LsofFormatter::type(s.family);
     entry.protocol = LsofFormatter::protocol(s.protocol);
     entry.localAddress = LsofFormatter::address(s.family, s.localAddress);

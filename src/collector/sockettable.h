@@ -16,6 +16,10 @@ public:
         QString localAddress, localPort;
         QString remoteAddress, remotePort; // null without a remote side
         quint64 pass = 0;
+        // The identifier of the last record made from this socket and the descriptor it was
+        // made for: composing it afresh for every socket of every pass was a tenth of a pass.
+        mutable QString identifier;
+        mutable int identifierPid = 0, identifierFd = -1;
     };
 
     // Starts a dump: sockets not added again before the next start are gone.

@@ -91,6 +91,7 @@ TEST(NativeCollector, givesOneRecordPerDescriptorInProcessThenDescriptorOrder)
     expected.bytesSent = 1001;
     expected.bytesReceived = 20;
     expected.rtt = 1.5;
+    expected.identifier = u"3-IPv4-TCP-10.0.0.2:51000-198.51.100.7:443-501:12u"_s;
     EXPECT_EQ(records[1], expected);
 
     const SocketRecord& udp = records[2];
