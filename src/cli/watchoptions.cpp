@@ -27,17 +27,29 @@ private:
     qsizetype m_next = 0;
 };
 
-std::optional<QString> readInterval(ArgumentCursor& cursor, WatchOptions& options)
+// A whole number from `low` to `high` for `option`, or `problem`.
+std::optional<QString> readNumber(ArgumentCursor& cursor, const QString& option, qint64 low,
+                                  qint64 high, const QString& problem, qint64* out)
 {
     QString text;
-    if (auto error = cursor.value(u"--interval"_s, &text))
+    if (auto error = cursor.value(option, &text))
         return error;
     bool ok = false;
-    const qint64 seconds = text.toLongLong(&ok);
-    if (!ok || seconds < 1 || seconds > kMaxInterval)
-        return u"--interval takes whole seconds from 1 to %1"_s.arg(kMaxInterval);
-    options.interval = seconds;
+    *out = text.toLongLong(&ok);
+    if (!ok || *out < low || *out > high)
+        return problem;
     return std::nullopt;
+}
+
+std::optional<QString> readInterval(ArgumentCursor& cursor, WatchOptions& options)
+{
+    qint64 seconds = 0;
+    auto error =
+        readNumber(cursor, u"--interval"_s, 1, kMaxInterval,
+                   u"--interval takes whole seconds from 1 to %1"_s.arg(kMaxInterval), &seconds);
+    if (!error)
+        options.interval = seconds;
+    return error;
 }
 
 std::optional<QString> readFormat(ArgumentCursor& cursor, WatchOptions& options)
@@ -54,15 +66,12 @@ std::optional<QString> readFormat(ArgumentCursor& cursor, WatchOptions& options)
 
 std::optional<QString> readTop(ArgumentCursor& cursor, WatchOptions& options)
 {
-    QString text;
-    if (auto error = cursor.value(u"--top"_s, &text))
-        return error;
-    bool ok = false;
-    const int count = text.toInt(&ok);
-    if (!ok || count < 1 || count > 1000)
-        return u"--top takes a number of connections from 1 to 1000"_s;
-    options.top = count;
-    return std::nullopt;
+    qint64 count = 0;
+    auto error = readNumber(cursor, u"--top"_s, 1, 1000,
+                            u"--top takes a number of connections from 1 to 1000"_s, &count);
+    if (!error)
+        options.top = int(count);
+    return error;
 }
 
 std::optional<QString> readSource(ArgumentCursor& cursor, QString* source)

@@ -30,13 +30,7 @@ SocketRecord recordOf(const DiagSocket& socket)
         record.remotePort = LsofFormatter::port(socket.remotePort);
     }
     record.state = LsofFormatter::state(socket.protocol, socket.state);
-    record.cookie = socket.cookie;
-    if (socket.bytesAcked)
-        record.bytesSent = qint64(*socket.bytesAcked);
-    if (socket.bytesReceived)
-        record.bytesReceived = qint64(*socket.bytesReceived);
-    if (socket.rttMicroseconds && *socket.rttMicroseconds > 0)
-        record.rtt = *socket.rttMicroseconds / 1000.0;
+    copyKernelFigures(socket, record);
     return record;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "snapshot/socketrecord.h"
+
 #include <QtGlobal>
 
 #include <array>
@@ -26,3 +28,16 @@ struct DiagSocket {
 
     bool operator==(const DiagSocket&) const = default;
 };
+
+// Gives a record what only the kernel tells of its socket: the cookie and the TCP figures. A
+// round-trip time of 0 is one never measured (a listener's, say), so unknown.
+inline void copyKernelFigures(const DiagSocket& socket, SocketRecord& record)
+{
+    record.cookie = socket.cookie;
+    if (socket.bytesAcked)
+        record.bytesSent = qint64(*socket.bytesAcked);
+    if (socket.bytesReceived)
+        record.bytesReceived = qint64(*socket.bytesReceived);
+    if (socket.rttMicroseconds && *socket.rttMicroseconds > 0)
+        record.rtt = *socket.rttMicroseconds / 1000.0;
+}

@@ -51,15 +51,7 @@ void fill(SocketRecord& record, const SocketTable::Entry& entry)
     record.remoteAddress = entry.remoteAddress;
     record.remotePort = entry.remotePort;
     record.state = entry.state;
-    const DiagSocket& socket = entry.socket;
-    record.cookie = socket.cookie;
-    if (socket.bytesAcked)
-        record.bytesSent = qint64(*socket.bytesAcked);
-    if (socket.bytesReceived)
-        record.bytesReceived = qint64(*socket.bytesReceived);
-    // A round-trip time of 0 is one never measured (a listener's, say).
-    if (socket.rttMicroseconds && *socket.rttMicroseconds > 0)
-        record.rtt = *socket.rttMicroseconds / 1000.0;
+    copyKernelFigures(entry.socket, record);
 }
 
 } // namespace
