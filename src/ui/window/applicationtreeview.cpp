@@ -1,5 +1,7 @@
 #include "applicationtreeview.h"
 
+#include "rowmenuinput.h"
+
 #include "textcell.h"
 
 #include <QContextMenuEvent>
@@ -47,14 +49,8 @@ void ApplicationTreeView::mousePressEvent(QMouseEvent* event)
 {
     const QModelIndex index = indexAt(event->position().toPoint());
     setClickedIndex(index);
-    if (event->button() == Qt::RightButton) {
-        if (index.isValid() && !selectionModel()->isRowSelected(index.row(), index.parent()))
-            selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect |
-                                                         QItemSelectionModel::Rows);
-        event->accept();
-        return;
-    }
-    QTreeView::mousePressEvent(event);
+    if (!RowMenuInput::takeRightClick(*this, index, *event))
+        QTreeView::mousePressEvent(event);
 }
 
 void ApplicationTreeView::contextMenuEvent(QContextMenuEvent* event)
@@ -68,8 +64,7 @@ void ApplicationTreeView::contextMenuEvent(QContextMenuEvent* event)
 
 void ApplicationTreeView::keyPressEvent(QKeyEvent* event)
 {
-    const bool shiftF10 = event->key() == Qt::Key_F10 && event->modifiers() == Qt::ShiftModifier;
-    if (shiftF10 || event->key() == Qt::Key_Menu) {
+    if (RowMenuInput::isMenuKey(*event)) {
         event->accept();
         openMenuForCurrentRow();
         return;

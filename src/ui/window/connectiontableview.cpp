@@ -1,5 +1,6 @@
 #include "connectiontableview.h"
 
+#include "rowmenuinput.h"
 
 #include <QContextMenuEvent>
 #include <QHeaderView>
@@ -83,14 +84,8 @@ void ConnectionTableView::mousePressEvent(QMouseEvent* event)
 {
     const QModelIndex index = indexAt(event->position().toPoint());
     setClickedCell(index.isValid() ? index.row() : -1, index.isValid() ? index.column() : -1);
-    if (event->button() == Qt::RightButton) {
-        if (index.isValid() && !selectionModel()->isRowSelected(index.row()))
-            selectionModel()->setCurrentIndex(index, QItemSelectionModel::ClearAndSelect |
-                                                         QItemSelectionModel::Rows);
-        event->accept();
-        return;
-    }
-    QTableView::mousePressEvent(event);
+    if (!RowMenuInput::takeRightClick(*this, index, *event))
+        QTableView::mousePressEvent(event);
 }
 
 void ConnectionTableView::contextMenuEvent(QContextMenuEvent* event)
@@ -104,8 +99,7 @@ void ConnectionTableView::contextMenuEvent(QContextMenuEvent* event)
 
 void ConnectionTableView::keyPressEvent(QKeyEvent* event)
 {
-    const bool shiftF10 = event->key() == Qt::Key_F10 && event->modifiers() == Qt::ShiftModifier;
-    if (shiftF10 || event->key() == Qt::Key_Menu) {
+    if (RowMenuInput::isMenuKey(*event)) {
         event->accept();
         openMenuForCurrentRow();
         return;
