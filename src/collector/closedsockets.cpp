@@ -79,22 +79,29 @@ SocketRecords ClosedSockets::endPass(const SocketRecords& listed, UserNames& use
     std::vector<DiagSocket> notices = std::exchange(m_deferred, {});
     notices.insert(notices.end(), batch.sockets.begin(), batch.sockets.end());
     m_lastListeners = std::exchange(m_listeners, listenersOf(listed));
-    int unattributed = 0;
+    // Each news and whether it is short-lived: the owners of those are asked for all at once.
+    std::vector<std::pair<const DiagSocket*, bool>> news;
+    QList<quint64> shortLivedCookies;
     for (const DiagSocket& socket : notices) {
         // Never bound, so never a connection (a socket made for an ioctl, say).
         if (socket.localPort == 0)
             continue;
         const auto seen = m_seen.constFind(socket.cookie);
-        if (seen != m_seen.cend() && *seen == m_pass)
+        if (seen != m_seen.cend() && *seen == m_pass) {
             m_deferred.push_back(socket);
-        else if (m_listed.contains(socket.cookie))
-            closed.append(recordOf(socket));
-        // Before the first dump the listener heard sockets of unknown age.
-        else if (seen == m_seen.cend() && m_pass > 1)
-            closed.append(shortLived(socket, users));
-        else
-            continue;
-        unattributed += seen == m_seen.cend() && closed.last().processId.isNull() ? 1 : 0;
+        } else if (m_listed.contains(socket.cookie)) {
+            news.emplace_back(&socket, false);
+        } else if (seen == m_seen.cend() && m_pass > 1) {
+            // Before the first dump the listener heard sockets of unknown age.
+            news.emplace_back(&socket, true);
+            shortLivedCookies.append(socket.cookie);
+        }
+    }
+    prefetchOwners(shortLivedCookies);
+    int unattributed = 0;
+    for (const auto& [socket, isShortLived] : news) {
+        closed.append(isShortLived ? shortLived(*socket, users) : recordOf(*socket));
+        unattributed += isShortLived && closed.last().processId.isNull() ? 1 : 0;
     }
     // Said once, when it first matters.
     if (unattributed > 0 && !m_ownersRefusal.isEmpty())
@@ -112,6 +119,17 @@ SocketRecords ClosedSockets::endPass(const SocketRecords& listed, UserNames& use
             u"connection is listed again, but some that opened and closed since the last "
             u"refresh are missing."_s.arg(batch.lost));
     return closed;
+}
+
+void ClosedSockets::prefetchOwners(const QList<quint64>& cookies)
+{
+    if (!m_attributing || cookies.isEmpty())
+        return;
+    // Said, once, as a refusal at start would have been.
+    if (QString why = m_owners->prefetch(cookies); !why.isEmpty()) {
+        m_attributing = false;
+        m_ownersRefusal = std::move(why);
+    }
 }
 
 SocketRecord ClosedSockets::shortLived(const DiagSocket& socket, UserNames& users) const

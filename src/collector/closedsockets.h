@@ -44,6 +44,7 @@ private:
     using Listeners = QHash<QString, std::vector<Listener>>; // by protocol and port
 
     void start();
+    void prefetchOwners(const QList<quint64>& cookies);
     SocketRecord shortLived(const DiagSocket& socket, UserNames& users) const;
     bool attributeToListener(SocketRecord& record) const;
     static Listeners listenersOf(const SocketRecords& listed);

@@ -2,6 +2,7 @@
 
 #include "bpfsocketowners.h"
 #include "destroylistener.h"
+#include "helpersocketowners.h"
 #include "inetdiagdecoder.h"
 #include "lsofformatter.h"
 #include "netlinkdumper.h"
@@ -10,6 +11,7 @@
 #include <linux/inet_diag.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -68,11 +70,15 @@ NativeCollector::NativeCollector(Sources sources)
             std::make_unique<ClosedSockets>(std::move(sources.notices), std::move(sources.owners));
 }
 
-std::unique_ptr<NativeCollector> NativeCollector::listening()
+std::unique_ptr<NativeCollector> NativeCollector::listening(const QString& helperSocket)
 {
     Sources sources;
     sources.notices = std::make_unique<DestroyListener>();
-    sources.owners = std::make_unique<BpfSocketOwners>();
+    // Without a helper, an ordinary user's eBPF program says why it cannot load.
+    if (::geteuid() != 0 && !helperSocket.isEmpty())
+        sources.owners = std::make_unique<HelperSocketOwners>(helperSocket);
+    else
+        sources.owners = std::make_unique<BpfSocketOwners>();
     return std::make_unique<NativeCollector>(std::move(sources));
 }
 

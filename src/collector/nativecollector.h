@@ -35,9 +35,10 @@ public:
 
     // This machine: the kernel over netlink, /proc and the account database, without notices.
     NativeCollector();
-    // The same, listening to the kernel's notices of closed sockets and noting their owners
-    // where this process may: what a collector that runs pass after pass wants.
-    static std::unique_ptr<NativeCollector> listening();
+    // The same, listening to the kernel's notices of closed sockets and noting their owners:
+    // what a collector that runs pass after pass wants. Root notes owners itself (eBPF); an
+    // ordinary user asks the privileged helper daemon on `helperSocket`, when one is given.
+    static std::unique_ptr<NativeCollector> listening(const QString& helperSocket = {});
     explicit NativeCollector(Sources sources);
     ~NativeCollector();
     NativeCollector(const NativeCollector&) = delete;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QString>
 
 #include <optional>
@@ -20,5 +21,14 @@ public:
 
     // Starts noting owners; empty when it runs, else why it cannot, in a few words.
     virtual QString start() = 0;
+    // Called once a pass, before ownerOf, with the cookies of the pass's short-lived sockets
+    // (never none): an implementation that asks another process asks about them all at once
+    // here. Empty while owners can be known, else why they no longer can; ownerOf is then
+    // asked no more.
+    virtual QString prefetch(const QList<quint64>& cookies)
+    {
+        Q_UNUSED(cookies);
+        return {};
+    }
     virtual std::optional<Owner> ownerOf(quint64 cookie) = 0;
 };

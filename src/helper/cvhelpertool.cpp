@@ -58,7 +58,8 @@ CVHelperTool::CVHelperTool(Options options) : CVHelperTool(std::move(options), P
 
 CVHelperTool::CVHelperTool(Options options, Programs programs)
     : OVPrivilegeToolBase(std::move(options)), m_programs(std::move(programs)),
-      m_lsofRuns([this] { return runLsof(); }), m_collectRuns([this] { return runCollector(); })
+      m_lsofRuns([this] { return runLsof(); }), m_collectRuns([this] { return runCollector(); }),
+      m_owners(m_programs.socketOwners)
 {
 }
 
@@ -76,8 +77,8 @@ const std::vector<std::string>& CVHelperTool::lsofArguments()
 
 std::vector<Operation> CVHelperTool::machServiceProtocol() const
 {
-    return {Operation::ConnectWithEndpoint, Operation::GetVersion, Operation::RunLsof,
-            Operation::RunCollector, Operation::CloseConnection};
+    using enum Operation;
+    return {ConnectWithEndpoint, GetVersion, RunLsof, RunCollector, CloseConnection, SocketOwners};
 }
 
 void CVHelperTool::perform(const HelperProtocol::Request& request, const PeerCredentials& peer,
@@ -92,6 +93,9 @@ void CVHelperTool::perform(const HelperProtocol::Request& request, const PeerCre
         return;
     case Operation::CloseConnection:
         closeConnectionWithReply(request.socket, peer, reply);
+        return;
+    case Operation::SocketOwners:
+        socketOwnersWithReply(request.cookies, reply);
         return;
     default:
         OVPrivilegeToolBase::perform(request, peer, reply);
@@ -159,4 +163,10 @@ void CVHelperTool::closeConnectionWithReply(const SocketIdentity& socket,
            unsigned(socket.localPort), unsigned(socket.remotePort), unsigned(peer.uid),
            int(peer.pid), SocketDestroyer::describe(*result).c_str());
     reply(HelperProtocol::closeOutcomeText(*result));
+}
+
+void CVHelperTool::socketOwnersWithReply(const std::vector<std::uint64_t>& cookies,
+                                         const ReplyHandler& reply)
+{
+    reply(m_owners.answer(cookies));
 }

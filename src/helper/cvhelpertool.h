@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ownerlookup.h"
 #include "privileged/helperinstallation.h"
 #include "privileged/ovprivilegetoolbase.h"
 #include "sharedrun.h"
@@ -7,7 +8,8 @@
 #include <string>
 
 // Corvina's privileged daemon: runs lsof or the built-in collector (corvina-sockets) as root
-// for the application, and closes connections for their owners.
+// for the application, closes connections for their owners, and tells which process owned a
+// socket that has closed.
 class CVHelperTool final : public OVPrivilegeToolBase {
 public:
     static constexpr const char* kServiceName = HelperInstallation::kServiceName;
@@ -20,6 +22,8 @@ public:
         std::chrono::milliseconds lsofTimeout = HelperProtocol::kLsofTimeout;
         std::string socketsPath;
         std::chrono::milliseconds collectTimeout = HelperProtocol::kCollectTimeout;
+        // Off: the daemon answers every socketOwners request as a build without eBPF does.
+        bool socketOwners = true;
     };
 
     explicit CVHelperTool(Options options);
@@ -34,6 +38,9 @@ public:
     // Closes `socket` when `peer` is root or every process holding it is the peer's own.
     void closeConnectionWithReply(const SocketIdentity& socket, const PeerCredentials& peer,
                                   const ReplyHandler& reply) const;
+    // The owners of `cookies` noted since the first such request (see OwnerLookup).
+    void socketOwnersWithReply(const std::vector<std::uint64_t>& cookies,
+                               const ReplyHandler& reply);
 
     static const std::vector<std::string>& lsofCandidates();
     static const std::vector<std::string>& lsofArguments();
@@ -51,4 +58,5 @@ private:
     // that wait for it.
     SharedRun m_lsofRuns;
     SharedRun m_collectRuns;
+    OwnerLookup m_owners;
 };

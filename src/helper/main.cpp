@@ -17,7 +17,7 @@ constexpr const char* kUsage =
     "       corvina-helper --socket PATH [--allow-uid UID]... [--lsof PATH]\n"
     "                      [--sockets-program PATH] [--request-timeout MS]\n"
     "                      [--idle-timeout MS] [--lsof-timeout MS] [--sockets-timeout MS]\n"
-    "                      [--max-connections N] [--max-per-peer N]\n"
+    "                      [--max-connections N] [--max-per-peer N] [--without-ebpf]\n"
     "                                      serve a socket of its own (tests, manual runs)\n"
     "       corvina-helper --install [--destdir DIR]\n"
     "       corvina-helper --version\n";
@@ -96,6 +96,9 @@ bool parseArguments(int argc, char** argv, Arguments* args, std::string* error)
         } else if (option == "--socket") {
             if (!value(&args->socketPath))
                 return false;
+        } else if (option == "--without-ebpf") {
+            args->programs.socketOwners = false;
+            testOnlyOption = true;
         } else if (option == "--lsof" || option == "--sockets-program") {
             if (!value(option == "--lsof" ? &args->programs.lsofPath : &args->programs.socketsPath))
                 return false;
@@ -116,8 +119,8 @@ bool parseArguments(int argc, char** argv, Arguments* args, std::string* error)
     // The socket-activated daemon is the one root runs for everybody: it always uses the fixed
     // programs, the fixed limits and the fixed peer policy.
     if (testOnlyOption && args->socketPath.empty()) {
-        *error = "--allow-uid, --lsof, --sockets-program, the time-out and the connection options "
-                 "need --socket";
+        *error = "--allow-uid, --lsof, --sockets-program, --without-ebpf, the time-out and the "
+                 "connection options need --socket";
         return false;
     }
     return true;

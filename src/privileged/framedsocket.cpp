@@ -100,6 +100,13 @@ FramedSocket::Result FramedSocket::readExactly(std::uint8_t* out, std::size_t si
 FramedSocket::Result FramedSocket::readFrame(std::vector<std::uint8_t>& payload,
                                              std::size_t maxSize, Clock::time_point deadline)
 {
+    return readFrame(payload, maxSize, 0, {}, deadline);
+}
+
+FramedSocket::Result FramedSocket::readFrame(std::vector<std::uint8_t>& payload,
+                                             std::size_t maxSize, std::size_t prefixSize,
+                                             const FrameLimit& limitFor, Clock::time_point deadline)
+{
     payload.clear();
     if (!isValid())
         return Result::Error;
@@ -115,6 +122,18 @@ FramedSocket::Result FramedSocket::readFrame(std::vector<std::uint8_t>& payload,
     // largest frame and then sends nothing costs a chunk, not the whole limit.
     constexpr std::size_t kChunk = 64 * 1024;
     std::size_t done = 0;
+    // A frame shorter than the prefix is read whole: decoding refuses it.
+    if (limitFor && length >= prefixSize) {
+        payload.resize(prefixSize);
+        result = readExactly(payload.data(), prefixSize, deadline, false);
+        if (result == Result::Ok && length > limitFor(payload.data()))
+            result = Result::TooLarge;
+        if (result != Result::Ok) {
+            payload.clear();
+            return result;
+        }
+        done = prefixSize;
+    }
     while (done < length) {
         const std::size_t chunk = std::min<std::size_t>(kChunk, length - done);
         payload.resize(done + chunk);

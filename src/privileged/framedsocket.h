@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -41,6 +42,13 @@ public:
     int release() { return std::exchange(m_fd, -1); }
 
     Result readFrame(std::vector<std::uint8_t>& payload, std::size_t maxSize,
+                     Clock::time_point deadline);
+    // As readFrame, for a frame whose own limit (at most `maxSize`) depends on its first
+    // `prefixSize` bytes, a request's version and operation: they are read first, and a frame
+    // that claims more than limitFor(prefix) is TooLarge before the rest is read.
+    using FrameLimit = std::function<std::size_t(const std::uint8_t* prefix)>;
+    Result readFrame(std::vector<std::uint8_t>& payload, std::size_t maxSize,
+                     std::size_t prefixSize, const FrameLimit& limitFor,
                      Clock::time_point deadline);
     Result writeFrame(const std::vector<std::uint8_t>& payload, Clock::time_point deadline);
     // Writes raw bytes as they are, for tests that speak broken protocol.

@@ -137,6 +137,7 @@ HelperConnection::exchange(const HelperProtocol::Request& request, Failure* fail
         return std::nullopt;
     }
     failure->refused = reply->status == HelperProtocol::Status::Refused;
+    failure->busy = reply->status == HelperProtocol::Status::Busy;
     if (failure->refused)
         *error = "the helper refused this user: " + reply->text;
     else if (reply->status == HelperProtocol::Status::Busy)

@@ -21,10 +21,12 @@ class HelperConnection final {
 public:
     using ReplyHandler = std::function<void(std::optional<std::string>)>;
     // Why a request got no reply. `refused`: the daemon's policy does not admit this user, which
-    // no retry changes.
+    // no retry changes. `busy`: every slot this user may take was in use, which a later
+    // request may find otherwise.
     struct Failure {
         std::string message;
         bool refused = false;
+        bool busy = false;
     };
     using ErrorHandler = std::function<void(const Failure& failure)>;
 

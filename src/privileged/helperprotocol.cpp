@@ -7,7 +7,13 @@ namespace HelperProtocol {
 bool isKnownOperation(std::uint8_t code)
 {
     return code >= static_cast<std::uint8_t>(Operation::ConnectWithEndpoint) &&
-           code <= static_cast<std::uint8_t>(Operation::CloseConnection);
+           code <= static_cast<std::uint8_t>(Operation::SocketOwners);
+}
+
+std::size_t maxRequestFrame(std::uint8_t operation)
+{
+    return operation == static_cast<std::uint8_t>(Operation::SocketOwners) ? kMaxOwnersRequestFrame
+                                                                           : kMaxRequestFrame;
 }
 
 const char* operationName(Operation operation)
@@ -23,6 +29,8 @@ const char* operationName(Operation operation)
         return "runCollectorWithReply";
     case Operation::CloseConnection:
         return "closeConnectionWithReply";
+    case Operation::SocketOwners:
+        return "socketOwnersWithReply";
     }
     return "unknown";
 }
@@ -80,6 +88,30 @@ std::optional<SocketIdentity> decodeSocket(const std::uint8_t* in, DecodeError* 
     return socket;
 }
 
+// The size a request of this operation must have, judged from its first bytes; nullopt, with
+// `error` set, when they already make it malformed.
+std::optional<std::size_t>
+expectedSize(Operation operation, const std::vector<std::uint8_t>& payload, DecodeError* error)
+{
+    if (operation == Operation::CloseConnection)
+        return kRequestSize + kCloseArgumentsSize;
+    if (operation != Operation::SocketOwners)
+        return kRequestSize;
+    const std::string name = operationName(operation);
+    if (payload.size() < kRequestSize + kOwnersCountSize) {
+        error->message = "a " + name + " request is too short to hold its count";
+        return std::nullopt;
+    }
+    const std::size_t count = getBigEndian(payload.data() + kRequestSize, kOwnersCountSize);
+    if (count > kMaxOwnerCookies) {
+        error->message = "a " + name + " request asks about at most " +
+                         std::to_string(kMaxOwnerCookies) + " sockets, this one claims " +
+                         std::to_string(count);
+        return std::nullopt;
+    }
+    return kRequestSize + kOwnersCountSize + count * kCookieSize;
+}
+
 } // namespace
 
 std::vector<std::uint8_t> encodeRequest(const Request& request)
@@ -88,6 +120,11 @@ std::vector<std::uint8_t> encodeRequest(const Request& request)
                                          static_cast<std::uint8_t>(request.operation)};
     if (request.operation == Operation::CloseConnection)
         encodeSocket(request.socket, payload);
+    if (request.operation == Operation::SocketOwners) {
+        putBigEndian(payload, request.cookies.size(), kOwnersCountSize);
+        for (const std::uint64_t cookie : request.cookies)
+            putBigEndian(payload, cookie, kCookieSize);
+    }
     return payload;
 }
 
@@ -107,19 +144,25 @@ std::optional<Request> decodeRequest(const std::vector<std::uint8_t>& payload, D
         return std::nullopt;
     }
     Request request(static_cast<Operation>(payload[1]));
-    const bool closes = request.operation == Operation::CloseConnection;
-    const std::size_t expected = kRequestSize + (closes ? kCloseArgumentsSize : 0);
-    if (payload.size() != expected) {
+    const std::optional<std::size_t> expected = expectedSize(request.operation, payload, error);
+    if (!expected)
+        return std::nullopt;
+    if (payload.size() != *expected) {
         error->message = std::string("a ") + operationName(request.operation) + " request is " +
-                         std::to_string(expected) + " bytes, this one is " +
+                         std::to_string(*expected) + " bytes, this one is " +
                          std::to_string(payload.size());
         return std::nullopt;
     }
-    if (closes) {
+    if (request.operation == Operation::CloseConnection) {
         const auto socket = decodeSocket(payload.data() + kRequestSize, error);
         if (!socket)
             return std::nullopt;
         request.socket = *socket;
+    }
+    if (request.operation == Operation::SocketOwners) {
+        for (std::size_t at = kRequestSize + kOwnersCountSize; at < payload.size();
+             at += kCookieSize)
+            request.cookies.push_back(getBigEndian(payload.data() + at, kCookieSize));
     }
     return request;
 }

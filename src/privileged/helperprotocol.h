@@ -13,7 +13,8 @@
 
 // The wire protocol between the helper daemon and its clients (docs/helper-protocol.md).
 // A frame is a 4-byte big-endian payload length followed by the payload. A request payload is
-// [version][operation], followed for closeConnection by the socket it names; a reply payload is
+// [version][operation], followed for closeConnection by the socket it names and for
+// socketOwners by the cookies it asks about; a reply payload is
 // [version][operation][status] followed, for a text reply, by the UTF-8 text. Plain C++: the
 // daemon links no Qt.
 namespace HelperProtocol {
@@ -24,9 +25,18 @@ inline constexpr std::size_t kRequestSize = 2;
 // What follows a closeConnection request's two bytes: family, protocol, local address and port,
 // remote address and port, cookie.
 inline constexpr std::size_t kCloseArgumentsSize = 46;
+// What follows a socketOwners request's two bytes: the number of cookies, then the cookies.
+inline constexpr std::size_t kOwnersCountSize = 2;
+inline constexpr std::size_t kCookieSize = 8;
+// A socketOwners request asks about at most this many sockets (a refresh's short-lived ones,
+// which seldom number more than a few dozen): it bounds the daemon's work for one request.
+inline constexpr std::size_t kMaxOwnerCookies = 4096;
 inline constexpr std::size_t kReplyHeaderSize = 3;
-// The longest request is 48 bytes; anything longer than this is abuse, not a future extension.
+// Every request but socketOwners is at most 48 bytes; anything longer than this is abuse, not a
+// future extension.
 inline constexpr std::size_t kMaxRequestFrame = 64;
+inline constexpr std::size_t kMaxOwnersRequestFrame =
+    kRequestSize + kOwnersCountSize + kMaxOwnerCookies * kCookieSize;
 // lsof text for 100 000 sockets is about 15 MiB; a reply beyond this is refused by the client.
 inline constexpr std::size_t kMaxReplyFrame = 64 * 1024 * 1024;
 // Once a request's first byte has come, the client must deliver the rest within this time; it
@@ -52,6 +62,7 @@ enum class Operation : std::uint8_t {
     RunLsof = 3,
     RunCollector = 4,
     CloseConnection = 5,
+    SocketOwners = 6,
 };
 
 enum class Status : std::uint8_t {
@@ -74,6 +85,8 @@ struct Request {
     Operation operation;
     // closeConnection only: the connection to close, valid by SocketIdentity::validationError.
     SocketIdentity socket;
+    // socketOwners only: the sockets asked about, at most kMaxOwnerCookies.
+    std::vector<std::uint64_t> cookies;
 };
 
 struct Reply {
@@ -94,6 +107,9 @@ struct DecodeError {
     std::string message;
 };
 
+// The longest request frame payload `operation` (a request's second byte) may have: a frame
+// that claims more is refused before the rest of it is read.
+std::size_t maxRequestFrame(std::uint8_t operation);
 std::vector<std::uint8_t> encodeRequest(const Request& request);
 std::optional<Request> decodeRequest(const std::vector<std::uint8_t>& payload, DecodeError* error);
 

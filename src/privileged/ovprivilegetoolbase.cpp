@@ -367,8 +367,11 @@ void OVPrivilegeToolBase::serveConnection(int fd)
     const std::vector<Operation> exported = machServiceProtocol();
     std::vector<std::uint8_t> payload;
     while (awaitRequest(fd)) {
-        const auto result = socket.readFrame(payload, HelperProtocol::kMaxRequestFrame,
-                                             Clock::now() + m_options.requestTimeout);
+        // Only the request that names sockets by the thousand may be long; any other is small.
+        const auto result = socket.readFrame(
+            payload, HelperProtocol::kMaxOwnersRequestFrame, HelperProtocol::kRequestSize,
+            [](const std::uint8_t* head) { return HelperProtocol::maxRequestFrame(head[1]); },
+            Clock::now() + m_options.requestTimeout);
         if (result == FramedSocket::Result::TooLarge)
             send(Operation{0}, Status::BadRequest, "request frame too large");
         if (result != FramedSocket::Result::Ok)
@@ -405,6 +408,7 @@ void OVPrivilegeToolBase::perform(const HelperProtocol::Request& request, const 
     case Operation::RunLsof:
     case Operation::RunCollector:
     case Operation::CloseConnection:
+    case Operation::SocketOwners:
         break;
     }
     reply(std::nullopt);

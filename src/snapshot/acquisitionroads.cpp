@@ -94,7 +94,13 @@ AcquisitionRoads AcquisitionRoads::system(const HelperChoice& helper)
     }
     // One collector for the roads' life: it keeps what each pass learned, and listens for the
     // sockets that close between passes from its first pass on.
-    std::shared_ptr<NativeCollector> collector = NativeCollector::listening();
+    // Its short-lived sockets' owners come from the helper this road would ask, if any.
+    QString helperSocket;
+    if (helper.mode == HelperChoice::Mode::Socket)
+        helperSocket = helper.socketPath;
+    else if (helper.mode == HelperChoice::Mode::Auto)
+        helperSocket = OVPrivilegeUtilityBase::defaultSocketPath();
+    std::shared_ptr<NativeCollector> collector = NativeCollector::listening(helperSocket);
     roads.collect = [collector] {
         Collected collected;
         collected.records = collector->collect();

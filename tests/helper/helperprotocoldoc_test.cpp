@@ -1,5 +1,6 @@
 #include "helper/cvhelpertool.h"
 #include "privileged/helperprotocol.h"
+#include "privileged/ownersreply.h"
 
 #include <gtest/gtest.h>
 
@@ -72,8 +73,12 @@ TEST_F(HelperProtocolDocTest, ConstantsMatchTheCode)
         {"frame header size", kFrameHeaderSize},
         {"request size", kRequestSize},
         {"close arguments size", kCloseArgumentsSize},
+        {"owners count size", kOwnersCountSize},
+        {"cookie size", kCookieSize},
+        {"max owner cookies", kMaxOwnerCookies},
         {"reply header size", kReplyHeaderSize},
         {"max request frame", kMaxRequestFrame},
+        {"max owners request frame", kMaxOwnersRequestFrame},
         {"max reply frame", kMaxReplyFrame},
         {"request timeout ms", static_cast<unsigned long long>(kRequestTimeout.count())},
         {"idle timeout ms", static_cast<unsigned long long>(kIdleTimeout.count())},
@@ -171,6 +176,43 @@ TEST_F(HelperProtocolDocTest, CloseRequestLayoutMatchesTheCode)
     }
     EXPECT_EQ(next, kCloseArgumentsSize);
     EXPECT_EQ(seen.size(), expected.size());
+}
+
+// The count, then the first cookie, where the table puts them; the words a reply starts with;
+// and the example reply, read as the client reads it.
+TEST_F(HelperProtocolDocTest, OwnersRequestAndReplyMatchTheCode)
+{
+    Request request(Operation::SocketOwners);
+    request.cookies = {0x1122334455667788, 7};
+    const std::vector<std::uint8_t> payload = encodeRequest(request);
+    const std::vector<std::vector<std::uint8_t>> expected = {
+        {0, 2}, {0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}};
+    const auto rows = tableRows(m_document, "Owners request");
+    ASSERT_EQ(rows.size(), expected.size());
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const std::size_t offset = kRequestSize + std::stoul(rows[i][0]);
+        ASSERT_LE(offset + std::stoul(rows[i][1]), payload.size());
+        EXPECT_EQ(std::vector<std::uint8_t>(payload.begin() + offset,
+                                            payload.begin() + offset + std::stoul(rows[i][1])),
+                  expected[i])
+            << rows[i][2];
+    }
+    EXPECT_EQ(payload.size(), kRequestSize + kOwnersCountSize + 2 * kCookieSize);
+
+    std::set<std::string> words;
+    for (const auto& row : tableRows(m_document, "Owners reply"))
+        words.insert(row.at(0));
+    EXPECT_EQ(words, (std::set<std::string>{std::string(OwnersReply::kKnown),
+                                            std::string(OwnersReply::kUnavailable)}));
+    const std::size_t example = m_document.find("```\nowners ");
+    ASSERT_NE(example, std::string::npos);
+    const std::size_t start = example + 4;
+    DecodeError error;
+    const auto answer =
+        OwnersReply::parse(m_document.substr(start, m_document.find("```", start) - start), &error);
+    ASSERT_TRUE(answer) << error.message;
+    ASSERT_EQ(answer->owners.size(), 2u);
+    EXPECT_EQ(answer->owners[1], (OwnersReply::Owner{40965, 3171, 1000, "Web Content"}));
 }
 
 TEST_F(HelperProtocolDocTest, CloseOutcomesMatchTheCode)
