@@ -58,8 +58,8 @@ QString fieldText(const QVariant& field)
 } // namespace
 
 CHCSVWriter::CHCSVWriter(const QString& path, const std::optional<QStringList>& headerFields,
-                         bool atomic)
-    : m_destinationFile(path), m_atomically(atomic)
+                         bool atomic, const QString& alreadySaid)
+    : m_destinationFile(path), m_alreadySaid(alreadySaid), m_atomically(atomic)
 {
     ignoreFileSizeSignal();
     if (atomic) {
@@ -248,7 +248,7 @@ void CHCSVWriter::writePending()
 void CHCSVWriter::noteFailure(const QString& message)
 {
     // One log line per run of failures: a full disk would otherwise log every row.
-    if (m_lastWriteError.isNull())
+    if (m_lastWriteError.isNull() && message != m_alreadySaid)
         SystemLog::write(message);
     m_lastWriteError = message;
 }

@@ -24,7 +24,10 @@ public:
     // A writer on `path`. A new file starts with `headerFields` as its first line (an empty
     // line when there are none); an existing one is appended to without a header. `atomic`
     // writes into a temporary file that replaces `path` on closeFile().
-    CHCSVWriter(const QString& path, const std::optional<QStringList>& headerFields, bool atomic);
+    // `alreadySaid` is a failure its owner has logged before (a writer replaced to try
+    // again): the same failure is not logged again.
+    CHCSVWriter(const QString& path, const std::optional<QStringList>& headerFields, bool atomic,
+                const QString& alreadySaid = {});
     static CHCSVWriter forWritingToString();
     ~CHCSVWriter();
     Q_DISABLE_COPY_MOVE(CHCSVWriter)
@@ -78,6 +81,7 @@ private:
     bool isIllegal(QChar c) const;
 
     QString m_destinationFile;
+    QString m_alreadySaid;
     QString m_handleFile;
     int m_outputHandle = -1;
     bool m_atomically = false;

@@ -34,7 +34,9 @@ void ConnectionLog::setupCSVWriter()
     // back at the next new file, not at every pass.
     if (!QFileInfo::exists(folder))
         QDir().mkpath(folder);
-    m_writer = std::make_unique<CHCSVWriter>(folder + u'/' + m_fileName, titles(), false);
+    m_writer =
+        std::make_unique<CHCSVWriter>(folder + u'/' + m_fileName, titles(), false, m_openFailure);
+    m_openFailure = m_writer->isOpen() ? QString() : m_writer->lastWriteError();
 }
 
 QStringList ConnectionLog::timeFieldsForAction(const QString& action) const

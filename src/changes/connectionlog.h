@@ -41,5 +41,7 @@ private:
     CVPrefsHelper& m_prefs;
     std::unique_ptr<CHCSVWriter> m_writer;
     QString m_fileName;
+    // Why the last writer could not open its file, said once until one opens.
+    QString m_openFailure;
     std::function<QDateTime()> m_clock;
 };

@@ -133,6 +133,19 @@ SocketRecords NativeCollector::collect()
     return list;
 }
 
+SocketRecords NativeCollector::closedAmong(const SocketRecords& listed)
+{
+    m_closed.clear();
+    if (!m_closedSockets)
+        return {};
+    // The dump tells which sockets exist but were not listed (another moment's, or held by no
+    // file): their notices are no news, not short-lived connections.
+    m_closedSockets->beginPass();
+    if (dumpSockets())
+        m_closed = m_closedSockets->endPass(listed, m_users);
+    return m_closed;
+}
+
 bool NativeCollector::dumpSockets()
 {
     m_sockets.beginPass();

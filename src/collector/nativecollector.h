@@ -53,6 +53,9 @@ public:
     // collect listed, with their final figures, and short-lived ones it never listed, with
     // their process where it is known. Empty without notices.
     const SocketRecords& closed() const { return m_closed; }
+    // The same when another collector gave the pass's records (the helper daemon's, which
+    // hears no socket close): this one dumps the sockets, without reading /proc, and listens.
+    SocketRecords closedAmong(const SocketRecords& listed);
     // What the last collect() missed although it gave its records (notices lost, say), in a
     // sentence or two; empty when nothing was missed.
     const QString& problem() const;

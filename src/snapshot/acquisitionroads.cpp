@@ -109,6 +109,14 @@ AcquisitionRoads AcquisitionRoads::system(const HelperChoice& helper)
         collected.problem = collector->problem();
         return collected;
     };
+    if (helper.mode != HelperChoice::Mode::Off) {
+        roads.closedAmong = [collector](const SocketRecords& listed) {
+            Collected collected;
+            collected.closed = collector->closedAmong(listed);
+            collected.problem = collector->problem();
+            return collected;
+        };
+    }
     roads.sandboxed = [] { return Sandbox::isSandboxed(); };
     roads.scriptPath = [] { return CVUserScriptHelper::scriptPath(); };
     roads.run = [](const QString& program, const QStringList& arguments,

@@ -43,6 +43,11 @@ struct AcquisitionRoads {
         QString problem = {};
     };
     std::function<Collected()> collect;
+    // The sockets destroyed since the last pass when the pass's records came from the helper,
+    // whose collector runs once per pass and hears no socket close: this process listens
+    // instead. `listed` are the helper's records; the answer has no records of its own, only
+    // `closed` and `problem`. Unset: no one listens.
+    std::function<Collected(const SocketRecords& listed)> closedAmong;
 
     // Another machine's snapshot as lsof text, when one is watched over ssh: the bytes, or why
     // there are none. Unset: this machine.

@@ -132,7 +132,13 @@ LsofItemList LsofFetcher::acquire()
     }
     m_lastOrigin = {Road::Helper, native ? Collector::Native : Collector::Lsof, 0};
     m_lastProblem.clear();
-    return parseLsofOutput(output);
+    if (!native || !m_roads.closedAmong)
+        return parseLsofOutput(output);
+    if (!m_reader.read(output))
+        return {};
+    const AcquisitionRoads::Collected heard = m_roads.closedAmong(m_reader.records());
+    m_lastProblem = heard.problem;
+    return matchRecords(m_reader.records(), m_reader.closed() + heard.closed);
 }
 
 // The reply is awaited here, on the acquisition's own thread, so that parsing and change

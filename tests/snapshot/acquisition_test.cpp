@@ -2,6 +2,7 @@
 #include "snapshot/lsoffetcher.h"
 #include "snapshot/lsofsnapshotworker.h"
 #include "snapshot/lsoftextreader.h"
+#include "snapshot/lsoftextwriter.h"
 #include "support/itemspec.h"
 
 #include <QCoreApplication>
@@ -198,6 +199,57 @@ TEST(Acquisition, TheBuiltInCollectorAndItsFallBack)
     EXPECT_EQ(helped.helperRequests, 0);
     EXPECT_EQ(throughHelper.lastOrigin().road, Road::Helper);
     EXPECT_EQ(throughHelper.lastOrigin().collector, SnapshotSource::Collector::Native);
+}
+
+// The daemon's collector runs once per pass and hears no close: this process's listener tells
+// what closed since the last pass, given the daemon's records, and both reach detection.
+TEST(Acquisition, TheHelpersRecordsMeetThisProcesssNoticesOfClosedSockets)
+{
+    SocketRecords records = *LsofTextReader::records(lsofData("sequence-1.txt").toUtf8());
+    ASSERT_GE(records.size(), 2);
+    for (qsizetype i = 0; i < records.size(); ++i)
+        records[i].cookie = quint64(100 + i);
+    FakeSystem helped;
+    helped.helperInstalled = true;
+    helped.helperCollectorReply = LsofTextWriter::write(records);
+    QList<SocketRecords> listedTo;
+    AcquisitionRoads::Collected heard;
+    AcquisitionRoads roads = helped.roads();
+    roads.closedAmong = [&](const SocketRecords& listed) {
+        listedTo << listed;
+        return heard;
+    };
+    LsofFetcher fetcher;
+    fetcher.setRoads(roads);
+    fetcher.setCollector(SnapshotSource::Collector::Native);
+    LsofItemList items;
+    const auto pass = [&] {
+        fetcher.getCurrentItemsWithCompletion([&](LsofItemList l) { items = l; });
+    };
+    pass();
+
+    // The first record's socket closes with its last bytes; another opens and closes between.
+    SocketRecord gone = records.takeFirst();
+    gone.bytesSent = 5000;
+    SocketRecord brief = gone;
+    brief.cookie = 9;
+    brief.localPort = u"41000"_s;
+    brief.processId = QString();
+    heard = {{}, {}, {gone, brief}, u"Some notices were lost."_s};
+    helped.helperCollectorReply = LsofTextWriter::write(records);
+    pass();
+
+    ASSERT_EQ(listedTo.size(), 2);
+    EXPECT_EQ(listedTo[1].size(), records.size()) << "the helper's records, as read";
+    EXPECT_EQ(fetcher.lastProblem(), u"Some notices were lost."_s);
+    int closedWithBytes = 0, shortLived = 0;
+    for (const LsofItemPtr& item : items) {
+        closedWithBytes +=
+            item->status() == 3 && !item->isShortLived() && item->traffic().bytesSent == 5000;
+        shortLived += item->isShortLived() && item->localPort() == u"41000"_s;
+    }
+    EXPECT_EQ(closedWithBytes, 1);
+    EXPECT_EQ(shortLived, 1);
 }
 
 // The application's worker over a fetcher whose lsof prints sequence-1.txt.
