@@ -36,26 +36,16 @@ TEST(HostSpec, ReadsUserHostAndPort)
 TEST(HostSpec, RefusesWhatSshCouldMisread)
 {
     const QStringList refused = {
-        u""_s,
-        u"-oProxyCommand=id"_s,
-        u"web 1"_s,
-        u"web1\n"_s,
-        u"-l@web1"_s,
-        u"admin@-web1"_s,
-        u"@web1"_s,
-        u"admin@"_s,
-        u"a@b@c"_s,
-        u"web1:"_s,
-        u"web1:0"_s,
-        u"web1:65536"_s,
-        u"web1:22x"_s,
-        u"web1:٢٢"_s,
-        u"[::1"_s,
-        u"[::1]22"_s,
-        u"[]:22"_s,
-        u"web1;reboot"_s,
-        u"web1%eth0"_s,
-        u"$(id)"_s,
+        u""_s,          u"-oProxyCommand=id"_s,
+        u"web 1"_s,     u"web1\n"_s,
+        u"-l@web1"_s,   u"admin@-web1"_s,
+        u"@web1"_s,     u"admin@"_s,
+        u"a@b@c"_s,     u"web1:"_s,
+        u"web1:0"_s,    u"web1:65536"_s,
+        u"web1:22x"_s,  u"web1:٢٢"_s,
+        u"[::1"_s,      u"[::1]22"_s,
+        u"[]:22"_s,     u"web1;reboot"_s,
+        u"web1%eth0"_s, u"$(id)"_s,
     };
     for (const QString& text : refused) {
         QString problem;
