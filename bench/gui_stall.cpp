@@ -1,9 +1,10 @@
 // How long one refresh holds the GUI thread: the real main window, fed scripted snapshots of a
 // busy machine whose TCP connections carry traffic figures that move on every pass.
 // Usage: corvina_gui_stall [--rows N] [--passes P] [--sort COLUMN] [--no-resolve] [--grouped]
-//                          [--graph]
+//                          [--graph] [--search TEXT]
 // --grouped shows the table grouped by application (a few applications expanded, one
-// selected), --graph the traffic graph below it.
+// selected), --graph the traffic graph below it, --search filters every pass by TEXT (a
+// keyword search, or an expression) as the search field does.
 //
 // Parsing, change detection and the sort run on a worker thread in the application, so every
 // snapshot is made before the clock starts. A pass is then timed on the GUI thread from the
@@ -27,6 +28,7 @@
 #include "ui/window/connectiontableview.h"
 #include "ui/window/cvwindowcontroller.h"
 #include "ui/window/groupedview.h"
+#include "ui/window/searchfield.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -153,6 +155,7 @@ struct Options {
     bool resolve = true;
     bool grouped = false;
     bool graph = false;
+    QString search; // typed into the search field before the passes
 };
 
 std::optional<Options> parseOptions(const QStringList& arguments)
@@ -168,6 +171,10 @@ std::optional<Options> parseOptions(const QStringList& arguments)
         }
         if (i + 1 >= arguments.size())
             return std::nullopt;
+        if (name == u"--search"_s) {
+            options.search = arguments.at(++i);
+            continue;
+        }
         bool ok = false;
         const int value = arguments.at(++i).toInt(&ok);
         if (!ok)
@@ -264,6 +271,7 @@ Results measure(CVPrefsHelper& prefs, const Options& options)
            exposure.elapsed() < 5000)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
     drainEvents(counter);
+    window.searchField()->setText(options.search);
 
     if (!source.pending())
         window.reloadTableViewData();
@@ -303,6 +311,7 @@ void report(const Options& options, const Results& results)
     std::printf("sort_column: %d\n", options.sortColumn);
     std::printf("view: %s\n", options.grouped ? "grouped" : "flat");
     std::printf("graph: %s\n", options.graph ? "shown" : "hidden");
+    std::printf("search: %s\n", qPrintable(options.search));
     std::printf("shown_rows: %lld\n", results.shownRows);
     std::printf("first_snapshot_ms: %.2f\n", results.first.totalMs);
     std::printf("first_snapshot_cpu_ms: %.2f\n", results.first.cpuMs);
@@ -334,7 +343,7 @@ int main(int argc, char* argv[])
     const auto options = parseOptions(QCoreApplication::arguments());
     if (!options) {
         std::fprintf(stderr, "usage: corvina_gui_stall [--rows N] [--passes P] [--sort COLUMN] "
-                             "[--no-resolve] [--grouped] [--graph]\n");
+                             "[--no-resolve] [--grouped] [--graph] [--search TEXT]\n");
         return 2;
     }
     HostnameResolver::setEnabled(options->resolve);
