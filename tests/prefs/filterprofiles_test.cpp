@@ -5,6 +5,7 @@
 #include "prefs/userdefaults.h"
 
 #include "prefstestsupport.h"
+#include "support/profiles.h"
 
 #include <QDir>
 #include <QSignalSpy>
@@ -37,15 +38,6 @@ protected:
         SQLitePersistentObject::setManager(m_manager.get());
     }
 
-    std::shared_ptr<CVFilterProfileInfo> store(const QString& name, const QString& expression)
-    {
-        auto profile = CVFilterProfileInfo::create();
-        profile->setProfileName(name);
-        profile->setSearchExpression(expression);
-        profile->save();
-        return profile;
-    }
-
     static QStringList names(const QList<std::shared_ptr<CVFilterProfileInfo>>& profiles)
     {
         QStringList result;
@@ -72,14 +64,14 @@ TEST_F(FilterProfilesTest, AReloadWithNothingStoredStillTellsTheObservers)
 
 TEST_F(FilterProfilesTest, AReloadKeepsTheObjectsOfProfilesStillStored)
 {
-    const auto web = store(u"Web"_s, u"remotePort == \"443\""_s);
-    const auto mail = store(u"Mail"_s, u"remotePort == \"993\""_s);
+    const auto web = saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    const auto mail = saveProfile(u"Mail"_s, u"remotePort == \"993\""_s);
     m_helper.reloadFilterProfiles();
     ASSERT_EQ(names(m_helper.filterProfiles()), (QStringList{u"Web"_s, u"Mail"_s}));
     const std::shared_ptr<CVFilterProfileInfo> chosen = m_helper.filterProfiles().at(1);
 
     web->deleteObject();
-    store(u"Dns"_s, u"remotePort == \"53\""_s);
+    saveProfile(u"Dns"_s, u"remotePort == \"53\""_s);
     m_helper.reloadFilterProfiles();
 
     ASSERT_EQ(names(m_helper.filterProfiles()), (QStringList{u"Mail"_s, u"Dns"_s}));
@@ -100,7 +92,7 @@ TEST_F(FilterProfilesTest, SettingTheListTellsTheObserversWithTheNewValue)
 
 TEST_F(FilterProfilesTest, AnUnreadableDatabaseLeavesTheListAsItWasAndIsLoggedOnce)
 {
-    store(u"Web"_s, u"remotePort == \"443\""_s);
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
     m_helper.reloadFilterProfiles();
     ASSERT_EQ(m_helper.filterProfiles().size(), 1);
 
