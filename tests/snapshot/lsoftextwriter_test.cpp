@@ -2,29 +2,13 @@
 #include "snapshot/lsofitem.h"
 #include "snapshot/lsoftextreader.h"
 #include "snapshot/lsoftextwriter.h"
+#include "support/records.h"
 
 #include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-SocketRecord record(const QString& name, const QString& pid, const QString& fd,
-                    const QString& protocol)
-{
-    SocketRecord r;
-    r.processName = name;
-    r.processId = pid;
-    r.user = u"postgres"_s;
-    r.fileDescriptor = fd;
-    r.type = u"IPv4"_s;
-    r.device = u"1546699"_s;
-    r.sizeAndOffset = u"0t0"_s;
-    r.protocol = protocol;
-    r.localAddress = u"127.0.0.1"_s;
-    r.localPort = u"5432"_s;
-    return r;
-}
 
 SocketRecords withIdentifiers(SocketRecords records)
 {
@@ -40,23 +24,15 @@ SocketRecords withIdentifiers(SocketRecords records)
 // figures lsof cannot print.
 TEST(LsofTextWriter, ItsTextReadsBackAsTheSameRecords)
 {
-    SocketRecord listener = record(u"postgres"_s, u"812"_s, u"5u"_s, u"TCP"_s);
-    listener.state = u"LISTEN"_s;
-    SocketRecord peer = record(u"psql\\x20client"_s, u"4194301"_s, u"1234u"_s, u"TCP"_s);
-    peer.type = u"IPv6"_s;
-    peer.device = u"88"_s;
-    peer.localAddress = u"[::1]"_s;
-    peer.localPort = u"40000"_s;
-    peer.remoteAddress = u"[::1]"_s;
-    peer.remotePort = u"5432"_s;
-    peer.state = u"ESTABLISHED"_s;
+    const SocketRecord listener =
+        socketRecord(u"postgres|812|postgres|5u|IPv4|1546699|0t0|TCP|127.0.0.1|5432|-|-|LISTEN"_s);
+    SocketRecord peer = socketRecord(u"psql\\x20client|4194301|postgres|1234u|IPv6|88|0t0|TCP|"
+                                     u"[::1]|40000|[::1]|5432|ESTABLISHED"_s);
     peer.cookie = 4097;
     peer.bytesSent = 16777216;
     peer.bytesReceived = 0;
     peer.rtt = 0.042;
-    SocketRecord lite = record(u"a"_s, u"7"_s, u"3r"_s, u"UDPLITE"_s);
-    lite.localAddress = u"*"_s;
-    lite.localPort = u"*"_s;
+    const SocketRecord lite = socketRecord(u"a|7|postgres|3r|IPv4|1546699|0t0|UDPLITE|*|*"_s);
     const SocketRecords records = withIdentifiers({listener, peer, lite});
 
     const QByteArray text = LsofTextWriter::write(records);
@@ -88,27 +64,14 @@ TEST(LsofTextWriter, RealOutputSurvivesARoundTrip)
 // field it knows and none it does not; one without a cookie cannot be matched and is left out.
 TEST(LsofTextWriter, ClosedSocketsTravelOnLinesOfTheirOwn)
 {
-    SocketRecord full;
+    SocketRecord full = socketRecord(u"Web\\x20Content|4242|ann|-|IPv6|-|-|TCP|[2001:db8::2]|"
+                                     u"51000|[2001:db8::1]|443|CLOSE"_s);
     full.cookie = 81985529216486895;
-    full.type = u"IPv6"_s;
-    full.protocol = u"TCP"_s;
-    full.localAddress = u"[2001:db8::2]"_s;
-    full.localPort = u"51000"_s;
-    full.remoteAddress = u"[2001:db8::1]"_s;
-    full.remotePort = u"443"_s;
-    full.state = u"CLOSE"_s;
     full.bytesSent = 1002;
     full.bytesReceived = 501;
     full.rtt = 1.5;
-    full.processId = u"4242"_s;
-    full.processName = u"Web\\x20Content"_s;
-    full.user = u"ann"_s;
-    SocketRecord bare;
+    SocketRecord bare = socketRecord(u"-|-|-|-|IPv4|-|-|UDP|*|5353"_s);
     bare.cookie = 7;
-    bare.type = u"IPv4"_s;
-    bare.protocol = u"UDP"_s;
-    bare.localAddress = u"*"_s;
-    bare.localPort = u"5353"_s;
     SocketRecord unmatched = bare;
     unmatched.cookie.reset();
 
