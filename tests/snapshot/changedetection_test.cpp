@@ -75,22 +75,18 @@ QList<std::pair<int, QString>> established(const QList<int>& fds)
 
 // The placement rule written the plain way: look each previous item up in the list as it
 // grows, insert at (closed count + last found position).
-QList<int> referencePlacement(const QList<int>& previous, QList<int> next)
+template <typename T> QList<T> referencePlacement(const QList<T>& previous, QList<T> next)
 {
     int closed = 0;
     qsizetype lastFound = 0;
-    for (int fd : previous) {
-        const qsizetype at = next.indexOf(fd);
+    for (const T& before : previous) {
+        const qsizetype at = next.indexOf(before);
         if (at >= 0) {
             lastFound = at;
             continue;
         }
         ++closed;
-        const qsizetype index = closed + lastFound;
-        if (index < next.size())
-            next.insert(index, fd);
-        else
-            next.append(fd);
+        next.insert(std::min(closed + lastFound, next.size()), before);
     }
     return next;
 }
@@ -282,27 +278,11 @@ TEST(ChangeDetection, LongRunsAgreeWithThePlainRules)
             std::reverse(items.begin(), items.end());
             std::reverse(expectedStatuses.begin(), expectedStatuses.end());
         }
-        QList<const LsofItem*> expectedOrder;
-        for (const LsofItemPtr& item : items)
-            expectedOrder << item.get();
-        int closedCount = 0;
-        qsizetype lastFound = 0;
-        for (const LsofItemPtr& before : open) {
-            const qsizetype at = expectedOrder.indexOf(before.get());
-            if (at >= 0) {
-                lastFound = at;
-                continue;
-            }
-            const qsizetype index = ++closedCount + lastFound;
-            expectedOrder.insert(std::min(index, expectedOrder.size()), before.get());
-        }
+        const LsofItemList expectedOrder = referencePlacement(open, items);
 
         const LsofItemList parsed = items;
         fetcher.processLsofItemsChanges(items);
-        QList<const LsofItem*> order;
-        for (const LsofItemPtr& item : items)
-            order << item.get();
-        ASSERT_EQ(order, expectedOrder) << "round " << round;
+        ASSERT_EQ(items, expectedOrder) << "round " << round;
         if (open.isEmpty())
             continue;
         ASSERT_EQ(statuses(parsed), expectedStatuses) << "round " << round;
