@@ -2,8 +2,6 @@
 
 #include "snapshot/lsofitem.h"
 
-#include <QStringList>
-
 #include <memory>
 #include <set>
 

@@ -1,12 +1,12 @@
-#include "ui/window/cvwindowcontroller.h"
-#include "uitestsupport.h"
+#include "windowtestsupport.h"
+
+#include "support/records.h"
 
 #include "ui/window/applicationtreemodel.h"
 #include "ui/window/connectiontableview.h"
 #include "ui/window/groupedview.h"
 #include "ui/window/rowcommands.h"
 
-#include <QMenu>
 #include <QStatusBar>
 #include <QTest>
 
@@ -23,23 +23,13 @@ namespace {
 LsofItemPtr native(const QString& app, const QString& pid, const QString& localPort,
                    std::optional<quint64> cookie)
 {
-    SocketRecord record;
-    record.processName = app;
-    record.processId = pid;
-    record.user = u"ada"_s;
-    record.fileDescriptor = u"7u"_s;
-    record.type = u"IPv4"_s;
-    record.protocol = u"TCP"_s;
-    record.localAddress = u"10.0.0.2"_s;
-    record.localPort = localPort;
-    record.remoteAddress = u"93.184.216.34"_s;
-    record.remotePort = u"443"_s;
-    record.state = u"ESTABLISHED"_s;
+    SocketRecord record = socketRecord(u"%1|%2|ada|7u|IPv4|-|-|TCP|10.0.0.2|%3|93.184.216.34|443|"
+                                       u"ESTABLISHED"_s.arg(app, pid, localPort));
     record.cookie = cookie;
     return LsofItem::fromRecord(record);
 }
 
-class CloseConnectionTest : public testing::Test {
+class CloseConnectionTest : public WindowTest {
 protected:
     void SetUp() override
     {
@@ -63,14 +53,10 @@ protected:
     // The menu as it opens on a row: which commands it offers, and why not.
     QAction* menuFor(int row)
     {
-        window->tableView()->setClickedCell(row, 0);
-        Q_EMIT window->tableView()->contextMenuWanted(QPoint(10, 10));
-        window->tableContextMenu()->hide();
+        openMenuOn(*window, row);
         return window->rowCommands()->closeConnectionAction();
     }
 
-    TestSettings settings;
-    FakeSnapshotSource source;
     std::unique_ptr<CVWindowController> window;
     LsofItemPtr firefox = native(u"firefox"_s, u"101"_s, u"50999"_s, 77);
     LsofItemPtr curl = native(u"curl"_s, u"4242"_s, u"51000"_s, 88);

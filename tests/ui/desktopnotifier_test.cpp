@@ -1,8 +1,8 @@
 #include "ui/app/desktopnotifier.h"
 
-#include <QTimer>
-
 #include <gtest/gtest.h>
+
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 

@@ -25,25 +25,6 @@ protected:
     FakeSnapshotSource source;
 };
 
-inline LsofItemPtr tcp(const QString& app, const QString& pid, qint32 status = 0)
-{
-    using namespace Qt::StringLiterals;
-    ItemSpec spec{app, pid};
-    spec.remoteAddress = u"93.184.216.34"_s;
-    spec.remotePort = u"443"_s;
-    spec.state = u"ESTABLISHED"_s;
-    spec.status = status;
-    return makeItem(spec);
-}
-
-inline LsofItemPtr udp(const QString& app, const QString& pid)
-{
-    using namespace Qt::StringLiterals;
-    ItemSpec spec{app, pid};
-    spec.protocol = u"UDP"_s;
-    return makeItem(spec);
-}
-
 inline QStringList savedColumnTitles(const UserDefaults& defaults)
 {
     using namespace Qt::StringLiterals;

@@ -17,7 +17,6 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineSeries>
-#include <QMenu>
 #include <QScrollBar>
 #include <QValueAxis>
 
