@@ -1,8 +1,6 @@
 #include "ui/window/applicationtreemodel.h"
 #include "uitestsupport.h"
 
-#include "snapshot/itemcolumns.h"
-
 #include <QAbstractItemModelTester>
 
 #include <gtest/gtest.h>

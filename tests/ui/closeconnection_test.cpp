@@ -3,14 +3,9 @@
 #include "support/records.h"
 
 #include "ui/window/applicationtreemodel.h"
-#include "ui/window/connectiontableview.h"
 #include "ui/window/groupedview.h"
-#include "ui/window/rowcommands.h"
 
-#include <QStatusBar>
 #include <QTest>
-
-#include <gtest/gtest.h>
 
 #include <thread>
 

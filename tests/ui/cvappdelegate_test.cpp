@@ -8,21 +8,14 @@
 #include "ui/prefs/colorwell.h"
 #include "ui/prefs/cvpreferencescolumnsdatasource.h"
 #include "ui/prefs/cvpreferencescontroller.h"
-#include "ui/window/connectiontablemodel.h"
-#include "ui/window/connectiontableview.h"
-#include "ui/window/cvwindowcontroller.h"
-#include "ui/window/tablecolumnsmenu.h"
 
 #include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
-#include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QScopeGuard>
-#include <QStatusBar>
 #include <QSystemTrayIcon>
-
-#include <gtest/gtest.h>
+#include <QTableView>
 
 using namespace Qt::StringLiterals;
 

@@ -1,26 +1,15 @@
 #include "windowtestsupport.h"
 
 #include "persistence/sqlitepersistentobject.h"
-#include "prefs/cvfilterprofileinfo.h"
-#include "prefs/userdefaults.h"
 
-#include "ui/window/connectiontablemodel.h"
-#include "ui/window/connectiontableview.h"
 #include "ui/window/maintoolbar.h"
 #include "ui/window/ownprocessesbar.h"
-#include "ui/window/savesearchdialog.h"
-#include "ui/window/searchfield.h"
-#include "ui/window/segmentedcontrol.h"
-#include "ui/window/tablecolumnsmenu.h"
 
 #include <QComboBox>
-#include <QHeaderView>
 #include <QImage>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
-
-#include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 

@@ -1,19 +1,11 @@
-#include "uitestsupport.h"
+#include "windowtestsupport.h"
 
 #include "ui/app/connecttohostdialog.h"
 #include "ui/app/cvappdelegate.h"
-#include "ui/window/connectiontablemodel.h"
-#include "ui/window/connectiontableview.h"
-#include "ui/window/cvwindowcontroller.h"
-#include "ui/window/rowcommands.h"
-#include "ui/window/searchfield.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
 #include <QLabel>
-#include <QStatusBar>
-
-#include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 

@@ -1,12 +1,7 @@
 #include "windowtestsupport.h"
 
 #include "ui/app/cvshowipinfocontroller.h"
-#include "ui/window/connectiontableview.h"
 #include "ui/window/desktopactions.h"
-#include "ui/window/rowcommands.h"
-#include "ui/window/searchfield.h"
-#include "ui/window/segmentedcontrol.h"
-#include "ui/window/tablecolumnsmenu.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -15,12 +10,9 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QProcess>
-#include <QStatusBar>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUrlQuery>
-
-#include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 

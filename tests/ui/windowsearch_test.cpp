@@ -1,25 +1,15 @@
 #include "windowtestsupport.h"
 
 #include "persistence/sqlitepersistentobject.h"
-#include "prefs/userdefaults.h"
 #include "support/profiles.h"
 
-#include "ui/window/connectiontablemodel.h"
-#include "ui/window/connectiontableview.h"
-#include "ui/window/ownprocessesbar.h"
 #include "ui/window/savesearchdialog.h"
-#include "ui/window/searchfield.h"
-#include "ui/window/segmentedcontrol.h"
-#include "ui/window/tablecolumnsmenu.h"
 
 #include <QComboBox>
 #include <QFile>
-#include <QMenu>
 #include <QSignalSpy>
-#include <QToolButton>
 #include <QTest>
-
-#include <gtest/gtest.h>
+#include <QToolButton>
 
 using namespace Qt::StringLiterals;
 

@@ -3,7 +3,18 @@
 #include "ui/window/cvwindowcontroller.h"
 #include "uitestsupport.h"
 
+// The window's parts the tests reach into.
 #include "prefs/userdefaults.h"
+#include "ui/window/connectiontablemodel.h"
+#include "ui/window/connectiontableview.h"
+#include "ui/window/rowcommands.h"
+#include "ui/window/searchfield.h"
+#include "ui/window/segmentedcontrol.h"
+#include "ui/window/tablecolumnsmenu.h"
+
+#include <QHeaderView>
+#include <QMenu>
+#include <QStatusBar>
 
 #include <gtest/gtest.h>
 

@@ -2,25 +2,17 @@
 
 #include "ui/window/applicationtreemodel.h"
 #include "ui/window/applicationtreeview.h"
-#include "ui/window/connectiontableview.h"
 #include "ui/window/groupedview.h"
-#include "ui/window/rowcommands.h"
-#include "ui/window/searchfield.h"
-#include "ui/window/segmentedcontrol.h"
-#include "ui/window/tablecolumnsmenu.h"
 #include "ui/window/trafficgraph.h"
 #include "ui/window/traffichistory.h"
 
 #include <QChart>
 #include <QClipboard>
 #include <QGuiApplication>
-#include <QHeaderView>
 #include <QLabel>
 #include <QLineSeries>
 #include <QScrollBar>
 #include <QValueAxis>
-
-#include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 
