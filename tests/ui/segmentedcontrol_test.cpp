@@ -21,11 +21,3 @@ TEST(SegmentedControl, RestoresOnlySegmentsThatExist)
         EXPECT_EQ(control.stateText(), expected) << stored.toStdString();
     }
 }
-
-TEST(SegmentedControl, ReportsTheLabelsOfUnselectedSegments)
-{
-    SegmentedControl control({u"TCP"_s, u"UDP"_s, u"Other"_s});
-    control.setSelected(true, 1);
-    EXPECT_EQ(control.unselectedLabels(), QStringList({u"TCP"_s, u"Other"_s}));
-    EXPECT_EQ(control.stateText(), u"1"_s);
-}
