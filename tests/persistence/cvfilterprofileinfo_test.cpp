@@ -76,23 +76,6 @@ TEST_F(FilterProfileTest, TextIsStoredIntactAndNullStaysNull)
         << "loading leaves the row as it was";
 }
 
-TEST_F(FilterProfileTest, SameObjectsAcrossReloadsAndKeysNeverReused)
-{
-    const auto first = saveProfile(u"a"_s, u"x"_s);
-    const auto second = saveProfile(u"b"_s, u"y"_s);
-    const auto reloaded = CVFilterProfileInfo::allObjects();
-    ASSERT_EQ(reloaded.size(), 2);
-    EXPECT_EQ(reloaded[0], first);
-    EXPECT_EQ(reloaded[1], second);
-
-    second->deleteObject();
-    EXPECT_EQ(CVFilterProfileInfo::allObjects(), QList{first});
-    const auto third = saveProfile(u"c"_s, u"z"_s);
-    EXPECT_EQ(third->pk(), 3);
-    EXPECT_EQ(CVFilterProfileInfo::findByPK(3), third);
-    EXPECT_EQ(CVFilterProfileInfo::findByPK(2), nullptr);
-}
-
 // While another program holds the lock, saving a profile fails without taking the process
 // down, says so, and leaves the stored profiles alone; once the lock goes, saving works again.
 TEST_F(FilterProfileTest, ALockedDatabaseRefusesTheSaveAndKeepsEveryRow)

@@ -71,8 +71,7 @@ TEST_F(CloseConnectionTest, ClosesTheClickedConnectionAndSaysWhatTheKernelAnswer
     ASSERT_TRUE(menuFor(1)->isEnabled()) << menuFor(1)->toolTip().toStdString();
 
     // A refresh reorders the rows while the menu is open: the clicked connection is closed.
-    window->reloadTableViewData();
-    source.deliver({lsofRow, firefox, curl});
+    refresh(*window, {lsofRow, firefox, curl});
     const int requests = source.requests();
     window->rowCommands()->closeConnectionAction()->trigger();
     ASSERT_EQ(sent.size(), 1);
@@ -122,13 +121,11 @@ TEST_F(CloseConnectionTest, RowsThatCannotBeClosedSayWhy)
     ASSERT_EQ(errors.size(), 1);
     EXPECT_EQ(errors.first(), action->toolTip());
 
-    window->reloadTableViewData();
-    source.deliver({makeItem({u"dnsmasq"_s, u"12"_s, u"UDP"_s})});
+    refresh(*window, {makeItem({u"dnsmasq"_s, u"12"_s, u"UDP"_s})});
     EXPECT_TRUE(menuFor(0)->toolTip().contains(u"Only a TCP connection"_s));
 
     // In the grouped view a connection row can be closed, an application row cannot.
-    window->reloadTableViewData();
-    source.deliver({firefox, curl});
+    refresh(*window, {firefox, curl});
     window->setGroupedByApplication(true);
     RowCommands* rows = window->rowCommands();
     const ApplicationTreeModel* tree = window->groupedView()->model();

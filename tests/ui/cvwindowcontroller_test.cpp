@@ -64,37 +64,31 @@ TEST_F(WindowTest, KeepsTheSelectedConnectionsAcrossSnapshots)
 {
     auto window = makeWindow();
     const LsofItemPtr a = tcp(u"a"_s, u"1"_s), b = tcp(u"b"_s, u"2"_s), c = tcp(u"c"_s, u"3"_s);
-    window->reloadTableViewData();
-    source.deliver({a, b, c});
+    refresh(*window, {a, b, c});
     window->selectItems({b});
     EXPECT_EQ(window->tableView()->selectedRowNumbers(), QList<int>{1});
 
     // The connection moves down; its object is the same, so the selection follows it.
     const LsofItemPtr d = tcp(u"d"_s, u"4"_s, 1);
-    window->reloadTableViewData();
-    source.deliver({d, a, c, b});
+    refresh(*window, {d, a, c, b});
     EXPECT_EQ(window->selectedItems(), LsofItemList{b});
     EXPECT_EQ(window->tableView()->selectedRowNumbers(), QList<int>{3});
 
     // Closed: still listed once more, still selected; then gone and deselected.
     b->setStatus(3);
-    window->reloadTableViewData();
-    source.deliver({a, b, c, d});
+    refresh(*window, {a, b, c, d});
     EXPECT_EQ(window->selectedItems(), LsofItemList{b});
-    window->reloadTableViewData();
-    source.deliver({a, c, d});
+    refresh(*window, {a, c, d});
     EXPECT_TRUE(window->selectedItems().isEmpty());
 
     // Several at once, handed over in any order.
     window->selectItems({d, a});
-    window->reloadTableViewData();
-    source.deliver({c, d, a});
+    refresh(*window, {c, d, a});
     EXPECT_EQ(window->tableView()->selectedRowNumbers(), (QList<int>{1, 2}));
 
     // An equal connection in a new object is another connection.
     window->selectItems({a});
-    window->reloadTableViewData();
-    source.deliver({tcp(u"a"_s, u"1"_s), c, d});
+    refresh(*window, {tcp(u"a"_s, u"1"_s), c, d});
     EXPECT_TRUE(window->selectedItems().isEmpty());
 }
 
@@ -102,8 +96,7 @@ TEST_F(WindowTest, SelectionUnderAFilterMapsThroughTheFullSnapshot)
 {
     auto window = makeWindow();
     const LsofItemPtr a = tcp(u"a"_s, u"1"_s), b = udp(u"b"_s, u"2"_s), c = tcp(u"c"_s, u"3"_s);
-    window->reloadTableViewData();
-    source.deliver({a, b, c});
+    refresh(*window, {a, b, c});
     window->protocolControl()->setSelected(false, 1); // hide UDP
     window->refreshTableViewData();
     ASSERT_EQ(window->items(), LsofItemList({a, c}));
@@ -111,8 +104,7 @@ TEST_F(WindowTest, SelectionUnderAFilterMapsThroughTheFullSnapshot)
     // Row 1 shows c, but the selection is read from the full list: b.
     window->tableView()->selectRowNumbers({1});
     EXPECT_EQ(window->selectedItems(), LsofItemList{b});
-    window->reloadTableViewData();
-    source.deliver({a, b, c});
+    refresh(*window, {a, b, c});
     EXPECT_EQ(window->tableView()->selectedRowNumbers(), QList<int>{1});
 
     // Selecting c puts the mark on row 2, which the filtered table does not have.
@@ -123,9 +115,8 @@ TEST_F(WindowTest, SelectionUnderAFilterMapsThroughTheFullSnapshot)
 TEST_F(WindowTest, ColoursAndRowHeightFollowTheSettings)
 {
     auto window = makeWindow();
-    window->reloadTableViewData();
-    source.deliver({tcp(u"a"_s, u"1"_s, 0), tcp(u"b"_s, u"2"_s, 1), tcp(u"c"_s, u"3"_s, 2),
-                    tcp(u"d"_s, u"4"_s, 3)});
+    refresh(*window, {tcp(u"a"_s, u"1"_s, 0), tcp(u"b"_s, u"2"_s, 1), tcp(u"c"_s, u"3"_s, 2),
+                      tcp(u"d"_s, u"4"_s, 3)});
     ConnectionTableModel* model = window->tableModel();
     auto background = [&](int row) {
         return model->index(row, 1).data(Qt::BackgroundRole).value<QColor>();
@@ -236,11 +227,9 @@ TEST_F(WindowTest, ClosingHandsTheWindowToTheApplicationAndKeepsRefreshing)
 TEST_F(WindowTest, StatusBarCountsRowsAndShowsAProblemWithoutBlocking)
 {
     auto window = makeWindow();
-    window->reloadTableViewData();
-    source.deliver({}, u"lsof is not installed."_s);
+    refresh(*window, {}, u"lsof is not installed."_s);
     EXPECT_TRUE(statusSays(*window, u"lsof is not installed."_s));
-    window->reloadTableViewData();
-    source.deliver({tcp(u"a"_s, u"1"_s), udp(u"b"_s, u"2"_s)});
+    refresh(*window, {tcp(u"a"_s, u"1"_s), udp(u"b"_s, u"2"_s)});
     EXPECT_FALSE(statusSays(*window, u"lsof is not installed."_s));
     window->searchField()->setText(u"udp"_s);
     EXPECT_TRUE(statusSays(*window, u"1 of 2"_s));
@@ -252,8 +241,7 @@ TEST_F(WindowTest, ClickingAHeaderSortsTheWholeSnapshot)
     window->show();
     const LsofItemPtr a = tcp(u"zeta"_s, u"100"_s), b = udp(u"Alpha"_s, u"9"_s),
                       c = tcp(u"beta"_s, u"10"_s);
-    window->reloadTableViewData();
-    source.deliver({a, b, c});
+    refresh(*window, {a, b, c});
     QHeaderView* header = window->tableView()->horizontalHeader();
     const QPoint pidHeader(header->sectionViewportPosition(1) + 10, header->height() / 2);
     QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, pidHeader);
@@ -268,8 +256,7 @@ TEST_F(WindowTest, ClickingAHeaderSortsTheWholeSnapshot)
 
     // The order holds for the next snapshot, and under a filter the rows keep it.
     window->protocolControl()->setSelected(false, 1);
-    window->reloadTableViewData();
-    source.deliver({c, b, a});
+    refresh(*window, {c, b, a});
     EXPECT_EQ(window->items().size(), 2);
     EXPECT_EQ(window->originalItems(), first == Qt::AscendingOrder ? descending : ascending);
 }

@@ -163,8 +163,7 @@ TEST_F(RowActionsTest, TerminateAsksFirstAndCancelLeavesTheProcessRunning)
     ASSERT_TRUE(sleeper.waitForStarted());
     const LsofItemPtr victim =
         peer(u"sleep"_s, QString::number(sleeper.processId()), u"10.0.0.3"_s, u"80"_s);
-    window->reloadTableViewData();
-    source.deliver({victim});
+    refresh(*window, {victim});
 
     QStringList asked;
     ProcessIdentity shown;
@@ -201,8 +200,7 @@ TEST_F(RowActionsTest, TheMenuActsOnTheConnectionClickedWhateverTheRefreshDid)
     ASSERT_TRUE(sleeper.waitForStarted());
     const qint64 pid = sleeper.processId();
     const LsofItemPtr python = peer(u"python3"_s, QString::number(pid), u"10.9.9.9"_s, u"8080"_s);
-    window->reloadTableViewData();
-    source.deliver({firefox, python, dns, ssh});
+    refresh(*window, {firefox, python, dns, ssh});
     window->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
 
@@ -220,8 +218,7 @@ TEST_F(RowActionsTest, TheMenuActsOnTheConnectionClickedWhateverTheRefreshDid)
     EXPECT_EQ(window->selectedItems(), LsofItemList{python});
 
     // While it is open a refresh reorders the rows and drops the clicked connection.
-    window->reloadTableViewData();
-    source.deliver({ssh, dns, firefox});
+    refresh(*window, {ssh, dns, firefox});
     ASSERT_EQ(window->items().indexOf(python), -1);
 
     menuItem(u"Copy Cell"_s)->trigger();
@@ -253,8 +250,7 @@ TEST_F(RowActionsTest, TerminateSendsNothingToAProcessThatReusedTheNumber)
     QTemporaryDir proc;
     writeStat(proc, "777");
     window->rowCommands()->setProcRoot(proc.path());
-    window->reloadTableViewData();
-    source.deliver({peer(u"python3"_s, u"4242"_s, u"10.0.0.9"_s, u"443"_s)});
+    refresh(*window, {peer(u"python3"_s, u"4242"_s, u"10.0.0.9"_s, u"443"_s)});
     window->tableView()->setClickedCell(0, 0);
     ASSERT_EQ(window->rowCommands()->target().process.startTime, 777u);
 
@@ -351,8 +347,7 @@ TEST_F(RowActionsTest, BringToFrontExplainsWhyItCannotWorkWithoutX11)
 
 TEST_F(RowActionsTest, PeerCommandsNeedARemoteAddressAndFailedOpeningsAreSaid)
 {
-    window->reloadTableViewData();
-    source.deliver({peer(u"nginx"_s, u"300"_s, QString(), QString()), ssh});
+    refresh(*window, {peer(u"nginx"_s, u"300"_s, QString(), QString()), ssh});
     openMenuOn(*window, 0);
     EXPECT_FALSE(menuItem(u"IP Information"_s)->isEnabled());
     EXPECT_FALSE(searchItem(1)->isEnabled());

@@ -38,8 +38,7 @@ TEST_F(WindowTest, RemoteOnlyToggleInvertsTheLastSavedState)
 {
     auto window = makeWindow();
     const LsofItemPtr remote = tcp(u"a"_s, u"1"_s), local = udp(u"b"_s, u"2"_s);
-    window->reloadTableViewData();
-    source.deliver({remote, local});
+    refresh(*window, {remote, local});
     SegmentedControl* control = window->hasRemoteAddressControl();
 
     // Nothing saved reads as "on", so the toggle turns the segment on whatever the click did.
@@ -153,8 +152,7 @@ TEST_F(WindowTest, LongListsFilterAfterAPauseInTyping)
     LsofItemList many;
     for (int i = 0; i < 2500; ++i)
         many.append(i == 7 ? udp(u"needle"_s, u"7"_s) : tcp(u"hay"_s, QString::number(i)));
-    window->reloadTableViewData();
-    source.deliver(many);
+    refresh(*window, many);
     window->searchField()->setText(u"needle"_s);
     EXPECT_EQ(window->items().size(), 2500);
     EXPECT_TRUE(QTest::qWaitFor([&] { return window->items().size() == 1; }, 2000));
@@ -164,8 +162,7 @@ TEST_F(WindowTest, FeedsTheFilterFromTheProfileTheFieldAndTheSegments)
 {
     auto window = makeWindow();
     const LsofItemPtr web = tcp(u"firefox"_s, u"1"_s), dns = udp(u"resolved"_s, u"2"_s);
-    window->reloadTableViewData();
-    source.deliver({web, dns});
+    refresh(*window, {web, dns});
 
     // Keyword mode: a hidden column's value still matches, capitals or not.
     window->tableHeaderMenu()->tableHeaderViewContextMenuSelected(
@@ -221,8 +218,7 @@ TEST_F(WindowTest, ASearchThatCannotBeStoredKeepsTheSheetOpen)
 TEST_F(WindowTest, AnExpressionThatDoesNotParseSaysWhyWhereOneTypes)
 {
     auto window = makeWindow();
-    window->reloadTableViewData();
-    source.deliver({tcp(u"a"_s, u"1"_s), udp(u"b"_s, u"2"_s)});
+    refresh(*window, {tcp(u"a"_s, u"1"_s), udp(u"b"_s, u"2"_s)});
     std::unique_ptr<QMenu> menu(window->searchField()->buildPopUpMenu());
     SearchField::itemWithTag(menu.get(), 100)->trigger();
     source.deliver(window->originalItems());
@@ -298,18 +294,9 @@ TEST_F(WindowTest, ToolbarTogglesLookPlainlyDifferentOnAndOff)
     protocols->setSelected(true, 0);
     protocols->setSelected(false, 1);
     const auto meanColor = [](QWidget* button) {
-        const QImage image = button->grab().toImage();
-        qint64 r = 0, g = 0, b = 0;
-        for (int y = 0; y < image.height(); ++y) {
-            for (int x = 0; x < image.width(); ++x) {
-                const QColor c = image.pixelColor(x, y);
-                r += c.red();
-                g += c.green();
-                b += c.blue();
-            }
-        }
-        const qint64 n = qint64(image.width()) * image.height();
-        return QColor(int(r / n), int(g / n), int(b / n));
+        // Scaled down smoothly to one pixel, an image is its mean colour.
+        return button->grab().toImage().scaled(1, 1, Qt::IgnoreAspectRatio,
+                                               Qt::SmoothTransformation).pixelColor(0, 0);
     };
     const QColor on = meanColor(protocols->buttonForSegment(0));
     const QColor off = meanColor(protocols->buttonForSegment(1));

@@ -30,6 +30,12 @@ protected:
             source.deliver({});
         return window;
     }
+    // The next snapshot: a refresh the source answers with `items`.
+    void refresh(CVWindowController& window, const LsofItemList& items, const QString& problem = {})
+    {
+        window.reloadTableViewData();
+        source.deliver(items, problem);
+    }
     UserDefaults& defaults() { return *settings.defaults; }
 
     TestSettings settings;
