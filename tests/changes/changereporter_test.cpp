@@ -34,9 +34,7 @@ protected:
 
     LsofItemList pass(const QStringList& lines)
     {
-        LsofItemList items = m_fetcher.parseLsofResult(kLsofHeader + u'\n' + lines.join(u'\n'));
-        m_fetcher.processLsofItemsChanges(items);
-        return items;
+        return detectPass(m_fetcher, kLsofHeader + u'\n' + lines.join(u'\n'));
     }
 
     QTemporaryDir m_dir;
@@ -51,7 +49,7 @@ protected:
 
 QString tcp(const QString& command, int fd, const QString& name)
 {
-    return lsofLine(command, 42, QString::number(fd) + u'u', u"IPv4"_s, 9000 + fd, u"TCP"_s, name);
+    return tcpLine(fd, name, command);
 }
 
 } // namespace

@@ -53,8 +53,7 @@ protected:
             text += lsofLine(u"app"_s, 42, QString::number(fd) + u'u', u"IPv4"_s, int(700 + fd),
                              u"TCP"_s, names[fd - 3]) +
                     u'\n';
-        LsofItemList items = m_fetcher.parseLsofResult(text);
-        m_fetcher.processLsofItemsChanges(items);
+        detectPass(m_fetcher, text);
     }
 
     QTemporaryDir m_dir;

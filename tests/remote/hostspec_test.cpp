@@ -1,8 +1,12 @@
 #include "remote/hostspec.h"
+#include "remote/retrybackoff.h"
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 TEST(HostSpec, ReadsUserHostAndPort)
 {
@@ -36,26 +40,16 @@ TEST(HostSpec, ReadsUserHostAndPort)
 TEST(HostSpec, RefusesWhatSshCouldMisread)
 {
     const QStringList refused = {
-        u""_s,
-        u"-oProxyCommand=id"_s,
-        u"web 1"_s,
-        u"web1\n"_s,
-        u"-l@web1"_s,
-        u"admin@-web1"_s,
-        u"@web1"_s,
-        u"admin@"_s,
-        u"a@b@c"_s,
-        u"web1:"_s,
-        u"web1:0"_s,
-        u"web1:65536"_s,
-        u"web1:22x"_s,
-        u"web1:٢٢"_s,
-        u"[::1"_s,
-        u"[::1]22"_s,
-        u"[]:22"_s,
-        u"web1;reboot"_s,
-        u"web1%eth0"_s,
-        u"$(id)"_s,
+        u""_s,          u"-oProxyCommand=id"_s,
+        u"web 1"_s,     u"web1\n"_s,
+        u"-l@web1"_s,   u"admin@-web1"_s,
+        u"@web1"_s,     u"admin@"_s,
+        u"a@b@c"_s,     u"web1:"_s,
+        u"web1:0"_s,    u"web1:65536"_s,
+        u"web1:22x"_s,  u"web1:٢٢"_s,
+        u"[::1"_s,      u"[::1]22"_s,
+        u"[]:22"_s,     u"web1;reboot"_s,
+        u"web1%eth0"_s, u"$(id)"_s,
     };
     for (const QString& text : refused) {
         QString problem;
@@ -63,4 +57,23 @@ TEST(HostSpec, RefusesWhatSshCouldMisread)
         EXPECT_FALSE(problem.isEmpty()) << text.toStdString();
         EXPECT_TRUE(problem.endsWith(u'.')) << problem.toStdString();
     }
+}
+
+TEST(RetryBackoff, DoublesUpToAMinuteAndStartsOverAfterASuccess)
+{
+    RetryBackoff backoff;
+    const std::chrono::seconds expected[] = {1s, 2s, 4s, 8s, 16s, 32s, 60s, 60s};
+    for (std::chrono::seconds wait : expected)
+        EXPECT_EQ(backoff.failed(), wait);
+    EXPECT_EQ(backoff.failures(), 8);
+
+    backoff.succeeded();
+    EXPECT_EQ(backoff.failures(), 0);
+    EXPECT_EQ(backoff.failed(), 1s);
+
+    EXPECT_EQ(RetryBackoff::delayAfter(0), 0s);
+    EXPECT_EQ(RetryBackoff::delayAfter(-3), 0s);
+    // No overflow however long the machine stays away.
+    EXPECT_EQ(RetryBackoff::delayAfter(64), 60s);
+    EXPECT_EQ(RetryBackoff::delayAfter(std::numeric_limits<int>::max()), 60s);
 }

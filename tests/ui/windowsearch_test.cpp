@@ -295,12 +295,32 @@ TEST_F(WindowTest, ToolbarTogglesLookPlainlyDifferentOnAndOff)
     protocols->setSelected(false, 1);
     const auto meanColor = [](QWidget* button) {
         // Scaled down smoothly to one pixel, an image is its mean colour.
-        return button->grab().toImage().scaled(1, 1, Qt::IgnoreAspectRatio,
-                                               Qt::SmoothTransformation).pixelColor(0, 0);
+        return button->grab()
+            .toImage()
+            .scaled(1, 1, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+            .pixelColor(0, 0);
     };
     const QColor on = meanColor(protocols->buttonForSegment(0));
     const QColor off = meanColor(protocols->buttonForSegment(1));
     const int distance = std::abs(on.red() - off.red()) + std::abs(on.green() - off.green()) +
                          std::abs(on.blue() - off.blue());
     EXPECT_GT(distance, 120) << on.name().toStdString() << " " << off.name().toStdString();
+}
+
+TEST(SegmentedControl, RestoresOnlySegmentsThatExist)
+{
+    const QList<std::pair<QString, QString>> cases{
+        {u"1,7"_s, u"1"_s}, // 7 is past the three segments
+        {u""_s, u""_s},     // an empty state deselects all
+        {u"0,2"_s, u"0,2"_s},   {u"2,0"_s, u"0,2"_s},
+        {u"-1"_s, u""_s},       {u"x"_s, u"0"_s}, // not a number reads as 0
+        {u"2 , 1"_s, u"1,2"_s},
+    };
+    for (const auto& [stored, expected] : cases) {
+        SegmentedControl control({u"TCP"_s, u"UDP"_s, u"Other"_s});
+        for (int i = 0; i < control.segmentCount(); ++i)
+            control.setSelected(true, i);
+        control.restoreState(stored);
+        EXPECT_EQ(control.stateText(), expected) << stored.toStdString();
+    }
 }
