@@ -118,13 +118,6 @@ TEST(HelpMenu, OpeningEscapesEverythingButTheAddressesOwnPunctuation)
         EXPECT_EQ(OVModule::escapedURL(c.text).toEncoded(), c.encoded) << c.text.toStdString();
 }
 
-TEST(HelpMenu, TheSupportFolderIsNamedAfterTheApplicationAndNotCreated)
-{
-    OVModule module(bundle());
-    const QString path = module.applicationSupportPath();
-    EXPECT_TRUE(path.endsWith(u"/Corvina Net"_s)) << path.toStdString();
-}
-
 TEST(HelpWindow, OneWindowShowsTheProgramsHelpWithMargins)
 {
     CVShowHelpWindowController* first = CVShowHelpWindowController::sharedController();

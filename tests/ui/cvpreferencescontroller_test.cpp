@@ -267,7 +267,7 @@ TEST_F(PreferencesTest, DeletingTwoSavedSearchesRemovesBothFromTheDatabaseAndThe
     saveProfile(u"Mail"_s, u"remotePort == \"993\""_s);
     saveProfile(u"Dns"_s, u"remotePort == \"53\""_s);
     int listChanges = 0;
-    QObject::connect(m_prefs.get(), &CVPrefsHelper::filterProfilesChanged, [&] { ++listChanges; });
+    QObject::connect(m_prefs, &CVPrefsHelper::filterProfilesChanged, [&] { ++listChanges; });
     m_prefs->reloadFilterProfiles();
     FilterProfileTableModel* table = window().filterProfileArrayController();
     QAbstractItemModelTester tester(table, QAbstractItemModelTester::FailureReportingMode::Warning);
