@@ -10,8 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
