@@ -5,9 +5,6 @@
 
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
-
 namespace {
 
 SocketRecord tcp(const QString& fd, std::optional<qint64> sent, std::optional<qint64> received)

@@ -1,7 +1,5 @@
 #include "reportingtest.h"
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class ReporterTest : public ReportingTest {

@@ -14,8 +14,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 QByteArray readAll(const QString& path)

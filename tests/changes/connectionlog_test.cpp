@@ -5,8 +5,6 @@
 
 #include <sys/resource.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 const QString kTitles = u"Time,Timestamp,Action,Process Id,Localized App Name,Type,Protocol,"

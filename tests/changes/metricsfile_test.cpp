@@ -17,8 +17,6 @@
 #include <sys/resource.h>
 #include <thread>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // The captured sequence, its process given an id above any pid_max, so that no process of this

@@ -10,8 +10,6 @@
 
 #include <random>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class CommandLineTest : public ::testing::Test {

@@ -11,8 +11,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // The JSON rows of this process, by identifier.

@@ -6,8 +6,6 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 QString alone(const QByteArray& command)

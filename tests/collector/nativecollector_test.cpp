@@ -10,7 +10,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
 using DiagMessages::encode;
 
 namespace {

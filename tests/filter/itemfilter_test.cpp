@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 const std::set<QString> kAll{u"1234"_s, u"1"_s, u"777"_s, u"99999"_s};

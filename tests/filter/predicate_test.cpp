@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 std::set<QString> matching(const QString& expression, const LsofItemList& items = fixtureItems())

@@ -11,8 +11,6 @@
 
 #include <stdexcept>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 TEST(NumberText, IntegerAndFloatingPointTests)

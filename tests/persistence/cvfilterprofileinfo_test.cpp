@@ -4,8 +4,6 @@
 
 #include <sqlite3.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 using FilterProfileTest = PersistenceTest;

@@ -9,8 +9,6 @@
 
 #include <algorithm>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class ProfilesCommandTest : public ::testing::Test {

@@ -13,8 +13,6 @@
 
 #include <cstdlib>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 QString raisedMessage(const std::function<void()>& action)

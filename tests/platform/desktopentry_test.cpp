@@ -9,9 +9,6 @@
 
 #include <sys/time.h>
 
-using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
-
 namespace {
 
 const QString kFixtures = QStringLiteral(CORVINA_TEST_DATA "/desktop");

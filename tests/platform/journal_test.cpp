@@ -14,8 +14,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class JournalTest : public ::testing::Test {

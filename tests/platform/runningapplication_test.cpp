@@ -10,9 +10,6 @@
 
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
-
 namespace {
 
 const QString kFixtures = QStringLiteral(CORVINA_TEST_DATA "/desktop");

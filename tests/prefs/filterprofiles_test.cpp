@@ -13,8 +13,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class FilterProfilesTest : public ::testing::Test {

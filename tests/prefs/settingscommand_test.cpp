@@ -8,8 +8,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // The settings verb of the built program, with a home of its own.

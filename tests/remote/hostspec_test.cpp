@@ -5,9 +5,6 @@
 
 #include <limits>
 
-using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
-
 TEST(HostSpec, ReadsUserHostAndPort)
 {
     struct Case {

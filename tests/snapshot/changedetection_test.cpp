@@ -5,8 +5,6 @@
 
 #include <random>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class RecordingReporter final : public ChangeReporting {

@@ -13,8 +13,6 @@
 #include <cerrno>
 #include <csignal>
 
-using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
 using Road = GACommandRunner::Road;
 
 TEST(CommandRunnerSync, ShellRoadJoinsArgumentsWithoutQuoting)

@@ -8,8 +8,6 @@
 #include <thread>
 #include <vector>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // A back end that records what it is asked and, while closed, holds every look-up.

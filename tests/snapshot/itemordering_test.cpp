@@ -7,8 +7,6 @@
 
 #include <algorithm>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 QStringList column(const LsofItemList& items, LsofItem::Key key)

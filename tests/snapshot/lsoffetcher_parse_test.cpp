@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // Every field of an item, "|" between them, "-" for an absent one.

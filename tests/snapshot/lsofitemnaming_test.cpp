@@ -8,8 +8,6 @@
 
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // Above the kernel's largest pid_max: never a running process.

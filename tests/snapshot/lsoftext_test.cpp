@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 SocketRecords withIdentifiers(SocketRecords records)

@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 const QString kTable = u"# port/protocol, name, description\n"

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // Process ids above the kernel's limit: no /proc entry names them, so each groups by its name.

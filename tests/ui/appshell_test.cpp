@@ -17,8 +17,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 OVModule::BundleInfo bundle(const QString& productId = {})

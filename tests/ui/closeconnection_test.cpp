@@ -9,7 +9,6 @@
 
 #include <thread>
 
-using namespace Qt::StringLiterals;
 using SocketDestroyer::Outcome;
 
 namespace {

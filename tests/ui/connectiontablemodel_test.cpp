@@ -10,8 +10,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 TEST(ConnectionTableModel, PassesTheModelTesterThroughResetsAndRepaints)
 {
     ConnectionTableModel model;

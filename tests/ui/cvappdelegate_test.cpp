@@ -17,8 +17,6 @@
 #include <QSystemTrayIcon>
 #include <QTableView>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class AppDelegateTest : public ::testing::Test {

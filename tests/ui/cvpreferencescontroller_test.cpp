@@ -29,8 +29,6 @@
 
 #include <sqlite3.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 const QStringList kDisplayKeys = {

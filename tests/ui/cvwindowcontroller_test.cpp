@@ -11,8 +11,6 @@
 #include <QSignalSpy>
 #include <QTest>
 
-using namespace Qt::StringLiterals;
-
 TEST_F(WindowTest, SetUpAsksForTheFirstSnapshotAndAReloadWaitsForTheAcquisition)
 {
     CVWindowController window(source, *settings.prefs);

@@ -4,8 +4,6 @@
 
 #include <QTimer>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class NotifierTest : public ::testing::Test {

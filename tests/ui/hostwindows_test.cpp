@@ -7,8 +7,6 @@
 #include <QCoreApplication>
 #include <QLabel>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class HostWindowsTest : public ::testing::Test {

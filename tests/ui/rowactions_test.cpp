@@ -14,8 +14,6 @@
 #include <QTest>
 #include <QUrlQuery>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class RowActionsTest : public WindowTest {

@@ -11,8 +11,6 @@
 #include <QTest>
 #include <QToolButton>
 
-using namespace Qt::StringLiterals;
-
 TEST_F(WindowTest, ToolbarStateIsSavedAfterARefreshAndRestoredAtStart)
 {
     {

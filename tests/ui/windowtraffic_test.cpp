@@ -14,8 +14,6 @@
 #include <QScrollBar>
 #include <QValueAxis>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // Process ids above the kernel's limit: no /proc entry names them, so each groups by its name.
