@@ -131,6 +131,8 @@ TEST_F(WindowTest, ColoursAndRowHeightFollowTheSettings)
     EXPECT_EQ(background(0), QColor(Qt::white));
     EXPECT_EQ(window->tableView()->verticalHeader()->defaultSectionSize(), 18);
     EXPECT_EQ(window->tableView()->palette().color(QPalette::Base), QColor(Qt::white));
+    defaults().removeObjectForKey(u"CV:NewConnectionBackgroundColor"_s);
+    EXPECT_EQ(background(1), QColor(Qt::green)) << "a reset colour is the factory one again";
 }
 
 TEST_F(WindowTest, ColumnsWidthsAndTheSortOrderComeBackAfterARestart)
