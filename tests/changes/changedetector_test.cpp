@@ -1,30 +1,16 @@
 #include "changes/changedetector.h"
+#include "support/records.h"
 
 #include <gtest/gtest.h>
 
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
-
 namespace {
 
 SocketRecord tcp(const QString& fd, std::optional<qint64> sent, std::optional<qint64> received)
 {
-    SocketRecord record;
-    record.processName = u"curl"_s;
-    record.processId = u"4242"_s;
-    record.user = u"ann"_s;
-    record.fileDescriptor = fd;
-    record.type = u"IPv4"_s;
-    record.device = u"9"_s + fd;
-    record.sizeAndOffset = u"0t0"_s;
-    record.protocol = u"TCP"_s;
-    record.localAddress = u"127.0.0.1"_s;
-    record.localPort = u"4000"_s;
-    record.remoteAddress = u"127.0.0.1"_s;
-    record.remotePort = u"5000"_s;
-    record.state = u"ESTABLISHED"_s;
+    SocketRecord record = socketRecord(
+        u"curl|4242|ann|%1|IPv4|9%1|0t0|TCP|127.0.0.1|4000|127.0.0.1|5000|ESTABLISHED"_s.arg(fd));
     record.bytesSent = sent;
     record.bytesReceived = received;
     return record;

@@ -1,21 +1,9 @@
-#include "changes/changereporter.h"
-#include "changes/connectionlog.h"
-#include "platform/systemlog.h"
-#include "prefs/cvprefshelper.h"
-#include "prefs/prefkeys.h"
-#include "prefs/userdefaults.h"
-#include "snapshot/lsofdata.h"
+#include "reportingtest.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <QTemporaryDir>
-
-#include <gtest/gtest.h>
 
 #include <sys/resource.h>
-
-using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -23,22 +11,17 @@ const QString kTitles = u"Time,Timestamp,Action,Process Id,Localized App Name,Ty
                         u"Local Address,Local Port,Local Port Name,Remote Address,"
                         u"Remote Hostname,Remote Port,Remote Port Name,State,Process Path"_s;
 
-class ConnectionLogTest : public ::testing::Test {
+class ConnectionLogTest : public ReportingTest {
 protected:
     void SetUp() override
     {
-        m_prefs.setLogFolder(folder());
         m_now = QDateTime(QDate(2026, 11, 22), QTime(23, 59, 30));
         const auto clock = [this] { return m_now; };
         m_prefs.setClock(clock);
         m_log.setClock(clock);
         m_store.setBool(PrefKeys::LogConnectionStateChangeToCSVFiles, true);
-        m_fetcher.setReporter(&m_reporter);
-        SystemLog::setEcho([this](const QString& message) { m_logged << message; });
     }
-    void TearDown() override { SystemLog::setEcho({}); }
 
-    QString folder() const { return m_dir.filePath(u"Logs"_s); }
     QStringList rows(const QString& name) const
     {
         QFile file(folder() + u'/' + name);
@@ -46,25 +29,16 @@ protected:
             return {};
         return QString::fromUtf8(file.readAll()).split(u'\n');
     }
+    // A pass over these connections, on descriptors 3, 4 and so on.
     void pass(const QStringList& names)
     {
-        QString text = kLsofHeader + u'\n';
-        for (qsizetype fd = 3; fd < names.size() + 3; ++fd)
-            text += lsofLine(u"app"_s, 42, QString::number(fd) + u'u', u"IPv4"_s, int(700 + fd),
-                             u"TCP"_s, names[fd - 3]) +
-                    u'\n';
-        LsofItemList items = m_fetcher.parseLsofResult(text);
-        m_fetcher.processLsofItemsChanges(items);
+        QStringList lines;
+        for (int fd = 3; fd < names.size() + 3; ++fd)
+            lines << tcpLine(fd, names[fd - 3]);
+        ReportingTest::pass(lines);
     }
 
-    QTemporaryDir m_dir;
-    UserDefaults m_store{m_dir.filePath(u"Corvina.conf"_s)};
-    CVPrefsHelper m_prefs{m_store};
-    ConnectionLog m_log{m_prefs};
-    ChangeReporter m_reporter{m_prefs, m_log};
-    LsofFetcher m_fetcher;
     QDateTime m_now;
-    QStringList m_logged;
 };
 
 // Everything after the time column, which follows the user's locale and time zone.

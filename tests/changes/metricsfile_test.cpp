@@ -17,8 +17,6 @@
 #include <sys/resource.h>
 #include <thread>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // The captured sequence, its process given an id above any pid_max, so that no process of this
@@ -57,12 +55,7 @@ const QRegularExpression kSample(
 
 class MetricsFileTest : public ::testing::Test {
 protected:
-    LsofItemList pass(const char* name)
-    {
-        LsofItemList items = m_fetcher.parseLsofResult(replayed(name));
-        m_fetcher.processLsofItemsChanges(items);
-        return items;
-    }
+    LsofItemList pass(const char* name) { return detectPass(m_fetcher, replayed(name)); }
 
     QTemporaryDir m_dir;
     QString m_path = m_dir.filePath(u"corvina.prom"_s);

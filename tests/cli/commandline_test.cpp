@@ -1,40 +1,22 @@
+#include "support/program.h"
+
+#include <QDir>
+#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
 #include <random>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
-struct Outcome {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-// Runs the built program with a home of its own, so settings, logs and saved searches stay in
-// the test's folder.
 class CommandLineTest : public ::testing::Test {
 protected:
-    Outcome corvina(const QStringList& arguments, const QByteArray& input = {})
+    ProgramRun corvina(const QStringList& arguments, const QByteArray& input = {})
     {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"HOME"_s, m_home.path());
-        environment.insert(u"XDG_CONFIG_HOME"_s, m_home.filePath(u"config"_s));
-        environment.insert(u"XDG_DATA_HOME"_s, m_home.filePath(u"data"_s));
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(CORVINA_BINARY_DIR "/src/corvina"), arguments);
-        process.write(input);
-        process.closeWriteChannel();
-        EXPECT_TRUE(process.waitForFinished(30000));
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+        return runCorvina(m_home.path(), arguments, input);
     }
     static QString data(const char* name)
     {
@@ -47,11 +29,13 @@ protected:
         f.write(bytes);
         return f.fileName();
     }
-    static QList<QJsonObject> objects(const QString& text)
+    static QList<QJsonObject> objects(const QByteArray& text)
     {
         QList<QJsonObject> result;
-        for (const QString& line : text.split(u'\n', Qt::SkipEmptyParts))
-            result << QJsonDocument::fromJson(line.toUtf8()).object();
+        for (const QByteArray& line : text.split('\n')) {
+            if (!line.isEmpty())
+                result << QJsonDocument::fromJson(line).object();
+        }
         return result;
     }
 
@@ -72,11 +56,11 @@ QList<int> statusesOf(const QList<QJsonObject>& objects, int snapshot)
 
 TEST_F(CommandLineTest, ReplayMarksEveryStatusAcrossCapturedSnapshots)
 {
-    const Outcome run =
+    const ProgramRun run =
         corvina({u"replay"_s, u"--format"_s, u"json"_s, u"--no-resolve"_s, data("sequence-1.txt"),
                  data("sequence-2.txt"), data("sequence-3.txt"), data("sequence-3.txt")});
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
-    const QList<QJsonObject> items = objects(run.out);
+    const QList<QJsonObject> items = objects(run.output);
     EXPECT_EQ(statusesOf(items, 0), QList<int>(5, 0));
     EXPECT_EQ(statusesOf(items, 1), (QList<int>{0, 2, 2, 0, 0, 1, 1}));
     EXPECT_EQ(statusesOf(items, 2), (QList<int>{0, 0, 0, 0, 0, 3, 3}));
@@ -84,31 +68,12 @@ TEST_F(CommandLineTest, ReplayMarksEveryStatusAcrossCapturedSnapshots)
 
     // Every key of the contract, nulls as JSON null.
     const QJsonObject first = items.first();
-    for (const char* key : {"status",
-                            "processName",
-                            "processId",
-                            "PID",
-                            "protocol",
-                            "localAddress",
-                            "localPort",
-                            "localPortNumber",
-                            "remoteAddress",
-                            "remotePort",
-                            "remotePortNumber",
-                            "state",
-                            "oldState",
-                            "user",
-                            "type",
-                            "sizeAndOffset",
-                            "device",
-                            "fileDescriptor",
-                            "identifier",
-                            "localPortName",
-                            "remotePortName",
-                            "localizedAppName",
-                            "processPath",
-                            "snapshot"})
-        EXPECT_TRUE(first.contains(QString::fromLatin1(key))) << key;
+    const QString keys = u"status processName processId PID protocol localAddress localPort "
+                         u"localPortNumber remoteAddress remotePort remotePortNumber state "
+                         u"oldState user type sizeAndOffset device fileDescriptor identifier "
+                         u"localPortName remotePortName localizedAppName processPath snapshot"_s;
+    for (const QString& key : keys.split(u' '))
+        EXPECT_TRUE(first.contains(key)) << key.toStdString();
     EXPECT_TRUE(first[u"remoteAddress"_s].isNull());
     EXPECT_EQ(first[u"processName"_s].toString(), u"echo server"_s);
     EXPECT_EQ(first[u"PID"_s].toInt(), 6362);
@@ -118,11 +83,11 @@ TEST_F(CommandLineTest, ReplayMarksEveryStatusAcrossCapturedSnapshots)
 TEST_F(CommandLineTest, FiltersFollowTheWindowsRules)
 {
     const auto count = [&](const QStringList& options) {
-        const Outcome run = corvina(QStringList{u"list"_s, u"--input"_s, data("sequence-2.txt"),
-                                                u"--format"_s, u"json"_s, u"--no-resolve"_s} +
-                                    options);
+        const ProgramRun run = corvina(QStringList{u"list"_s, u"--input"_s, data("sequence-2.txt"),
+                                                   u"--format"_s, u"json"_s, u"--no-resolve"_s} +
+                                       options);
         EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-        return objects(run.out).size();
+        return objects(run.output).size();
     };
     EXPECT_EQ(count({}), 7);
     EXPECT_EQ(count({u"--keyword"_s, u"close_wait,FIN"_s}), 2);
@@ -139,7 +104,7 @@ TEST_F(CommandLineTest, FiltersFollowTheWindowsRules)
               0);
     // A saved search wins over everything else.
     EXPECT_EQ(count({u"--profile"_s, u"udp only"_s, u"--keyword"_s, u"LISTEN"_s}), 2);
-    const Outcome missing =
+    const ProgramRun missing =
         corvina({u"list"_s, u"--input"_s, data("sequence-2.txt"), u"--profile"_s, u"nope"_s});
     EXPECT_EQ(missing.exitCode, 2);
 }
@@ -166,13 +131,13 @@ TEST_F(CommandLineTest, AnyBytesGiveACleanResult)
     }
     for (const QByteArray& bytes : inputs) {
         for (const char* format : {"table", "csv", "json"}) {
-            const Outcome run = corvina({u"list"_s, u"--input"_s, u"-"_s, u"--format"_s,
-                                         QString::fromLatin1(format), u"--no-resolve"_s},
-                                        bytes);
+            const ProgramRun run = corvina({u"list"_s, u"--input"_s, u"-"_s, u"--format"_s,
+                                            QString::fromLatin1(format), u"--no-resolve"_s},
+                                           bytes);
             EXPECT_EQ(run.exitCode, 0) << bytes.toHex().toStdString();
         }
     }
-    const Outcome unreadable = corvina({u"replay"_s, m_home.filePath(u"missing.txt"_s)});
+    const ProgramRun unreadable = corvina({u"replay"_s, m_home.filePath(u"missing.txt"_s)});
     EXPECT_EQ(unreadable.exitCode, 1);
     EXPECT_EQ(unreadable.err.count(u'\n'), 1);
 }
@@ -190,10 +155,10 @@ TEST_F(CommandLineTest, BadUsageSaysSoInOneLine)
                                          {u"list"_s, u"--host"_s, u"-oProxyCommand=x"_s},
                                          {u"watch"_s, u"--top"_s, u"0"_s},
                                          {u"list"_s, u"--input"_s}}) {
-        const Outcome run = corvina(arguments);
+        const ProgramRun run = corvina(arguments);
         EXPECT_EQ(run.exitCode, 2) << arguments.join(u' ').toStdString();
         EXPECT_EQ(run.err.count(u'\n'), 1) << run.err.toStdString();
-        EXPECT_TRUE(run.out.isEmpty());
+        EXPECT_TRUE(run.output.isEmpty());
     }
 }
 
@@ -225,16 +190,16 @@ TEST_F(CommandLineTest, EveryVerbAnswersHelpWithItsOwnUsage)
         const QString name = QString::fromUtf8(verb);
         for (const QStringList& arguments :
              {QStringList{name, u"--help"_s}, {name, u"-h"_s}, {name, u"list"_s, u"--help"_s}}) {
-            const Outcome run = corvina(arguments);
+            const ProgramRun run = corvina(arguments);
             EXPECT_EQ(run.exitCode, 0) << arguments.join(u' ').toStdString();
-            EXPECT_TRUE(run.out.startsWith(u"usage: corvina "_s + name + u' '))
-                << run.out.toStdString();
+            EXPECT_TRUE(run.out().startsWith(u"usage: corvina "_s + name + u' '))
+                << run.out().toStdString();
             EXPECT_TRUE(run.err.isEmpty()) << run.err.toStdString();
         }
     }
-    const Outcome general = corvina({u"--help"_s});
+    const ProgramRun general = corvina({u"--help"_s});
     EXPECT_EQ(general.exitCode, 0);
-    EXPECT_TRUE(general.out.startsWith(u"Usage: corvina"_s));
+    EXPECT_TRUE(general.out().startsWith(u"Usage: corvina"_s));
 }
 
 // list reports no changes, so --no-log, which it takes as replay does, has nothing to stop:
@@ -242,11 +207,12 @@ TEST_F(CommandLineTest, EveryVerbAnswersHelpWithItsOwnUsage)
 TEST_F(CommandLineTest, ListTakesNoLogAndLogsNothingEitherWay)
 {
     for (const QStringList& extra : {QStringList{}, QStringList{u"--no-log"_s}}) {
-        const Outcome run = corvina(QStringList{u"list"_s, u"--no-resolve"_s, u"--format"_s,
-                                                u"json"_s, u"--input"_s, data("sequence-2.txt")} +
-                                    extra);
+        const ProgramRun run =
+            corvina(QStringList{u"list"_s, u"--no-resolve"_s, u"--format"_s, u"json"_s,
+                                u"--input"_s, data("sequence-2.txt")} +
+                    extra);
         EXPECT_EQ(run.exitCode, 0) << run.err.toStdString();
-        EXPECT_EQ(objects(run.out).size(), 7);
+        EXPECT_EQ(objects(run.output).size(), 7);
     }
     EXPECT_FALSE(QDir(m_home.filePath(u"data/Corvina/Logs"_s)).exists());
 }
@@ -266,18 +232,20 @@ TEST_F(CommandLineTest, ListReachesAnotherHostThroughSsh)
         file(u"remote/lsof"_s, "#!/bin/sh\nexec cat '" + data("sequence-1.txt").toUtf8() + "'\n");
     QFile::setPermissions(lsof, QFile::ReadOwner | QFile::ExeOwner);
     QFile::setPermissions(home.filePath(u"bin/ssh"_s), QFile::ReadOwner | QFile::ExeOwner);
-    qputenv("FAKE_SSH_DIR", m_home.path().toUtf8());
-    qputenv("FAKE_REMOTE_PATH", home.filePath(u"remote"_s).toUtf8());
-    const QByteArray path = qgetenv("PATH");
-    qputenv("PATH", home.filePath(u"bin"_s).toUtf8() + ':' + path);
+    QProcessEnvironment ssh;
+    ssh.insert(u"FAKE_SSH_DIR"_s, m_home.path());
+    ssh.insert(u"FAKE_REMOTE_PATH"_s, home.filePath(u"remote"_s));
+    ssh.insert(u"PATH"_s, home.filePath(u"bin"_s) + u':' + qEnvironmentVariable("PATH"));
 
-    const Outcome listed = corvina({u"list"_s, u"--host"_s, u"ann@db1.test:2222"_s, u"--format"_s,
-                                    u"json"_s, u"--no-resolve"_s});
-    const Outcome unreachable = corvina({u"list"_s, u"--host"_s, u"unresolvable.test"_s});
-    qputenv("PATH", path);
+    const ProgramRun listed = runCorvina(m_home.path(),
+                                         {u"list"_s, u"--host"_s, u"ann@db1.test:2222"_s,
+                                          u"--format"_s, u"json"_s, u"--no-resolve"_s},
+                                         {}, ssh);
+    const ProgramRun unreachable =
+        runCorvina(m_home.path(), {u"list"_s, u"--host"_s, u"unresolvable.test"_s}, {}, ssh);
     EXPECT_EQ(listed.exitCode, 0) << listed.err.toStdString();
-    EXPECT_EQ(objects(listed.out).size(), 5);
+    EXPECT_EQ(objects(listed.output).size(), 5);
     EXPECT_EQ(unreachable.exitCode, 1);
     EXPECT_EQ(unreachable.err.count(u'\n'), 1) << unreachable.err.toStdString();
-    EXPECT_TRUE(unreachable.out.isEmpty());
+    EXPECT_TRUE(unreachable.output.isEmpty());
 }

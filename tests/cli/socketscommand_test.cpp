@@ -3,41 +3,15 @@
 #include "collector/nativecollector.h"
 #include "helper/loopbackconnection.h"
 #include "snapshot/lsofitem.h"
+#include "support/program.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
-
-struct ProgramRun {
-    int exitCode = -1;
-    QByteArray out;
-    QString err;
-};
-
-// The built program, with a home of its own.
-ProgramRun corvina(const QTemporaryDir& home, const QStringList& arguments,
-                   const QByteArray& input = {})
-{
-    QProcess process;
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(u"HOME"_s, home.path());
-    environment.insert(u"XDG_CONFIG_HOME"_s, home.filePath(u"config"_s));
-    environment.insert(u"XDG_DATA_HOME"_s, home.filePath(u"data"_s));
-    process.setProcessEnvironment(environment);
-    process.start(QStringLiteral(CORVINA_BINARY_DIR "/src/corvina"), arguments);
-    process.write(input);
-    process.closeWriteChannel();
-    EXPECT_TRUE(process.waitForFinished(30000));
-    return {process.exitCode(), process.readAllStandardOutput(),
-            QString::fromUtf8(process.readAllStandardError())};
-}
 
 // The JSON rows of this process, by identifier.
 QMap<QString, QJsonObject> ownRows(const QByteArray& json)
@@ -66,14 +40,14 @@ TEST(SocketsCommand, ItsTextReadsBackToTheCollectorsRowsThroughListAndReplay)
     }
     ASSERT_EQ(collected.size(), 3) << "the listener and both ends of the connection";
 
-    const ProgramRun sockets = corvina(home, {u"sockets"_s});
+    const ProgramRun sockets = runCorvina(home.path(), {u"sockets"_s});
     ASSERT_EQ(sockets.exitCode, 0) << sockets.err.toStdString();
-    EXPECT_TRUE(sockets.out.startsWith("COMMAND "));
+    EXPECT_TRUE(sockets.output.startsWith("COMMAND "));
     const QStringList json = {u"--format"_s, u"json"_s, u"--no-resolve"_s};
-    const ProgramRun listed =
-        corvina(home, QStringList{u"list"_s, u"--input"_s, u"-"_s} + json, sockets.out);
+    const ProgramRun listed = runCorvina(
+        home.path(), QStringList{u"list"_s, u"--input"_s, u"-"_s} + json, sockets.output);
     ASSERT_EQ(listed.exitCode, 0) << listed.err.toStdString();
-    const QMap<QString, QJsonObject> rows = ownRows(listed.out);
+    const QMap<QString, QJsonObject> rows = ownRows(listed.output);
     QStringList listedIds = rows.keys();
     listedIds.sort();
     collected.sort();
@@ -93,17 +67,17 @@ TEST(SocketsCommand, ItsTextReadsBackToTheCollectorsRowsThroughListAndReplay)
     const QString saved = home.filePath(u"sockets.txt"_s);
     QFile file(saved);
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write(sockets.out);
+    file.write(sockets.output);
     file.close();
-    const ProgramRun replayed =
-        corvina(home, QStringList{u"replay"_s, u"--no-log"_s} + json + QStringList{saved});
+    const ProgramRun replayed = runCorvina(home.path(), QStringList{u"replay"_s, u"--no-log"_s} +
+                                                            json + QStringList{saved});
     ASSERT_EQ(replayed.exitCode, 0) << replayed.err.toStdString();
-    EXPECT_EQ(ownRows(replayed.out).keys(), rows.keys());
+    EXPECT_EQ(ownRows(replayed.output).keys(), rows.keys());
 
-    const ProgramRun plain = corvina(home, {u"sockets"_s, u"--plain"_s});
+    const ProgramRun plain = runCorvina(home.path(), {u"sockets"_s, u"--plain"_s});
     ASSERT_EQ(plain.exitCode, 0);
-    EXPECT_FALSE(plain.out.contains("#corvina"));
-    EXPECT_TRUE(sockets.out.contains("#corvina socket "));
+    EXPECT_FALSE(plain.output.contains("#corvina"));
+    EXPECT_TRUE(sockets.output.contains("#corvina socket "));
 }
 
 TEST(SocketsCommand, AKernelThatRefusesEndsWithItsSentence)
@@ -123,8 +97,8 @@ TEST(SocketsCommand, AKernelThatRefusesEndsWithItsSentence)
     EXPECT_TRUE(err.contains(u"permission denied"_s)) << err.toStdString();
 
     QTemporaryDir home;
-    const ProgramRun help = corvina(home, {u"sockets"_s, u"--help"_s});
+    const ProgramRun help = runCorvina(home.path(), {u"sockets"_s, u"--help"_s});
     EXPECT_EQ(help.exitCode, 0);
-    EXPECT_TRUE(help.out.startsWith("usage: corvina sockets [--plain]"));
-    EXPECT_EQ(corvina(home, {u"sockets"_s, u"--all"_s}).exitCode, 2);
+    EXPECT_TRUE(help.output.startsWith("usage: corvina sockets [--plain]"));
+    EXPECT_EQ(runCorvina(home.path(), {u"sockets"_s, u"--all"_s}).exitCode, 2);
 }

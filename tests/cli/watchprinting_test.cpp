@@ -11,8 +11,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // Stands for the application's reporter (system log, CSV log): says what it wants, counts what

@@ -6,7 +6,6 @@
 
 #include <sys/socket.h>
 
-using namespace Qt::StringLiterals;
 using DiagMessages::encode;
 using DiagMessages::ipv4;
 

@@ -14,9 +14,6 @@
 
 #include <thread>
 
-using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
-
 namespace {
 
 // A collector that listens, and change detection after it: what the application runs.

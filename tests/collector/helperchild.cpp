@@ -210,35 +210,6 @@ int HelperChild::request(char command, int a, int b, const QByteArray& text, int
     return result;
 }
 
-int HelperChild::listen()
-{
-    return request('l');
-}
-int HelperChild::openFile()
-{
-    return request('f');
-}
-int HelperChild::close(int fd)
-{
-    return request('c', fd);
-}
-int HelperChild::dup2(int from, int to)
-{
-    return request('d', from, to);
-}
-int HelperChild::receive(int fd)
-{
-    return request('r', 0, 0, {}, fd);
-}
-int HelperChild::rename(const QByteArray& name)
-{
-    return request('n', 0, 0, name);
-}
-int HelperChild::setUser(uid_t uid)
-{
-    return request('u', int(uid));
-}
-
 int HelperChild::send(int fd)
 {
     int received = -1;

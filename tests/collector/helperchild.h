@@ -25,14 +25,15 @@ public:
     pid_t pid() const { return m_pid; }
 
     // Each answers the child's result: a descriptor number, or -1 with the child's errno lost.
-    int listen();   // a new TCP listener on 127.0.0.1, its descriptor
-    int openFile(); // /dev/null, its descriptor
-    int close(int fd);
-    int dup2(int from, int to);
-    int receive(int fd); // `fd` passed over SCM_RIGHTS: the child's descriptor for it
-    int send(int fd);    // the child's `fd` passed back: the test's new descriptor
-    int rename(const QByteArray& name); // prctl(PR_SET_NAME)
-    int setUser(uid_t uid);             // setresuid(uid, uid, uid)
+    int listen() { return request('l'); }   // a new TCP listener on 127.0.0.1, its descriptor
+    int openFile() { return request('f'); } // /dev/null, its descriptor
+    int close(int fd) { return request('c', fd); }
+    int dup2(int from, int to) { return request('d', from, to); }
+    // `fd` passed over SCM_RIGHTS: the child's descriptor for it
+    int receive(int fd) { return request('r', 0, 0, {}, fd); }
+    int send(int fd); // the child's `fd` passed back: the test's new descriptor
+    int rename(const QByteArray& name) { return request('n', 0, 0, name); } // prctl(PR_SET_NAME)
+    int setUser(uid_t uid) { return request('u', int(uid)); } // setresuid(uid, uid, uid)
     // Asks the child to exit and reaps it.
     void exit();
 

@@ -13,8 +13,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class KeptState : public ::testing::Test {

@@ -15,8 +15,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 QString lsofProgram()

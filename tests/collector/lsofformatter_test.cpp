@@ -6,8 +6,6 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 QString alone(const QByteArray& command)
@@ -26,7 +24,7 @@ std::array<quint8, 16> bytes(int family, const char* text)
 } // namespace
 
 // What lsof 4.95 printed in COMMAND for processes renamed to these bytes, each listed alone.
-TEST(LsofFormatter, commandNamesAreEscapedAndCutAsLsofPrintsThem)
+TEST(LsofFormatter, commandNamesAreEscapedAndCutToTheWidestAsLsofPrintsThem)
 {
     const struct {
         QByteArray command;
@@ -62,10 +60,8 @@ TEST(LsofFormatter, commandNamesAreEscapedAndCutAsLsofPrintsThem)
     };
     for (const auto& c : cases)
         EXPECT_EQ(alone(c.command), c.printed) << c.command.toHex().constData();
-}
 
-TEST(LsofFormatter, aWiderNameBesideLetsACutNameShowWhole)
-{
+    // A wider name beside lets a cut name show whole.
     const QByteArray wide = "a b c d e f g h";
     const int width = LsofFormatter::commandWidth(wide);
     EXPECT_EQ(width, 36);

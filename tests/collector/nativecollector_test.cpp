@@ -2,6 +2,7 @@
 #include "collectorfakes.h"
 #include "diagmessages.h"
 #include "livesockets.h"
+#include "support/records.h"
 
 #include <gtest/gtest.h>
 
@@ -9,7 +10,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
 using DiagMessages::encode;
 
 namespace {
@@ -73,20 +73,8 @@ TEST(NativeCollector, givesOneRecordPerDescriptorInProcessThenDescriptorOrder)
               (QStringList{u"3/5u/502"_s, u"3/12u/501"_s, u"20/4u/601"_s, u"20/7u/502"_s}));
     ASSERT_EQ(records.size(), 4);
 
-    SocketRecord expected;
-    expected.processName = u"client"_s;
-    expected.processId = u"3"_s;
-    expected.user = userName();
-    expected.fileDescriptor = u"12u"_s;
-    expected.type = u"IPv4"_s;
-    expected.device = u"501"_s;
-    expected.sizeAndOffset = u"0t0"_s;
-    expected.protocol = u"TCP"_s;
-    expected.localAddress = u"10.0.0.2"_s;
-    expected.localPort = u"51000"_s;
-    expected.remoteAddress = u"198.51.100.7"_s;
-    expected.remotePort = u"443"_s;
-    expected.state = u"ESTABLISHED"_s;
+    SocketRecord expected = socketRecord(u"client|3|%1|12u|IPv4|501|0t0|TCP|10.0.0.2|51000|"
+                                         u"198.51.100.7|443|ESTABLISHED"_s.arg(userName()));
     expected.cookie = tcp.cookie;
     expected.bytesSent = 1001;
     expected.bytesReceived = 20;

@@ -5,8 +5,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 const std::set<QString> kAll{u"1234"_s, u"1"_s, u"777"_s, u"99999"_s};
@@ -92,7 +90,7 @@ TEST(ItemFilter, AnExpressionThatFailsShowsEverythingAndSaysWhy)
     }
 
     // Failing on the third item still shows all of them, including the first two.
-    auto odd = makeItem({u"(odd"_s, u"5"_s, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}});
+    auto odd = fixtureItem(u"(odd|5"_s);
     const LsofItemList withOdd = {items[0], items[1], odd, items[3]};
     filter.searchText = u"\"x\" MATCHES processName AND PID > 0"_s;
     const ItemFilter::Result result = filter.apply(withOdd);
@@ -175,7 +173,7 @@ TEST(ItemFilter, SegmentsHideTypesProtocolsAndPeerlessSockets)
     }
 
     // "Other" also hides an item that names no protocol at all.
-    auto bare = makeItem({u"x"_s, u"2"_s, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}});
+    auto bare = fixtureItem(u"x|2"_s);
     ItemFilter filter;
     filter.hiddenProtocols = {u"Other"_s};
     EXPECT_FALSE(filter.matches(*bare));

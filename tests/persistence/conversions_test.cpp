@@ -11,8 +11,6 @@
 
 #include <stdexcept>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 TEST(NumberText, IntegerAndFloatingPointTests)
@@ -48,7 +46,7 @@ TEST(FirstLetter, ChangesOnlyTheFirstCharacter)
     EXPECT_THROW(UppercaseFirst::stringByLowercasingFirstLetter(QString()), std::out_of_range);
 }
 
-TEST(PairedSort, PairedListsFollowTheSortedList)
+TEST(PairedSort, PairedListsFollowTheSortedListAndBadSelectorsRaise)
 {
     QVariantList names = {u"Carol"_s, u"alice"_s, u"Bob"_s, u"Dave"_s, u"Alice"_s};
     QVariantList keys = {3, 1, 2, 4, 5};
@@ -78,10 +76,8 @@ TEST(PairedSort, PairedListsFollowTheSortedList)
     QVariantList empty;
     MultipleSort::sortArrayUsingSelector(empty, u"compare:"_s, {});
     EXPECT_TRUE(empty.isEmpty());
-}
 
-TEST(PairedSort, RaisesTheTwoMessages)
-{
+    // No selector, and one that does not fit the values, raise.
     QVariantList list = {2, 1};
     try {
         MultipleSort::sortArrayUsingSelector(list, QString(), {});

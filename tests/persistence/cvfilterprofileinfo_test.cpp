@@ -1,29 +1,16 @@
 #include "persistencetestsupport.h"
 
-#include "prefs/cvfilterprofileinfo.h"
+#include "support/profiles.h"
 
 #include <sqlite3.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
-class FilterProfileTest : public PersistenceTest {
-protected:
-    static std::shared_ptr<CVFilterProfileInfo> stored(const QString& name,
-                                                       const QString& expression)
-    {
-        auto profile = CVFilterProfileInfo::create();
-        profile->setProfileName(name);
-        profile->setSearchExpression(expression);
-        profile->save();
-        return profile;
-    }
-};
+using FilterProfileTest = PersistenceTest;
 
 TEST_F(FilterProfileTest, FreshDatabaseHoldsTheProfileTable)
 {
-    const auto profile = stored(u"Work"_s, u"protocol == \"TCP\""_s);
+    const auto profile = saveProfile(u"Work"_s, u"protocol == \"TCP\""_s);
     EXPECT_EQ(profile->pk(), 1);
     EXPECT_EQ(
         rows(
@@ -69,8 +56,8 @@ TEST_F(FilterProfileTest, TextIsStoredIntactAndNullStaysNull)
 {
     const QString name = u"It's \"100%\" %d %@ done'); DROP TABLE x; --"_s;
     const QString expression = u"remoteAddress LIKE '10.%' AND name == \"%s\""_s;
-    const auto quoted = stored(name, expression);
-    const auto empty = stored(u"no expression"_s, QString());
+    const auto quoted = saveProfile(name, expression);
+    const auto empty = saveProfile(u"no expression"_s, QString());
     EXPECT_EQ(
         rows(u"select profile_name, search_expression from c_v_filter_profile_info order by pk"_s),
         Rows({{name, expression}, {u"no expression"_s, u"NULL"_s}}));
@@ -87,40 +74,23 @@ TEST_F(FilterProfileTest, TextIsStoredIntactAndNullStaysNull)
         << "loading leaves the row as it was";
 }
 
-TEST_F(FilterProfileTest, SameObjectsAcrossReloadsAndKeysNeverReused)
-{
-    const auto first = stored(u"a"_s, u"x"_s);
-    const auto second = stored(u"b"_s, u"y"_s);
-    const auto reloaded = CVFilterProfileInfo::allObjects();
-    ASSERT_EQ(reloaded.size(), 2);
-    EXPECT_EQ(reloaded[0], first);
-    EXPECT_EQ(reloaded[1], second);
-
-    second->deleteObject();
-    EXPECT_EQ(CVFilterProfileInfo::allObjects(), QList{first});
-    const auto third = stored(u"c"_s, u"z"_s);
-    EXPECT_EQ(third->pk(), 3);
-    EXPECT_EQ(CVFilterProfileInfo::findByPK(3), third);
-    EXPECT_EQ(CVFilterProfileInfo::findByPK(2), nullptr);
-}
-
 // While another program holds the lock, saving a profile fails without taking the process
 // down, says so, and leaves the stored profiles alone; once the lock goes, saving works again.
 TEST_F(FilterProfileTest, ALockedDatabaseRefusesTheSaveAndKeepsEveryRow)
 {
-    stored(u"Work"_s, u"x"_s);
+    saveProfile(u"Work"_s, u"x"_s);
     {
         sqlite3* other = nullptr;
         ASSERT_EQ(sqlite3_open(path().toUtf8().constData(), &other), SQLITE_OK);
         ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK);
         m_log.clear();
-        EXPECT_NO_THROW(stored(u"Home"_s, u"x"_s)) << "a failed save is logged, not raised";
+        EXPECT_NO_THROW(saveProfile(u"Home"_s, u"x"_s)) << "a failed save is logged, not raised";
         EXPECT_EQ(m_log, QStringList{u"Error inserting or updating row"_s});
         sqlite3_close_v2(other);
     }
     EXPECT_EQ(rows(u"select profile_name from c_v_filter_profile_info"_s), Rows({{u"Work"_s}}));
     m_log.clear();
-    stored(u"Later"_s, u"x"_s);
+    saveProfile(u"Later"_s, u"x"_s);
     EXPECT_TRUE(m_log.isEmpty()) << m_log.join(u'\n').toStdString();
     EXPECT_EQ(rows(u"select profile_name from c_v_filter_profile_info order by pk"_s),
               Rows({{u"Work"_s}, {u"Later"_s}}));

@@ -2,8 +2,6 @@
 
 #include <sqlite3.h>
 
-using namespace Qt::StringLiterals;
-
 const SQLiteRecordClass& TestNote::recordClass()
 {
     static const SQLiteRecordClass cls(u"TestNote"_s, nullptr,

@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <memory>
-#include <ostream>
 
 using Rows = QList<QStringList>;
 

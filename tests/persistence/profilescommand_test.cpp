@@ -1,41 +1,21 @@
 #include "persistencetestsupport.h"
+#include "support/program.h"
 
 #include <QDirIterator>
 #include <QFile>
-#include <QProcess>
-#include <QProcessEnvironment>
 #include <QTemporaryDir>
 
 #include <sqlite3.h>
 
 #include <algorithm>
 
-using namespace Qt::StringLiterals;
-
 namespace {
-
-struct Result {
-    int status = -1;
-    QString out;
-    QString err;
-};
 
 class ProfilesCommandTest : public ::testing::Test {
 protected:
-    Result run(const QStringList& arguments) const
+    ProgramRun run(const QStringList& arguments) const
     {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"HOME"_s, m_home.path());
-        environment.insert(u"XDG_DATA_HOME"_s, m_home.filePath(u"share"_s));
-        environment.insert(u"XDG_CONFIG_HOME"_s, m_home.filePath(u"config"_s));
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(CORVINA_BINARY_DIR "/src/corvina"),
-                      QStringList{u"profiles"_s} + arguments);
-        if (!process.waitForFinished(30000))
-            return {};
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+        return runCorvina(m_home.path(), QStringList{u"profiles"_s} + arguments);
     }
     QString databaseFile() const
     {
@@ -48,34 +28,34 @@ protected:
 
 TEST_F(ProfilesCommandTest, AddListDelete)
 {
-    const Result empty = run({u"list"_s});
-    EXPECT_EQ(empty.status, 0) << empty.err.toStdString();
-    EXPECT_EQ(empty.out, u"No saved searches.\n"_s);
-    EXPECT_TRUE(databaseFile().startsWith(m_home.filePath(u"share"_s)));
+    const ProgramRun empty = run({u"list"_s});
+    EXPECT_EQ(empty.exitCode, 0) << empty.err.toStdString();
+    EXPECT_EQ(empty.out(), u"No saved searches.\n"_s);
+    EXPECT_TRUE(databaseFile().startsWith(m_home.filePath(u"data"_s)));
 
-    EXPECT_EQ(run({u"add"_s, u"Work"_s, u"protocol == \"TCP\""_s}).out, u"1\n"_s);
-    EXPECT_EQ(run({u"add"_s, u"50% 'off'"_s, u"remotePort == \"443\""_s}).out, u"2\n"_s);
-    EXPECT_EQ(run({u"list"_s}).out,
+    EXPECT_EQ(run({u"add"_s, u"Work"_s, u"protocol == \"TCP\""_s}).out(), u"1\n"_s);
+    EXPECT_EQ(run({u"add"_s, u"50% 'off'"_s, u"remotePort == \"443\""_s}).out(), u"2\n"_s);
+    EXPECT_EQ(run({u"list"_s}).out(),
               u"1\tWork\tprotocol == \"TCP\"\n2\t50% 'off'\tremotePort == \"443\"\n"_s);
 
-    EXPECT_EQ(run({u"delete"_s, u"1"_s}).status, 0);
-    const Result missing = run({u"delete"_s, u"1"_s});
-    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(run({u"delete"_s, u"1"_s}).exitCode, 0);
+    const ProgramRun missing = run({u"delete"_s, u"1"_s});
+    EXPECT_EQ(missing.exitCode, 1);
     EXPECT_EQ(missing.err, u"corvina: no profile with the key or name '1'\n"_s);
-    EXPECT_EQ(run({u"add"_s, u"Next"_s, u"PID > 0x10"_s}).out, u"3\n"_s);
-    EXPECT_EQ(run({u"list"_s}).out,
+    EXPECT_EQ(run({u"add"_s, u"Next"_s, u"PID > 0x10"_s}).out(), u"3\n"_s);
+    EXPECT_EQ(run({u"list"_s}).out(),
               u"2\t50% 'off'\tremotePort == \"443\"\n3\tNext\tPID > 0x10\n"_s);
 
     // By name: one profile of that name is deleted; a name two share deletes neither.
-    EXPECT_EQ(run({u"delete"_s, u"50% 'off'"_s}).status, 0);
-    EXPECT_EQ(run({u"add"_s, u"Next"_s, u"TRUEPREDICATE"_s}).out, u"4\n"_s);
-    const Result shared = run({u"delete"_s, u"Next"_s});
-    EXPECT_EQ(shared.status, 2);
+    EXPECT_EQ(run({u"delete"_s, u"50% 'off'"_s}).exitCode, 0);
+    EXPECT_EQ(run({u"add"_s, u"Next"_s, u"TRUEPREDICATE"_s}).out(), u"4\n"_s);
+    const ProgramRun shared = run({u"delete"_s, u"Next"_s});
+    EXPECT_EQ(shared.exitCode, 2);
     EXPECT_EQ(shared.err,
               u"corvina: 2 profiles are named 'Next'; delete one by its key (3, 4)\n"_s);
-    EXPECT_EQ(run({u"delete"_s, u"4"_s}).status, 0);
-    EXPECT_EQ(run({u"delete"_s, u"Next"_s}).status, 0);
-    EXPECT_EQ(run({u"list"_s}).out, u"No saved searches.\n"_s);
+    EXPECT_EQ(run({u"delete"_s, u"4"_s}).exitCode, 0);
+    EXPECT_EQ(run({u"delete"_s, u"Next"_s}).exitCode, 0);
+    EXPECT_EQ(run({u"list"_s}).out(), u"No saved searches.\n"_s);
 }
 
 // An expression that does not parse is refused with the parser's message and position, and
@@ -83,15 +63,15 @@ TEST_F(ProfilesCommandTest, AddListDelete)
 TEST_F(ProfilesCommandTest, AddRefusesAnExpressionThatDoesNotParse)
 {
     for (const QString& expression : {u"PID >"_s, u"pid == 1"_s, u""_s}) {
-        const Result refused = run({u"add"_s, u"Broken"_s, expression});
-        EXPECT_EQ(refused.status, 2) << expression.toStdString();
+        const ProgramRun refused = run({u"add"_s, u"Broken"_s, expression});
+        EXPECT_EQ(refused.exitCode, 2) << expression.toStdString();
         EXPECT_TRUE(refused.err.startsWith(u"corvina: the expression is not valid: "_s))
             << refused.err.toStdString();
         EXPECT_EQ(refused.err.count(u'\n'), 1);
     }
-    const Result position = run({u"add"_s, u"Broken"_s, u"PID >"_s});
+    const ProgramRun position = run({u"add"_s, u"Broken"_s, u"PID >"_s});
     EXPECT_TRUE(position.err.contains(u"(at character 6)"_s)) << position.err.toStdString();
-    EXPECT_EQ(run({u"list"_s}).out, u"No saved searches.\n"_s);
+    EXPECT_EQ(run({u"list"_s}).out(), u"No saved searches.\n"_s);
 }
 
 TEST_F(ProfilesCommandTest, BadUsageIsOneLineAndStatusTwo)
@@ -107,16 +87,16 @@ TEST_F(ProfilesCommandTest, BadUsageIsOneLineAndStatusTwo)
         {u"delete"_s, u"1"_s, u"2"_s},
     };
     for (const QStringList& arguments : bad) {
-        const Result result = run(arguments);
-        EXPECT_EQ(result.status, 2) << arguments.join(u' ').toStdString();
+        const ProgramRun result = run(arguments);
+        EXPECT_EQ(result.exitCode, 2) << arguments.join(u' ').toStdString();
         EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();
-        EXPECT_TRUE(result.out.isEmpty());
+        EXPECT_TRUE(result.output.isEmpty());
     }
 }
 
 TEST_F(ProfilesCommandTest, UnusableDatabaseGivesStatusOne)
 {
-    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"TRUEPREDICATE"_s}).status, 0);
+    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"TRUEPREDICATE"_s}).exitCode, 0);
     const QString path = databaseFile();
     ASSERT_FALSE(path.isEmpty());
     {
@@ -126,8 +106,8 @@ TEST_F(ProfilesCommandTest, UnusableDatabaseGivesStatusOne)
     }
     for (const QStringList& arguments :
          {QStringList{u"list"_s}, QStringList{u"add"_s, u"a"_s, u"TRUEPREDICATE"_s}}) {
-        const Result result = run(arguments);
-        EXPECT_EQ(result.status, 1);
+        const ProgramRun result = run(arguments);
+        EXPECT_EQ(result.exitCode, 1);
         EXPECT_EQ(
             result.err,
             u"corvina: cannot use the profile database %1: Failed to execute SQL 'PRAGMA auto_vacuum=1' with message 'file is not a database'.\n"_s
@@ -140,7 +120,7 @@ TEST_F(ProfilesCommandTest, UnusableDatabaseGivesStatusOne)
 // and status 1, and when the lock goes the profiles are all still there.
 TEST_F(ProfilesCommandTest, ALockedDatabaseFailsAtOnceAndLosesNothing)
 {
-    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"TRUEPREDICATE"_s}).status, 0);
+    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"TRUEPREDICATE"_s}).exitCode, 0);
     const QString path = databaseFile();
     sqlite3* other = nullptr;
     ASSERT_EQ(sqlite3_open(path.toUtf8().constData(), &other), SQLITE_OK);
@@ -148,22 +128,22 @@ TEST_F(ProfilesCommandTest, ALockedDatabaseFailsAtOnceAndLosesNothing)
     for (const QStringList& arguments :
          {QStringList{u"list"_s}, QStringList{u"add"_s, u"Home"_s, u"FALSEPREDICATE"_s},
           QStringList{u"delete"_s, u"1"_s}}) {
-        const Result result = run(arguments);
-        EXPECT_EQ(result.status, 1) << arguments.join(u' ').toStdString();
+        const ProgramRun result = run(arguments);
+        EXPECT_EQ(result.exitCode, 1) << arguments.join(u' ').toStdString();
         EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();
         EXPECT_TRUE(result.err.contains(u"locked"_s)) << result.err.toStdString();
     }
     sqlite3_exec(other, "COMMIT", nullptr, nullptr, nullptr);
     sqlite3_close(other);
-    EXPECT_EQ(run({u"list"_s}).out, u"1\tWork\tTRUEPREDICATE\n"_s);
-    EXPECT_EQ(run({u"add"_s, u"Home"_s, u"FALSEPREDICATE"_s}).out, u"2\n"_s);
+    EXPECT_EQ(run({u"list"_s}).out(), u"1\tWork\tTRUEPREDICATE\n"_s);
+    EXPECT_EQ(run({u"add"_s, u"Home"_s, u"FALSEPREDICATE"_s}).out(), u"2\n"_s);
 }
 
 // A file whose header is intact but whose pages are damaged is found out by the first query
 // that reads them: one line, status 1, and the file is left as it was for the user to rescue.
 TEST_F(ProfilesCommandTest, DamagedPagesAreReportedAndTheFileIsLeftAlone)
 {
-    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"TRUEPREDICATE"_s}).status, 0);
+    ASSERT_EQ(run({u"add"_s, u"Work"_s, u"TRUEPREDICATE"_s}).exitCode, 0);
     const QString path = databaseFile();
     QFile file(path);
     ASSERT_TRUE(file.open(QIODevice::ReadWrite));
@@ -176,10 +156,10 @@ TEST_F(ProfilesCommandTest, DamagedPagesAreReportedAndTheFileIsLeftAlone)
 
     for (const QStringList& arguments :
          {QStringList{u"list"_s}, QStringList{u"add"_s, u"Home"_s, u"FALSEPREDICATE"_s}}) {
-        const Result result = run(arguments);
-        EXPECT_EQ(result.status, 1) << arguments.join(u' ').toStdString();
+        const ProgramRun result = run(arguments);
+        EXPECT_EQ(result.exitCode, 1) << arguments.join(u' ').toStdString();
         EXPECT_EQ(result.err.count(u'\n'), 1) << result.err.toStdString();
-        EXPECT_TRUE(result.out.isEmpty()) << result.out.toStdString();
+        EXPECT_TRUE(result.output.isEmpty()) << result.out().toStdString();
     }
     QFile after(path);
     ASSERT_TRUE(after.open(QIODevice::ReadOnly));

@@ -2,8 +2,6 @@
 
 #include "persistence/sqliteerror.h"
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class QueriesTest : public PersistenceTest {

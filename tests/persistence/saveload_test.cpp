@@ -2,8 +2,6 @@
 
 #include <QDateTime>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class SaveLoadTest : public PersistenceTest {

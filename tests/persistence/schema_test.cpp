@@ -2,8 +2,6 @@
 
 #include "persistence/sqliteerror.h"
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 TEST(RecordNaming, NamesConvertBothWaysWithTheirQuirks)
@@ -123,10 +121,8 @@ TEST_F(SchemaTest, OlderTableGetsMissingColumnsOnlyOnce)
     SQLitePersistentObject::tableCheck(TestTag::recordClass());
     EXPECT_EQ(rows(u"select count(*) from pragma_table_info('test_tag')"_s), Rows({{u"3"_s}}));
     EXPECT_EQ(rows(u"select seq from SQLITESEQUENCE where name = 'test_tag'"_s), Rows({{u"0"_s}}));
-}
 
-TEST_F(SchemaTest, CharacterPropertyAddedToAnOlderTableIsText)
-{
+    // A character property added to an older table is text.
     const SQLiteRecordClass grown(u"Grown"_s, nullptr,
                                   {{u"name"_s, u"@\"NSString\""_s}, {u"isOn"_s, u"c"_s}}, {});
     exec(u"CREATE TABLE grown (pk INTEGER PRIMARY KEY, name TEXT)"_s);

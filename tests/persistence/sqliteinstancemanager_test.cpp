@@ -13,8 +13,6 @@
 
 #include <cstdlib>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 QString raisedMessage(const std::function<void()>& action)
@@ -42,7 +40,7 @@ protected:
     QTemporaryDir m_dir;
 };
 
-TEST(ManagerNaming, DropsOnlyBlanksAndLowerCases)
+TEST(ManagerNaming, DropsOnlyBlanksAndLowerCasesAndIsNeededWithoutTheSharedName)
 {
     const struct {
         const char16_t* process;
@@ -55,10 +53,8 @@ TEST(ManagerNaming, DropsOnlyBlanksAndLowerCases)
     for (const auto& c : cases)
         EXPECT_EQ(SQLiteInstanceManager::databaseNameForProcessName(QString::fromUtf16(c.process)),
                   QString::fromUtf16(c.name));
-}
 
-TEST(ManagerNaming, NonSharedManagerWithoutNameRaisesEvenWithAPath)
-{
+    // A manager of its own needs a name, even with a path.
     SQLiteInstanceManager manager;
     manager.setDatabaseFilepath(u"/tmp/somewhere.sqlite3"_s);
     EXPECT_EQ(raisedMessage([&] { manager.databaseFilepath(); }),
@@ -66,7 +62,7 @@ TEST(ManagerNaming, NonSharedManagerWithoutNameRaisesEvenWithAPath)
     EXPECT_TRUE(manager.databaseName().isNull());
 }
 
-TEST_F(ManagerTest, OpensWithBothPragmasAndRunsStatements)
+TEST_F(ManagerTest, OpensWithBothPragmasRunsStatementsAndStartsAfreshWhenDeleted)
 {
     SQLiteInstanceManager manager(u"db.sqlite3"_s, path());
     sqlite3* db = manager.database();
@@ -77,6 +73,13 @@ TEST_F(ManagerTest, OpensWithBothPragmasAndRunsStatements)
     EXPECT_FALSE(manager.tableExists(u"missing"_s));
     EXPECT_FALSE(manager.tableExists(u"t; DROP"_s));
     EXPECT_EQ(autoVacuum(db), 1);
+
+    // Deleted, the next use starts a fresh file with the pragmas.
+    manager.deleteDatabase();
+    EXPECT_FALSE(QFile::exists(path()));
+    EXPECT_FALSE(manager.tableExists(u"t"_s));
+    EXPECT_TRUE(QFile::exists(path()));
+    EXPECT_EQ(autoVacuum(manager.database()), 1);
 }
 
 TEST_F(ManagerTest, FailedStatementRaisesWithStatementAndMessage)
@@ -89,17 +92,6 @@ TEST_F(ManagerTest, FailedStatementRaisesWithStatementAndMessage)
     EXPECT_EQ(
         raisedMessage([&] { manager.executeUpdateSQL(u"SELEC '%1'"_s); }),
         uR"(Failed to execute SQL 'SELEC '%1'' with message 'near "SELEC": syntax error'.)"_s);
-}
-
-TEST_F(ManagerTest, DeleteDatabaseStartsAFreshFileWithThePragmas)
-{
-    SQLiteInstanceManager manager(u"db.sqlite3"_s, path());
-    manager.executeUpdateSQL(u"CREATE TABLE t (a)"_s);
-    manager.deleteDatabase();
-    EXPECT_FALSE(QFile::exists(path()));
-    EXPECT_FALSE(manager.tableExists(u"t"_s));
-    EXPECT_TRUE(QFile::exists(path()));
-    EXPECT_EQ(autoVacuum(manager.database()), 1);
 }
 
 TEST_F(ManagerTest, BadFilesRaiseTheExactDescriptions)

@@ -14,17 +14,13 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class JournalTest : public ::testing::Test {
 protected:
     LsofItemList pass(const QStringList& lines)
     {
-        LsofItemList items = m_fetcher.parseLsofResult(kLsofHeader + u'\n' + lines.join(u'\n'));
-        m_fetcher.processLsofItemsChanges(items);
-        return items;
+        return detectPass(m_fetcher, kLsofHeader + u'\n' + lines.join(u'\n'));
     }
 
     static LsofItemPtr find(const LsofItemList& items, const QString& fd)
@@ -39,11 +35,6 @@ protected:
 
     LsofFetcher m_fetcher;
 };
-
-QString tcp(int fd, const QString& name)
-{
-    return lsofLine(u"app"_s, 42, QString::number(fd) + u'u', u"IPv4"_s, 9000 + fd, u"TCP"_s, name);
-}
 
 const QString kPeer = u"10.0.0.2:51000->198.51.100.7:443"_s;
 
@@ -63,10 +54,10 @@ QByteArray jsonField(const QJsonObject& entry, const QString& name)
 
 TEST_F(JournalTest, EntriesCarryEachConnectionsFields)
 {
-    pass({tcp(3, kPeer + u" (ESTABLISHED)"_s), tcp(5, kPeer + u"0 (ESTABLISHED)"_s)});
+    pass({tcpLine(3, kPeer + u" (ESTABLISHED)"_s), tcpLine(5, kPeer + u"0 (ESTABLISHED)"_s)});
     const LsofItemList second =
-        pass({tcp(3, kPeer + u" (ESTABLISHED)"_s), tcp(4, u"*:8080 (LISTEN)"_s),
-              tcp(5, kPeer + u"0 (CLOSE_WAIT)"_s)});
+        pass({tcpLine(3, kPeer + u" (ESTABLISHED)"_s), tcpLine(4, u"*:8080 (LISTEN)"_s),
+              tcpLine(5, kPeer + u"0 (CLOSE_WAIT)"_s)});
 
     const LsofItemPtr listener = find(second, u"4u"_s);
     EXPECT_EQ(Journal::eventOf(*listener), Journal::Event::New);
@@ -89,7 +80,7 @@ TEST_F(JournalTest, EntriesCarryEachConnectionsFields)
     EXPECT_TRUE(changedEntry.contains("CORVINA_OLD_STATE=ESTABLISHED"));
     EXPECT_FALSE(Journal::eventOf(*find(second, u"3u"_s)));
 
-    const LsofItemList third = pass({tcp(4, u"*:8080 (LISTEN)"_s)});
+    const LsofItemList third = pass({tcpLine(4, u"*:8080 (LISTEN)"_s)});
     const LsofItemPtr closed = find(third, u"3u"_s);
     EXPECT_EQ(Journal::eventOf(*closed), Journal::Event::Closed);
     closed->setTraffic({1000, 2000, 10, 20, 0.25});
@@ -113,7 +104,7 @@ TEST_F(JournalTest, WithoutAJournalThePassGoesToSyslogWhole)
 {
     if (Journal::isAvailable())
         GTEST_SKIP() << "journald runs here, so syslog is never used";
-    const LsofItemList items = pass({tcp(3, kPeer + u" (ESTABLISHED)"_s)});
+    const LsofItemList items = pass({tcpLine(3, kPeer + u" (ESTABLISHED)"_s)});
     EXPECT_FALSE(Journal::writeItems(items, u"h"_s));
 
     QStringList logged;
@@ -129,7 +120,7 @@ TEST_F(JournalTest, AnEntryReadsBackWhole)
         GTEST_SKIP() << "journald is not running here (no /run/systemd/journal/socket)";
     if (QStandardPaths::findExecutable(u"journalctl"_s).isEmpty())
         GTEST_SKIP() << "journalctl is not installed";
-    const LsofItemList items = pass({tcp(3, kPeer + u" (ESTABLISHED)"_s)});
+    const LsofItemList items = pass({tcpLine(3, kPeer + u" (ESTABLISHED)"_s)});
     const QByteArray token = QUuid::createUuid().toByteArray(QUuid::Id128);
     QByteArrayList fields = Journal::entry(items.first(), Journal::Event::New, u"web1"_s);
     fields << "CORVINA_TEST_TOKEN=" + token;

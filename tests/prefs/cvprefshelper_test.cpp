@@ -10,8 +10,6 @@
 #include <atomic>
 #include <thread>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class CVPrefsHelperTest : public ::testing::Test {

@@ -5,14 +5,13 @@
 #include "prefs/userdefaults.h"
 
 #include "prefstestsupport.h"
+#include "support/profiles.h"
 
 #include <QDir>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -37,15 +36,6 @@ protected:
         SQLitePersistentObject::setManager(m_manager.get());
     }
 
-    std::shared_ptr<CVFilterProfileInfo> store(const QString& name, const QString& expression)
-    {
-        auto profile = CVFilterProfileInfo::create();
-        profile->setProfileName(name);
-        profile->setSearchExpression(expression);
-        profile->save();
-        return profile;
-    }
-
     static QStringList names(const QList<std::shared_ptr<CVFilterProfileInfo>>& profiles)
     {
         QStringList result;
@@ -61,25 +51,34 @@ protected:
     std::unique_ptr<SQLiteInstanceManager> m_manager;
 };
 
-TEST_F(FilterProfilesTest, AReloadWithNothingStoredStillTellsTheObservers)
+TEST_F(FilterProfilesTest, ObserversAreToldOfEveryReloadAndSeeTheNewList)
 {
-    QSignalSpy changed(&m_helper, &CVPrefsHelper::filterProfilesChanged);
-    EXPECT_TRUE(m_helper.filterProfiles().isEmpty());
+    QList<std::shared_ptr<CVFilterProfileInfo>> seen{CVFilterProfileInfo::create()};
+    int changes = 0;
+    QObject::connect(&m_helper, &CVPrefsHelper::filterProfilesChanged, [&] {
+        ++changes;
+        seen = m_helper.filterProfiles();
+    });
     m_helper.reloadFilterProfiles();
-    EXPECT_EQ(changed.count(), 1);
-    EXPECT_TRUE(m_helper.filterProfiles().isEmpty());
+    EXPECT_EQ(changes, 1) << "also with nothing stored";
+    EXPECT_TRUE(seen.isEmpty());
+
+    const auto profile = CVFilterProfileInfo::create();
+    m_helper.setFilterProfiles({profile});
+    ASSERT_EQ(seen.size(), 1);
+    EXPECT_EQ(seen.front().get(), profile.get());
 }
 
 TEST_F(FilterProfilesTest, AReloadKeepsTheObjectsOfProfilesStillStored)
 {
-    const auto web = store(u"Web"_s, u"remotePort == \"443\""_s);
-    const auto mail = store(u"Mail"_s, u"remotePort == \"993\""_s);
+    const auto web = saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    const auto mail = saveProfile(u"Mail"_s, u"remotePort == \"993\""_s);
     m_helper.reloadFilterProfiles();
     ASSERT_EQ(names(m_helper.filterProfiles()), (QStringList{u"Web"_s, u"Mail"_s}));
     const std::shared_ptr<CVFilterProfileInfo> chosen = m_helper.filterProfiles().at(1);
 
     web->deleteObject();
-    store(u"Dns"_s, u"remotePort == \"53\""_s);
+    saveProfile(u"Dns"_s, u"remotePort == \"53\""_s);
     m_helper.reloadFilterProfiles();
 
     ASSERT_EQ(names(m_helper.filterProfiles()), (QStringList{u"Mail"_s, u"Dns"_s}));
@@ -87,20 +86,9 @@ TEST_F(FilterProfilesTest, AReloadKeepsTheObjectsOfProfilesStillStored)
     EXPECT_EQ(chosen.get(), mail.get());
 }
 
-TEST_F(FilterProfilesTest, SettingTheListTellsTheObserversWithTheNewValue)
-{
-    QList<std::shared_ptr<CVFilterProfileInfo>> seen;
-    QObject::connect(&m_helper, &CVPrefsHelper::filterProfilesChanged,
-                     [&] { seen = m_helper.filterProfiles(); });
-    const auto profile = CVFilterProfileInfo::create();
-    m_helper.setFilterProfiles({profile});
-    ASSERT_EQ(seen.size(), 1);
-    EXPECT_EQ(seen.front().get(), profile.get());
-}
-
 TEST_F(FilterProfilesTest, AnUnreadableDatabaseLeavesTheListAsItWasAndIsLoggedOnce)
 {
-    store(u"Web"_s, u"remotePort == \"443\""_s);
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
     m_helper.reloadFilterProfiles();
     ASSERT_EQ(m_helper.filterProfiles().size(), 1);
 

@@ -2,23 +2,15 @@
 #include "prefs/userdefaults.h"
 
 #include "prefstestsupport.h"
+#include "support/program.h"
 
-#include <QProcess>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
-struct Outcome {
-    int exitCode = -1;
-    QString out;
-    QString err;
-};
-
-// Runs the built program with a home of its own, as a user would in a terminal.
+// The settings verb of the built program, with a home of its own.
 class SettingsCommandTest : public ::testing::Test {
 protected:
     void SetUp() override
@@ -27,23 +19,11 @@ protected:
         ASSERT_TRUE(m_home.isValid());
     }
 
-    Outcome corvina(const QStringList& arguments, const QString& configHome = QString())
+    ProgramRun corvina(const QStringList& arguments, const QProcessEnvironment& environment = {})
     {
-        QProcess process;
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"HOME"_s, m_home.path());
-        environment.insert(u"XDG_CONFIG_HOME"_s,
-                           configHome.isNull() ? m_home.filePath(u"config"_s) : configHome);
-        environment.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
-        process.setProcessEnvironment(environment);
-        process.start(QStringLiteral(CORVINA_BINARY_DIR "/src/corvina"),
-                      QStringList{u"settings"_s} + arguments);
-        if (!process.waitForFinished(30000))
-            return {};
-        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
-                QString::fromUtf8(process.readAllStandardError())};
+        return runCorvina(m_home.path(), QStringList{u"settings"_s} + arguments, {}, environment);
     }
-    QString get(const QString& key) { return corvina({u"get"_s, key}).out.trimmed(); }
+    QString get(const QString& key) { return corvina({u"get"_s, key}).out().trimmed(); }
     QString settingsFile() const { return m_home.filePath(u"config/Corvina/Corvina.conf"_s); }
 
     QTemporaryDir m_home;
@@ -51,9 +31,9 @@ protected:
 
 TEST_F(SettingsCommandTest, ListShowsEveryKeyWithItsFactoryValue)
 {
-    const Outcome run = corvina({u"list"_s});
+    const ProgramRun run = corvina({u"list"_s});
     ASSERT_EQ(run.exitCode, 0) << run.err.toStdString();
-    const QStringList lines = run.out.split(u'\n', Qt::SkipEmptyParts);
+    const QStringList lines = run.out().split(u'\n', Qt::SkipEmptyParts);
     QStringList keys;
     for (const QString& line : lines)
         keys << line.section(u'\t', 0, 0);
@@ -82,7 +62,7 @@ TEST_F(SettingsCommandTest, SetValuesReadBackHereAndInTheStore)
         {PrefKeys::ToolbarAddressAndPortItemState, u"0"_s, u"0"_s},
     };
     for (const Case& c : cases) {
-        const Outcome run = corvina({u"set"_s, c.key, c.value});
+        const ProgramRun run = corvina({u"set"_s, c.key, c.value});
         EXPECT_EQ(run.exitCode, 0) << c.key.toStdString() << ": " << run.err.toStdString();
         EXPECT_EQ(get(c.key), c.shown) << c.key.toStdString();
     }
@@ -123,7 +103,7 @@ TEST_F(SettingsCommandTest, AValueOfTheWrongKindIsRefusedAndNothingChanges)
         {{u"frobnicate"_s}, u"usage: corvina settings"_s},
     };
     for (const Case& c : cases) {
-        const Outcome run = corvina(c.arguments);
+        const ProgramRun run = corvina(c.arguments);
         EXPECT_EQ(run.exitCode, 2) << c.arguments.join(u' ').toStdString();
         EXPECT_TRUE(run.err.contains(c.message)) << run.err.toStdString();
         EXPECT_EQ(run.err.count(u'\n'), 1) << run.err.toStdString();
@@ -137,8 +117,9 @@ TEST_F(SettingsCommandTest, AnUnwritableStoreIsReported)
 {
     // A folder that cannot be made, even by root: its parent is a plain file.
     writeWholeFile(m_home.filePath(u"plain"_s), "x");
-    const Outcome run =
-        corvina({u"set"_s, PrefKeys::ListFontSize, u"12"_s}, m_home.filePath(u"plain/config"_s));
+    QProcessEnvironment environment;
+    environment.insert(u"XDG_CONFIG_HOME"_s, m_home.filePath(u"plain/config"_s));
+    const ProgramRun run = corvina({u"set"_s, PrefKeys::ListFontSize, u"12"_s}, environment);
     EXPECT_EQ(run.exitCode, 1);
     EXPECT_TRUE(run.err.contains(u"cannot write the settings file"_s)) << run.err.toStdString();
 }

@@ -9,8 +9,6 @@
 #include <atomic>
 #include <thread>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 const QString kFlag = u"T:Flag"_s;

@@ -10,11 +10,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
-using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
-
 namespace {
 
 // A stand-in ssh first on PATH, which runs the remote command here; the "remote" side sees

@@ -14,7 +14,6 @@
 #include <mutex>
 #include <thread>
 
-using namespace Qt::StringLiterals;
 using Road = SnapshotSource::Road;
 
 namespace {

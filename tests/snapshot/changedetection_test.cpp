@@ -5,8 +5,6 @@
 
 #include <random>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 class RecordingReporter final : public ChangeReporting {
@@ -58,13 +56,6 @@ QList<int> statuses(const LsofItemList& items)
     return result;
 }
 
-LsofItemList pass(LsofFetcher& fetcher, const QString& text)
-{
-    LsofItemList items = fetcher.parseLsofResult(text);
-    fetcher.processLsofItemsChanges(items);
-    return items;
-}
-
 QList<std::pair<int, QString>> established(const QList<int>& fds)
 {
     QList<std::pair<int, QString>> sockets;
@@ -75,22 +66,18 @@ QList<std::pair<int, QString>> established(const QList<int>& fds)
 
 // The placement rule written the plain way: look each previous item up in the list as it
 // grows, insert at (closed count + last found position).
-QList<int> referencePlacement(const QList<int>& previous, QList<int> next)
+template <typename T> QList<T> referencePlacement(const QList<T>& previous, QList<T> next)
 {
     int closed = 0;
     qsizetype lastFound = 0;
-    for (int fd : previous) {
-        const qsizetype at = next.indexOf(fd);
+    for (const T& before : previous) {
+        const qsizetype at = next.indexOf(before);
         if (at >= 0) {
             lastFound = at;
             continue;
         }
         ++closed;
-        const qsizetype index = closed + lastFound;
-        if (index < next.size())
-            next.insert(index, fd);
-        else
-            next.append(fd);
+        next.insert(std::min(closed + lastFound, next.size()), before);
     }
     return next;
 }
@@ -102,7 +89,7 @@ TEST(ChangeDetection, FirstSnapshotIsAllUnchangedAndUnreported)
     LsofFetcher fetcher;
     RecordingReporter reporter;
     fetcher.setReporter(&reporter);
-    const LsofItemList items = pass(fetcher, lsofData("sequence-1.txt"));
+    const LsofItemList items = detectPass(fetcher, lsofData("sequence-1.txt"));
     EXPECT_EQ(statuses(items), QList<int>(5, 0));
     // The reporters are asked, and find nothing new among unchanged items.
     ASSERT_EQ(reporter.newCalls.size(), 1);
@@ -112,20 +99,20 @@ TEST(ChangeDetection, FirstSnapshotIsAllUnchangedAndUnreported)
 TEST(ChangeDetection, RealSequenceMarksNewChangedAndClosedForOnePass)
 {
     LsofFetcher fetcher;
-    pass(fetcher, lsofData("sequence-1.txt"));
-    const LsofItemList second = pass(fetcher, lsofData("sequence-2.txt"));
+    detectPass(fetcher, lsofData("sequence-1.txt"));
+    const LsofItemList second = detectPass(fetcher, lsofData("sequence-2.txt"));
     // Listener and UDP sockets unchanged (UDP has no state), the half-closed pair changed,
     // the second pair new.
     EXPECT_EQ(statuses(second), (QList<int>{0, 2, 2, 0, 0, 1, 1}));
 
-    const LsofItemList third = pass(fetcher, lsofData("sequence-3.txt"));
+    const LsofItemList third = detectPass(fetcher, lsofData("sequence-3.txt"));
     ASSERT_EQ(third.size(), 7);
     EXPECT_EQ(third[5], second[5]);
     EXPECT_EQ(third[6], second[6]);
     EXPECT_EQ(statuses(third), (QList<int>{0, 0, 0, 0, 0, 3, 3}));
     EXPECT_EQ(third[5]->state(), u"Closed"_s);
 
-    const LsofItemList fourth = pass(fetcher, lsofData("sequence-3.txt"));
+    const LsofItemList fourth = detectPass(fetcher, lsofData("sequence-3.txt"));
     EXPECT_EQ(fourth.size(), 5) << "closed items stay for exactly one refresh";
     EXPECT_EQ(statuses(fourth), QList<int>(5, 0));
 }
@@ -135,7 +122,7 @@ TEST(ChangeDetection, EmptyResultKeepsThePreviousSnapshot)
     LsofFetcher fetcher;
     RecordingReporter reporter;
     fetcher.setReporter(&reporter);
-    const LsofItemList first = pass(fetcher, output({{1, u"SYN_SENT"_s}, {2, u"LISTEN"_s}}));
+    const LsofItemList first = detectPass(fetcher, output({{1, u"SYN_SENT"_s}, {2, u"LISTEN"_s}}));
     reporter.newCalls.clear();
     LsofItemList empty;
     fetcher.processLsofItemsChanges(empty);
@@ -144,7 +131,8 @@ TEST(ChangeDetection, EmptyResultKeepsThePreviousSnapshot)
     EXPECT_EQ(fetcher.previousSnapshot(), first);
 
     // The next good snapshot is compared with the last good one.
-    const LsofItemList next = pass(fetcher, output({{1, u"ESTABLISHED"_s}, {2, u"LISTEN"_s}}));
+    const LsofItemList next =
+        detectPass(fetcher, output({{1, u"ESTABLISHED"_s}, {2, u"LISTEN"_s}}));
     EXPECT_EQ(next[0], first[0]);
     EXPECT_EQ(statuses(next), (QList<int>{2, 0}));
 }
@@ -154,8 +142,8 @@ TEST(ChangeDetection, EmptyResultKeepsThePreviousSnapshot)
 TEST(ChangeDetection, AConnectionListedAsBeforeIsUnchangedWhateverItWasTold)
 {
     LsofFetcher fetcher;
-    pass(fetcher, output({{1, u"ESTABLISHED"_s}}));
-    LsofItemList items = pass(fetcher, output({{1, u"CLOSE_WAIT"_s}}));
+    detectPass(fetcher, output({{1, u"ESTABLISHED"_s}}));
+    LsofItemList items = detectPass(fetcher, output({{1, u"CLOSE_WAIT"_s}}));
     ASSERT_EQ(items.size(), 1);
     const LsofItemPtr item = items[0];
     EXPECT_EQ(item->status(), 2);
@@ -166,7 +154,7 @@ TEST(ChangeDetection, AConnectionListedAsBeforeIsUnchangedWhateverItWasTold)
             item->setStatus(2);
         if (round == 2)
             item->setOldState(u"SYN_SENT"_s);
-        items = pass(fetcher, output({{1, u"CLOSE_WAIT"_s}}));
+        items = detectPass(fetcher, output({{1, u"CLOSE_WAIT"_s}}));
         ASSERT_EQ(items, LsofItemList{item}) << "round " << round;
         EXPECT_EQ(item->status(), 0) << "round " << round;
         EXPECT_EQ(item->state(), u"CLOSE_WAIT"_s) << "round " << round;
@@ -179,12 +167,12 @@ TEST(ChangeDetection, AConnectionListedAsBeforeIsUnchangedWhateverItWasTold)
                lsofLine(u"app"_s, 42, u"7u"_s, u"IPv4"_s, 1007, u"TCP"_s, name) + u'\n';
     };
     LsofFetcher other;
-    pass(other, line(u"10.0.0.2:5007->10.0.0.9:443"_s));
-    items = pass(other, line(u"10.0.0.2:5007->10.0.0.9:443 (ESTABLISHED)"_s));
+    detectPass(other, line(u"10.0.0.2:5007->10.0.0.9:443"_s));
+    items = detectPass(other, line(u"10.0.0.2:5007->10.0.0.9:443 (ESTABLISHED)"_s));
     ASSERT_EQ(items.size(), 1);
     EXPECT_EQ(items[0]->status(), 0);
     EXPECT_TRUE(items[0]->oldState().isNull());
-    items = pass(other, line(u"10.0.0.2:5007->10.0.0.9:443 (ESTABLISHED)"_s));
+    items = detectPass(other, line(u"10.0.0.2:5007->10.0.0.9:443 (ESTABLISHED)"_s));
     ASSERT_EQ(items.size(), 1);
     EXPECT_EQ(items[0]->oldState(), u"ESTABLISHED"_s);
 }
@@ -194,9 +182,9 @@ TEST(ChangeDetection, AConnectionListedAsBeforeIsUnchangedWhateverItWasTold)
 TEST(ChangeDetection, AParseLeftUndetectedChangesNothingForTheNext)
 {
     LsofFetcher fetcher;
-    const LsofItemList first = pass(fetcher, output(established({1, 2, 3})));
+    const LsofItemList first = detectPass(fetcher, output(established({1, 2, 3})));
     EXPECT_EQ(fetcher.parseLsofResult(output(established({3, 4}))).size(), 2);
-    const LsofItemList items = pass(fetcher, output(established({1, 2, 3})));
+    const LsofItemList items = detectPass(fetcher, output(established({1, 2, 3})));
     EXPECT_EQ(fds(items), (QList<int>{1, 2, 3}));
     EXPECT_TRUE(items == first) << "the same objects";
     EXPECT_EQ(statuses(items), (QList<int>{0, 0, 0}));
@@ -215,8 +203,8 @@ TEST(ChangeDetection, ClosedItemsLandWhereTheNeverResetCounterPutsThem)
     };
     for (const Case& c : cases) {
         LsofFetcher fetcher;
-        pass(fetcher, output(established(c.previous)));
-        const LsofItemList items = pass(fetcher, output(established(c.next)));
+        detectPass(fetcher, output(established(c.previous)));
+        const LsofItemList items = detectPass(fetcher, output(established(c.next)));
         EXPECT_EQ(fds(items), c.expected);
         EXPECT_EQ(fds(items), referencePlacement(c.previous, c.next));
     }
@@ -228,8 +216,8 @@ TEST(ChangeDetection, ReportersSeeTheWholeListOnlyWhenAsked)
     RecordingReporter reporter;
     reporter.wantsNew = false;
     fetcher.setReporter(&reporter);
-    pass(fetcher, output({{1, u"ESTABLISHED"_s}}));
-    const LsofItemList items = pass(fetcher, output({{2, u"ESTABLISHED"_s}}));
+    detectPass(fetcher, output({{1, u"ESTABLISHED"_s}}));
+    const LsofItemList items = detectPass(fetcher, output({{2, u"ESTABLISHED"_s}}));
     EXPECT_TRUE(reporter.newCalls.isEmpty());
     ASSERT_EQ(reporter.changedCalls.size(), 2);
     EXPECT_EQ(reporter.changedCalls.last(), items);
@@ -282,27 +270,11 @@ TEST(ChangeDetection, LongRunsAgreeWithThePlainRules)
             std::reverse(items.begin(), items.end());
             std::reverse(expectedStatuses.begin(), expectedStatuses.end());
         }
-        QList<const LsofItem*> expectedOrder;
-        for (const LsofItemPtr& item : items)
-            expectedOrder << item.get();
-        int closedCount = 0;
-        qsizetype lastFound = 0;
-        for (const LsofItemPtr& before : open) {
-            const qsizetype at = expectedOrder.indexOf(before.get());
-            if (at >= 0) {
-                lastFound = at;
-                continue;
-            }
-            const qsizetype index = ++closedCount + lastFound;
-            expectedOrder.insert(std::min(index, expectedOrder.size()), before.get());
-        }
+        const LsofItemList expectedOrder = referencePlacement(open, items);
 
         const LsofItemList parsed = items;
         fetcher.processLsofItemsChanges(items);
-        QList<const LsofItem*> order;
-        for (const LsofItemPtr& item : items)
-            order << item.get();
-        ASSERT_EQ(order, expectedOrder) << "round " << round;
+        ASSERT_EQ(items, expectedOrder) << "round " << round;
         if (open.isEmpty())
             continue;
         ASSERT_EQ(statuses(parsed), expectedStatuses) << "round " << round;

@@ -13,8 +13,6 @@
 #include <cerrno>
 #include <csignal>
 
-using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
 using Road = GACommandRunner::Road;
 
 TEST(CommandRunnerSync, ShellRoadJoinsArgumentsWithoutQuoting)
@@ -135,42 +133,42 @@ TEST(CommandRunnerSync, EachRoadEndsAChildThatClosesItsOutputAndLingers)
     }
 }
 
-namespace {
+// A runner on an event loop of its own.
+class CommandRunnerAsync : public testing::Test {
+protected:
+    // Runs the event loop until the child has ended, five seconds at most.
+    void waitForEnd()
+    {
+        QEventLoop loop;
+        QTimer::singleShot(5000, &loop, &QEventLoop::quit);
+        QTimer poll;
+        QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+            if (ended)
+                loop.quit();
+        });
+        poll.start(10);
+        loop.exec();
+    }
 
-// Runs the event loop until the runner's child has ended.
-void waitForEnd(GACommandRunner& runner, bool& ended)
-{
-    QEventLoop loop;
-    QTimer::singleShot(5000, &loop, &QEventLoop::quit);
-    QTimer poll;
-    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
-        if (ended)
-            loop.quit();
-    });
-    poll.start(10);
-    loop.exec();
-    Q_UNUSED(runner);
-}
-
-} // namespace
-
-TEST(CommandRunnerAsync, RelativeCommandsGoThroughEnvWithOnlyTheGivenEnvironment)
-{
     int argc = 0;
-    QCoreApplication app(argc, nullptr);
+    QCoreApplication app{argc, nullptr};
+    GACommandRunner runner;
+    bool ended = false;
+};
+
+TEST_F(CommandRunnerAsync, RelativeCommandsGoThroughEnvWithOnlyTheGivenEnvironment)
+{
     QStringList logged;
     SystemLog::setEcho([&](const QString& message) { logged << message; });
 
-    GACommandRunner runner;
     QProcessEnvironment environment;
     environment.insert(u"ONLY"_s, u"this"_s);
     runner.setEnvironment(environment);
-    bool ended = false;
     QString sinkText;
     runner.runCommand(
         u"env"_s, u"/nonexistent-corvina-dir"_s, {}, QString(),
         [&](const QString& text) { sinkText += text; }, [&](QProcess&) { ended = true; });
-    waitForEnd(runner, ended);
+    waitForEnd();
     SystemLog::setEcho({});
 
     ASSERT_TRUE(ended);
@@ -183,29 +181,22 @@ TEST(CommandRunnerAsync, RelativeCommandsGoThroughEnvWithOnlyTheGivenEnvironment
     EXPECT_FALSE(runner.isTaskRunning());
 }
 
-TEST(CommandRunnerAsync, InputTextIsWrittenAndClosed)
+TEST_F(CommandRunnerAsync, InputTextIsWrittenAndClosed)
 {
-    int argc = 0;
-    QCoreApplication app(argc, nullptr);
-    GACommandRunner runner;
-    bool ended = false;
     int exitCode = -1;
     runner.runCommand(u"/bin/cat"_s, QString(), {}, u"input text"_s, {}, [&](QProcess& process) {
         exitCode = process.exitCode();
         ended = true;
     });
     EXPECT_GT(runner.processId(), 0);
-    waitForEnd(runner, ended);
+    waitForEnd();
     ASSERT_TRUE(ended) << "cat must see the end of its input";
     EXPECT_EQ(exitCode, 0);
     EXPECT_EQ(runner.outputStorage(), u"input text"_s);
 }
 
-TEST(CommandRunnerAsync, TerminateStopsARunningChild)
+TEST_F(CommandRunnerAsync, TerminateStopsARunningChild)
 {
-    int argc = 0;
-    QCoreApplication app(argc, nullptr);
-    GACommandRunner runner;
     runner.setCommandPath(u"/bin/sleep"_s);
     runner.setArguments({u"30"_s});
     runner.run();

@@ -1,12 +1,12 @@
 #include "snapshot/hostnameresolver.h"
+#include "snapshot/zbmemorycache.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <mutex>
-
-using namespace Qt::StringLiterals;
+#include <thread>
+#include <vector>
 
 namespace {
 
@@ -181,14 +181,41 @@ TEST(HostnameResolver, PoolAndQueueAreBoundedAndDroppedRequestsComeBack)
     EXPECT_EQ(resolver.hostnameForAddress(u"192.168.1.4"_s), u"host-4"_s);
 }
 
-TEST(HostnameResolver, CacheHoldsTheLatest200Addresses)
+TEST(ZBMemoryCache, KeepsAnEmptyValueApartFromNoneAndDropsTheOldestStore)
 {
-    FakeDns dns;
-    HostnameResolver resolver(dns.backend());
-    for (int i = 0; i < 201; ++i)
-        resolver.resolveHostname(u"192.168.7."_s + QString::number(i));
-    EXPECT_EQ(resolver.cache().count(), 200);
-    EXPECT_TRUE(resolver.hostnameForAddress(u"192.168.7.0"_s).isNull());
-    EXPECT_EQ(resolver.hostnameForAddress(u"192.168.7.200"_s), u"host-200"_s);
-    ASSERT_TRUE(resolver.waitForIdle(5000));
+    ZBMemoryCache cache(2);
+    cache.cacheObject(QVariant(), u"null"_s);
+    cache.cacheObject(QString(u""_s), u"empty"_s);
+    EXPECT_FALSE(cache.objectForKey(u"null"_s).isValid());
+    // An address without a name is remembered as "", which must stay apart from "unknown".
+    ASSERT_TRUE(cache.objectForKey(u"empty"_s).isValid());
+    EXPECT_TRUE(cache.objectForKey(u"empty"_s).toString().isEmpty());
+
+    // Storing a key again makes it the newest.
+    cache.cacheObject(1, u"a"_s);
+    cache.cacheObject(2, u"b"_s);
+    cache.cacheObject(3, u"a"_s);
+    cache.cacheObject(4, u"c"_s);
+    EXPECT_FALSE(cache.objectForKey(u"b"_s).isValid());
+    EXPECT_EQ(cache.objectForKey(u"a"_s), QVariant(3));
+    EXPECT_EQ(cache.objectForKey(u"c"_s), QVariant(4));
+    EXPECT_EQ(cache.count(), 2);
+}
+
+TEST(ZBMemoryCache, StaysBoundedUnderConcurrentStoresAndLookups)
+{
+    ZBMemoryCache cache(50);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&cache, t] {
+            for (int i = 0; i < 5000; ++i) {
+                const QString key = QString::number((i * 7 + t) % 120);
+                cache.cacheObject(i, key);
+                cache.objectForKey(QString::number(i % 120));
+            }
+        });
+    }
+    for (auto& thread : threads)
+        thread.join();
+    EXPECT_EQ(cache.count(), 50);
 }

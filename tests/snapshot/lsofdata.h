@@ -1,5 +1,7 @@
 #pragma once
 
+#include "snapshot/lsoffetcher.h"
+
 #include <QFile>
 #include <QString>
 
@@ -29,4 +31,19 @@ inline QString lsofLine(const QString& command, int pid, const QString& fd, cons
         .arg(device, 6)
         .arg(protocol, -4)
         .arg(name);
+}
+
+// A TCP line of process 42 on descriptor `fd` (device 9000 + fd), under kLsofHeader.
+inline QString tcpLine(int fd, const QString& name, const QString& command = QStringLiteral("app"))
+{
+    return lsofLine(command, 42, QString::number(fd) + u'u', QStringLiteral("IPv4"), 9000 + fd,
+                    QStringLiteral("TCP"), name);
+}
+
+// One refresh's change detection over lsof's `text`: the items as it leaves them.
+inline LsofItemList detectPass(LsofFetcher& fetcher, const QString& text)
+{
+    LsofItemList items = fetcher.parseLsofResult(text);
+    fetcher.processLsofItemsChanges(items);
+    return items;
 }

@@ -6,9 +6,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
-
 namespace {
 
 // An lsof stand-in on the real command runner. What it does on each run is read from a file

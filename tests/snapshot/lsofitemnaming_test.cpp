@@ -8,8 +8,6 @@
 
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 // Above the kernel's largest pid_max: never a running process.
@@ -114,4 +112,13 @@ TEST(LsofItemNaming, RemoteHostnameUsesTheSharedCache)
     EXPECT_EQ(name, HostnameResolver::systemLookup(u"127.0.0.1"_s).value_or(u""_s));
 
     HostnameResolver::setEnabled(true);
+}
+
+TEST(LsofItem, UnescapesProcessNames)
+{
+    LsofItem item;
+    item.setProcessName(u"Mail\\x20Helper"_s);
+    EXPECT_EQ(item.processName(), u"Mail Helper"_s);
+    item.setProcessName(u"a%zz"_s);
+    EXPECT_TRUE(item.processName().isNull());
 }

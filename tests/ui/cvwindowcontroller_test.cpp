@@ -1,57 +1,29 @@
 #include "windowtestsupport.h"
 
 #include "persistence/sqlitepersistentobject.h"
-#include "prefs/cvfilterprofileinfo.h"
-#include "prefs/userdefaults.h"
 
-#include "ui/window/connectiontablemodel.h"
-#include "ui/window/connectiontableview.h"
 #include "ui/window/maintoolbar.h"
 #include "ui/window/ownprocessesbar.h"
-#include "ui/window/savesearchdialog.h"
-#include "ui/window/searchfield.h"
-#include "ui/window/segmentedcontrol.h"
-#include "ui/window/tablecolumnsmenu.h"
 
 #include <QComboBox>
-#include <QFile>
-#include <QHeaderView>
 #include <QImage>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMenu>
 #include <QPushButton>
-#include <QScrollBar>
 #include <QSignalSpy>
-#include <QStatusBar>
 #include <QTest>
-#include <QToolButton>
 
-#include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
-
-TEST_F(WindowTest, SetUpAsksForTheFirstSnapshotAndShowsIt)
+TEST_F(WindowTest, SetUpAsksForTheFirstSnapshotAndAReloadWaitsForTheAcquisition)
 {
     CVWindowController window(source, *settings.prefs);
     ASSERT_TRUE(source.pending());
-    EXPECT_EQ(source.requests(), 1);
+    window.reloadTableViewData();
+    EXPECT_EQ(source.requests(), 1) << "skipped while the acquisition runs";
     const LsofItemList snapshot{tcp(u"curl"_s, u"20"_s, 1), udp(u"avahi"_s, u"7"_s)};
     source.deliver(snapshot);
     EXPECT_EQ(window.originalItems(), snapshot);
     EXPECT_EQ(window.items(), snapshot);
     EXPECT_EQ(window.tableModel()->rowCount(), 2);
-}
-
-TEST_F(WindowTest, SkipsAReloadWhileTheAcquisitionRuns)
-{
-    auto window = makeWindow();
-    window->reloadTableViewData();
-    window->reloadTableViewData();
+    window.reloadTableViewData();
     EXPECT_EQ(source.requests(), 2);
-    source.deliver({tcp(u"a"_s, u"1"_s)});
-    window->reloadTableViewData();
-    EXPECT_EQ(source.requests(), 3);
 }
 
 // The period takes effect when the pop-up's action runs (the preferences window's control runs
@@ -90,62 +62,39 @@ TEST_F(WindowTest, KeepsTheSelectedConnectionsAcrossSnapshots)
 {
     auto window = makeWindow();
     const LsofItemPtr a = tcp(u"a"_s, u"1"_s), b = tcp(u"b"_s, u"2"_s), c = tcp(u"c"_s, u"3"_s);
-    window->reloadTableViewData();
-    source.deliver({a, b, c});
+    refresh(*window, {a, b, c});
     window->selectItems({b});
     EXPECT_EQ(window->tableView()->selectedRowNumbers(), QList<int>{1});
 
     // The connection moves down; its object is the same, so the selection follows it.
     const LsofItemPtr d = tcp(u"d"_s, u"4"_s, 1);
-    window->reloadTableViewData();
-    source.deliver({d, a, c, b});
+    refresh(*window, {d, a, c, b});
     EXPECT_EQ(window->selectedItems(), LsofItemList{b});
     EXPECT_EQ(window->tableView()->selectedRowNumbers(), QList<int>{3});
 
     // Closed: still listed once more, still selected; then gone and deselected.
     b->setStatus(3);
-    window->reloadTableViewData();
-    source.deliver({a, b, c, d});
+    refresh(*window, {a, b, c, d});
     EXPECT_EQ(window->selectedItems(), LsofItemList{b});
-    window->reloadTableViewData();
-    source.deliver({a, c, d});
+    refresh(*window, {a, c, d});
     EXPECT_TRUE(window->selectedItems().isEmpty());
 
     // Several at once, handed over in any order.
     window->selectItems({d, a});
-    window->reloadTableViewData();
-    source.deliver({c, d, a});
+    refresh(*window, {c, d, a});
     EXPECT_EQ(window->tableView()->selectedRowNumbers(), (QList<int>{1, 2}));
 
     // An equal connection in a new object is another connection.
     window->selectItems({a});
-    window->reloadTableViewData();
-    source.deliver({tcp(u"a"_s, u"1"_s), c, d});
+    refresh(*window, {tcp(u"a"_s, u"1"_s), c, d});
     EXPECT_TRUE(window->selectedItems().isEmpty());
-}
-
-TEST_F(WindowTest, ANewSnapshotIsLaidOutBeforeTheFirstRepaint)
-{
-    auto window = makeWindow();
-    window->resize(800, 400);
-    window->show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
-    LsofItemList items;
-    for (int i = 0; i < 300; ++i)
-        items.append(tcp(u"app"_s, QString::number(i + 1)));
-    window->reloadTableViewData();
-    source.deliver(items);
-    // No event processed yet: the scroll range already covers the rows, so the repaint that
-    // follows is the only one.
-    EXPECT_GT(window->tableView()->verticalScrollBar()->maximum(), 0);
 }
 
 TEST_F(WindowTest, SelectionUnderAFilterMapsThroughTheFullSnapshot)
 {
     auto window = makeWindow();
     const LsofItemPtr a = tcp(u"a"_s, u"1"_s), b = udp(u"b"_s, u"2"_s), c = tcp(u"c"_s, u"3"_s);
-    window->reloadTableViewData();
-    source.deliver({a, b, c});
+    refresh(*window, {a, b, c});
     window->protocolControl()->setSelected(false, 1); // hide UDP
     window->refreshTableViewData();
     ASSERT_EQ(window->items(), LsofItemList({a, c}));
@@ -153,8 +102,7 @@ TEST_F(WindowTest, SelectionUnderAFilterMapsThroughTheFullSnapshot)
     // Row 1 shows c, but the selection is read from the full list: b.
     window->tableView()->selectRowNumbers({1});
     EXPECT_EQ(window->selectedItems(), LsofItemList{b});
-    window->reloadTableViewData();
-    source.deliver({a, b, c});
+    refresh(*window, {a, b, c});
     EXPECT_EQ(window->tableView()->selectedRowNumbers(), QList<int>{1});
 
     // Selecting c puts the mark on row 2, which the filtered table does not have.
@@ -165,9 +113,8 @@ TEST_F(WindowTest, SelectionUnderAFilterMapsThroughTheFullSnapshot)
 TEST_F(WindowTest, ColoursAndRowHeightFollowTheSettings)
 {
     auto window = makeWindow();
-    window->reloadTableViewData();
-    source.deliver({tcp(u"a"_s, u"1"_s, 0), tcp(u"b"_s, u"2"_s, 1), tcp(u"c"_s, u"3"_s, 2),
-                    tcp(u"d"_s, u"4"_s, 3)});
+    refresh(*window, {tcp(u"a"_s, u"1"_s, 0), tcp(u"b"_s, u"2"_s, 1), tcp(u"c"_s, u"3"_s, 2),
+                      tcp(u"d"_s, u"4"_s, 3)});
     ConnectionTableModel* model = window->tableModel();
     auto background = [&](int row) {
         return model->index(row, 1).data(Qt::BackgroundRole).value<QColor>();
@@ -184,32 +131,34 @@ TEST_F(WindowTest, ColoursAndRowHeightFollowTheSettings)
     EXPECT_EQ(background(0), QColor(Qt::white));
     EXPECT_EQ(window->tableView()->verticalHeader()->defaultSectionSize(), 18);
     EXPECT_EQ(window->tableView()->palette().color(QPalette::Base), QColor(Qt::white));
+    defaults().removeObjectForKey(u"CV:NewConnectionBackgroundColor"_s);
+    EXPECT_EQ(background(1), QColor(Qt::green)) << "a reset colour is the factory one again";
 }
 
-TEST_F(WindowTest, HiddenColumnsAreSavedAndComeBackHiddenAfterARestart)
+TEST_F(WindowTest, ColumnsWidthsAndTheSortOrderComeBackAfterARestart)
 {
     {
         // A fresh window shows the built-in set; the menu offers the rest.
         auto window = makeWindow();
-        EXPECT_FALSE(defaults().objectForKey(u"CV:ColumnsUserDefault"_s).isValid());
         QHeaderView* header = window->tableView()->horizontalHeader();
         const QStringList offered{u"Type"_s, u"FD"_s,       u"Device"_s, u"Path"_s,
                                   u"Sent"_s, u"Received"_s, u"RTT"_s};
-        const int columns = window->tableModel()->columnCount();
-        EXPECT_EQ(columns, 21);
-        for (int column = 0; column < columns; ++column) {
+        ASSERT_EQ(window->tableModel()->columnCount(), 21);
+        for (int column = 0; column < 21; ++column) {
             const QString title =
                 window->tableModel()->headerData(column, Qt::Horizontal).toString();
             EXPECT_EQ(header->isSectionHidden(column), offered.contains(title)) << column;
             EXPECT_EQ(window->tableHeaderMenu()->itemForTitle(title)->isChecked(),
                       !offered.contains(title));
         }
+        // Widths and the sort order are kept, but not under the keys the preferences window
+        // edits.
+        header->resizeSection(8, 233);
+        header->setSortIndicator(1, Qt::DescendingOrder);
+        EXPECT_FALSE(defaults().objectForKey(u"CV:ColumnsUserDefault"_s).isValid());
 
-        QAction* pid = window->tableHeaderMenu()->itemForTitle(u"PID"_s);
-        ASSERT_NE(pid, nullptr);
-        EXPECT_TRUE(pid->isChecked());
-        window->tableHeaderMenu()->tableHeaderViewContextMenuSelected(pid);
-        EXPECT_FALSE(pid->isChecked());
+        window->tableHeaderMenu()->tableHeaderViewContextMenuSelected(
+            window->tableHeaderMenu()->itemForTitle(u"PID"_s));
         EXPECT_TRUE(header->isSectionHidden(1));
         const QStringList saved = savedColumnTitles(defaults());
         EXPECT_EQ(saved.size(), 13);
@@ -223,6 +172,9 @@ TEST_F(WindowTest, HiddenColumnsAreSavedAndComeBackHiddenAfterARestart)
     {
         auto window = makeWindow();
         QHeaderView* header = window->tableView()->horizontalHeader();
+        EXPECT_EQ(header->sectionSize(8), 233);
+        EXPECT_EQ(header->sortIndicatorSection(), 1);
+        EXPECT_EQ(header->sortIndicatorOrder(), Qt::DescendingOrder);
         EXPECT_TRUE(header->isSectionHidden(1));
         QAction* pid = window->tableHeaderMenu()->itemForTitle(u"PID"_s);
         EXPECT_FALSE(pid->isChecked());
@@ -238,21 +190,14 @@ TEST_F(WindowTest, HiddenColumnsAreSavedAndComeBackHiddenAfterARestart)
         // Saved order is not applied at start: layout order it is.
         auto window = makeWindow();
         EXPECT_EQ(window->tableView()->horizontalHeader()->visualIndex(1), 1);
-    }
-}
-
-TEST_F(WindowTest, OneColumnLeftStaysTheOnlyColumnAfterARestart)
-{
-    {
-        auto window = makeWindow();
+        // One column left stays the only one.
         for (QAction* item : window->tableHeaderMenu()->actions()) {
             if (item->isChecked() && item->text() != u"Remote Address"_s)
                 window->tableHeaderMenu()->tableHeaderViewContextMenuSelected(item);
         }
     }
     settings.reopen();
-    auto window = makeWindow();
-    EXPECT_EQ(window->tableHeaderMenu()->shownColumns(), QList<int>{8});
+    EXPECT_EQ(makeWindow()->tableHeaderMenu()->shownColumns(), QList<int>{8});
 }
 
 TEST_F(WindowTest, BecomingActiveReloadsSavedSearchesAndRunsTheScriptCheck)
@@ -282,20 +227,12 @@ TEST_F(WindowTest, ClosingHandsTheWindowToTheApplicationAndKeepsRefreshing)
 TEST_F(WindowTest, StatusBarCountsRowsAndShowsAProblemWithoutBlocking)
 {
     auto window = makeWindow();
-    window->reloadTableViewData();
-    source.deliver({}, u"lsof is not installed."_s);
-    const auto labels = window->findChildren<QLabel*>();
-    auto shows = [&](const QString& text) {
-        return std::any_of(labels.begin(), labels.end(), [&](QLabel* label) {
-            return !label->isHidden() && label->text().contains(text);
-        });
-    };
-    EXPECT_TRUE(shows(u"lsof is not installed."_s));
-    window->reloadTableViewData();
-    source.deliver({tcp(u"a"_s, u"1"_s), udp(u"b"_s, u"2"_s)});
-    EXPECT_FALSE(shows(u"lsof is not installed."_s));
+    refresh(*window, {}, u"lsof is not installed."_s);
+    EXPECT_TRUE(statusSays(*window, u"lsof is not installed."_s));
+    refresh(*window, {tcp(u"a"_s, u"1"_s), udp(u"b"_s, u"2"_s)});
+    EXPECT_FALSE(statusSays(*window, u"lsof is not installed."_s));
     window->searchField()->setText(u"udp"_s);
-    EXPECT_TRUE(shows(u"1 of 2"_s));
+    EXPECT_TRUE(statusSays(*window, u"1 of 2"_s));
 }
 
 TEST_F(WindowTest, ClickingAHeaderSortsTheWholeSnapshot)
@@ -304,8 +241,7 @@ TEST_F(WindowTest, ClickingAHeaderSortsTheWholeSnapshot)
     window->show();
     const LsofItemPtr a = tcp(u"zeta"_s, u"100"_s), b = udp(u"Alpha"_s, u"9"_s),
                       c = tcp(u"beta"_s, u"10"_s);
-    window->reloadTableViewData();
-    source.deliver({a, b, c});
+    refresh(*window, {a, b, c});
     QHeaderView* header = window->tableView()->horizontalHeader();
     const QPoint pidHeader(header->sectionViewportPosition(1) + 10, header->height() / 2);
     QTest::mouseClick(header->viewport(), Qt::LeftButton, {}, pidHeader);
@@ -320,8 +256,7 @@ TEST_F(WindowTest, ClickingAHeaderSortsTheWholeSnapshot)
 
     // The order holds for the next snapshot, and under a filter the rows keep it.
     window->protocolControl()->setSelected(false, 1);
-    window->reloadTableViewData();
-    source.deliver({c, b, a});
+    refresh(*window, {c, b, a});
     EXPECT_EQ(window->items().size(), 2);
     EXPECT_EQ(window->originalItems(), first == Qt::AscendingOrder ? descending : ascending);
 }
@@ -347,24 +282,6 @@ TEST_F(WindowTest, AsksTheSourceToSortAndSortsOnlyWhatCameInAnotherOrder)
     EXPECT_EQ(window->originalItems(), LsofItemList({a, c, b}));
     window->reloadTableViewData();
     EXPECT_TRUE((source.requestedOrdering() == ItemOrdering{1, Qt::DescendingOrder}));
-}
-
-TEST_F(WindowTest, RemembersColumnWidthsAndSortOrderAcrossARestart)
-{
-    {
-        auto window = makeWindow();
-        QHeaderView* header = window->tableView()->horizontalHeader();
-        header->resizeSection(8, 233);
-        header->setSortIndicator(1, Qt::DescendingOrder);
-    }
-    settings.reopen();
-    auto window = makeWindow();
-    QHeaderView* header = window->tableView()->horizontalHeader();
-    EXPECT_EQ(header->sectionSize(8), 233);
-    EXPECT_EQ(header->sortIndicatorSection(), 1);
-    EXPECT_EQ(header->sortIndicatorOrder(), Qt::DescendingOrder);
-    // None of this is kept under the keys the preferences window edits.
-    EXPECT_FALSE(defaults().objectForKey(u"CV:ColumnsUserDefault"_s).isValid());
 }
 
 TEST_F(WindowTest, AnOrdinaryUserIsToldWhyTheListIsThinUntilTheyDismissIt)

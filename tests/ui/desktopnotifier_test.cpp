@@ -1,10 +1,8 @@
 #include "ui/app/desktopnotifier.h"
 
-#include <QTimer>
-
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
+#include <QTimer>
 
 namespace {
 

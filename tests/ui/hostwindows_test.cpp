@@ -1,22 +1,11 @@
-#include "uitestsupport.h"
+#include "windowtestsupport.h"
 
 #include "ui/app/connecttohostdialog.h"
 #include "ui/app/cvappdelegate.h"
-#include "ui/window/connectiontablemodel.h"
-#include "ui/window/connectiontableview.h"
-#include "ui/window/cvwindowcontroller.h"
-#include "ui/window/rowcommands.h"
-#include "ui/window/searchfield.h"
 
 #include <QComboBox>
 #include <QCoreApplication>
 #include <QLabel>
-#include <QMenu>
-#include <QStatusBar>
-
-#include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -33,26 +22,11 @@ protected:
 
     HostWindows& hosts() { return delegate.hostWindows(); }
 
-    // Whether a sentence of the status bar (its labels or its passing message) holds `text`.
-    static bool statusSays(CVWindowController* window, const QString& text)
-    {
-        if (window->statusBar()->currentMessage().contains(text))
-            return true;
-        for (const QLabel* label : window->statusBar()->findChildren<QLabel*>()) {
-            if (label->isVisibleTo(window) && label->text().contains(text))
-                return true;
-        }
-        return false;
-    }
-
     // A socket of this very process, so that looking its process up here would find one.
     static LsofItemPtr remoteRow(const QString& command, const QString& address)
     {
-        ItemSpec spec{command, QString::number(QCoreApplication::applicationPid())};
-        spec.remoteAddress = address;
-        spec.remotePort = u"5432"_s;
-        spec.state = u"ESTABLISHED"_s;
-        return makeItem(spec);
+        return peer(command, QString::number(QCoreApplication::applicationPid()), address,
+                    u"5432"_s);
     }
 
     TestSettings settings;
@@ -121,9 +95,7 @@ TEST_F(HostWindowsTest, RemoteRowsOfferNoLocalCommandsAndAFailedPassFadesTheLast
     EXPECT_FALSE(model->index(0, application).data(Qt::DecorationRole).isValid());
     EXPECT_EQ(model->index(0, columnOf(LsofItem::Key::processPath)).data().toString(), u""_s);
 
-    window->tableView()->setClickedCell(0, application);
-    Q_EMIT window->tableView()->contextMenuWanted(QPoint(10, 10));
-    window->tableContextMenu()->hide();
+    openMenuOn(*window, 0);
     RowCommands* rows = window->rowCommands();
     for (QAction* local : {rows->showInFileManagerAction(), rows->bringToFrontAction(),
                            rows->terminateAction(), rows->closeConnectionAction()}) {
@@ -149,7 +121,7 @@ TEST_F(HostWindowsTest, RemoteRowsOfferNoLocalCommandsAndAFailedPassFadesTheLast
     EXPECT_EQ(window->items().size(), 2);
     EXPECT_TRUE(window->isStale());
     EXPECT_NE(model->index(0, 1).data(Qt::ForegroundRole).value<QColor>(), text);
-    EXPECT_TRUE(statusSays(window, u"Connection refused"_s));
+    EXPECT_TRUE(statusSays(*window, u"Connection refused"_s));
     EXPECT_EQ(window->retryDelay(), std::chrono::seconds(1));
     const int requests = db1->requests();
     window->autoRefreshTick();
@@ -159,9 +131,9 @@ TEST_F(HostWindowsTest, RemoteRowsOfferNoLocalCommandsAndAFailedPassFadesTheLast
     window->showStatusMessage(u"Copied."_s);
     window->reloadTableViewData();
     db1->deliver({}, u"ssh: connect to host db1 port 22: Connection refused"_s);
-    EXPECT_FALSE(statusSays(window, u"Connection refused"_s));
+    EXPECT_FALSE(statusSays(*window, u"Connection refused"_s));
     window->statusBar()->clearMessage();
-    EXPECT_TRUE(statusSays(window, u"Connection refused"_s));
+    EXPECT_TRUE(statusSays(*window, u"Connection refused"_s));
 
     // Refresh asks at once; a good pass brings the colours back and ends the wait.
     EXPECT_EQ(window->retryDelay(), std::chrono::seconds(2));
@@ -170,6 +142,6 @@ TEST_F(HostWindowsTest, RemoteRowsOfferNoLocalCommandsAndAFailedPassFadesTheLast
     EXPECT_FALSE(window->isStale());
     EXPECT_EQ(window->retryDelay(), std::chrono::seconds(0));
     EXPECT_EQ(model->index(0, 1).data(Qt::ForegroundRole).value<QColor>(), text);
-    EXPECT_FALSE(statusSays(window, u"Connection refused"_s));
+    EXPECT_FALSE(statusSays(*window, u"Connection refused"_s));
     EXPECT_EQ(window->items(), LsofItemList{postgres});
 }

@@ -1,25 +1,5 @@
 #include "prefsuitestsupport.h"
 
-using namespace Qt::StringLiterals;
-
-void PreferencesTest::SetUp()
-{
-    ASSERT_TRUE(m_dir.isValid());
-    m_store = std::make_unique<UserDefaults>(m_dir.filePath(u"Corvina.conf"_s));
-    m_prefs = std::make_unique<CVPrefsHelper>(*m_store);
-    m_prefs->setLogFolder(m_dir.filePath(u"Logs"_s));
-    m_database = std::make_unique<SQLiteInstanceManager>(u"corvina.sqlite3"_s,
-                                                         m_dir.filePath(u"corvina.sqlite3"_s));
-    SQLitePersistentObject::setManager(m_database.get());
-}
-
-void PreferencesTest::TearDown()
-{
-    m_window.reset();
-    SQLitePersistentObject::setManager(nullptr);
-    SQLitePersistentObject::clearCache();
-}
-
 CVPreferencesController::Services PreferencesTest::recordingServices()
 {
     CVPreferencesController::Services services;
@@ -43,7 +23,7 @@ CVPreferencesController::Services PreferencesTest::recordingServices()
         m_openedFolders.append(folder);
         return true;
     };
-    services.showHelp = [this] { ++m_helps; };
+    services.showHelp = [] {};
     services.listedApplications = [this] { return m_listed; };
     return services;
 }

@@ -1,19 +1,15 @@
 #pragma once
 
-#include "persistence/sqliteinstancemanager.h"
 #include "persistence/sqlitepersistentobject.h"
-#include "prefs/cvprefshelper.h"
-#include "prefs/userdefaults.h"
 #include "ui/prefs/cvpreferencescontroller.h"
-
-#include <QTemporaryDir>
+#include "uitestsupport.h"
 
 #include <gtest/gtest.h>
 
 #include <memory>
 
-// A settings store, a saved-search database and a log folder in a temporary folder, and a
-// preferences window over them whose desktop services are recorded instead of run.
+// Settings, a saved-search database and a log folder in a temporary folder, and a preferences
+// window over them whose desktop services are recorded instead of run.
 class PreferencesTest : public ::testing::Test {
 protected:
     struct Alert {
@@ -21,16 +17,20 @@ protected:
         QString message;
     };
 
-    void SetUp() override;
-    void TearDown() override;
+    PreferencesTest() { m_prefs->setLogFolder(m_dir.filePath(QStringLiteral("Logs"))); }
+    ~PreferencesTest() override
+    {
+        m_window.reset();
+        SQLitePersistentObject::clearCache();
+    }
 
     CVPreferencesController& window();
     CVPreferencesController::Services recordingServices();
 
-    QTemporaryDir m_dir;
-    std::unique_ptr<UserDefaults> m_store;
-    std::unique_ptr<CVPrefsHelper> m_prefs;
-    std::unique_ptr<SQLiteInstanceManager> m_database;
+    TestSettings m_settings;
+    QTemporaryDir& m_dir = m_settings.dir;
+    UserDefaults* m_store = m_settings.defaults.get();
+    CVPrefsHelper* m_prefs = m_settings.prefs.get();
     std::unique_ptr<CVPreferencesController> m_window;
 
     QList<Alert> m_alerts;
@@ -41,5 +41,4 @@ protected:
     std::optional<QColor> m_chosenColor;
     bool m_helperInstalled = false;
     int m_installs = 0;
-    int m_helps = 0;
 };

