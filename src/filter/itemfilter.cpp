@@ -23,10 +23,13 @@ std::optional<QString> ItemFilter::expression() const
 }
 
 ItemFilter::Result ItemFilter::apply(const LsofItemList& items,
-                                     std::chrono::milliseconds budgetLimit) const
+                                     std::chrono::milliseconds budgetLimit,
+                                     KeywordVerdicts* verdicts) const
 {
     Result result;
-    const ItemMatcher matcher(*this);
+    if (verdicts)
+        verdicts->beginPass(searchText, keywordKeys, items.size());
+    const ItemMatcher matcher(*this, verdicts);
     if (matcher.expressionError()) {
         result.items = items;
         result.expressionError = matcher.expressionError();

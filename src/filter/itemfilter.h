@@ -10,6 +10,8 @@
 
 #include <optional>
 
+class KeywordVerdicts;
+
 // What the main window (or the command line) asks of the connection list, as a plain value:
 // the saved search chosen, the search field and its mode, and the toolbar's segments.
 //
@@ -47,9 +49,11 @@ struct ItemFilter {
     std::optional<QString> expression() const;
 
     // The items that pass, in input order, and what went wrong on the way. The budget bounds
-    // the time spent matching regular expressions in this pass.
+    // the time spent matching regular expressions in this pass. `verdicts` carries the keyword
+    // search's verdicts from one pass over the same rows to the next.
     Result apply(const LsofItemList& items,
-                 std::chrono::milliseconds budget = MatchBudget::kDefaultLimit) const;
+                 std::chrono::milliseconds budget = MatchBudget::kDefaultLimit,
+                 KeywordVerdicts* verdicts = nullptr) const;
     LsofItemList filterItems(const LsofItemList& items) const { return apply(items).items; }
     // One item on its own; prefer apply() for lists, which parses and compiles only once.
     bool matches(const LsofItem& item) const;

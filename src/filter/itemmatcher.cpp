@@ -8,7 +8,8 @@
 
 using namespace Qt::StringLiterals;
 
-ItemMatcher::ItemMatcher(const ItemFilter& filter) : m_filter(filter)
+ItemMatcher::ItemMatcher(const ItemFilter& filter, KeywordVerdicts* verdicts)
+    : m_filter(filter), m_verdicts(verdicts)
 {
     if (const auto expression = filter.expression()) {
         m_expressionMode = true;
@@ -66,7 +67,14 @@ bool ItemMatcher::passesKeyword(const LsofItem& item, MatchBudget* budget) const
     if (budget && !budget->allows())
         return false;
     // Host names from the cache alone: filtering every row sends no row's address to DNS.
-    return search(joinedText(item, item.cachedRemoteHostname()));
+    const QString hostname = item.cachedRemoteHostname();
+    if (!m_verdicts)
+        return search(joinedText(item, hostname));
+    if (const std::optional<bool> kept = m_verdicts->find(item, hostname))
+        return *kept;
+    const bool passes = search(joinedText(item, hostname));
+    m_verdicts->keep(item, hostname, passes);
+    return passes;
 }
 
 bool ItemMatcher::search(const QString& text) const

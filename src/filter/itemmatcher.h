@@ -1,6 +1,7 @@
 #pragma once
 
 #include "itemfilter.h"
+#include "keywordverdicts.h"
 #include "predicate.h"
 
 #include <QHash>
@@ -13,7 +14,8 @@
 // once. Cheap to keep for as long as the filter does not change.
 class ItemMatcher final {
 public:
-    explicit ItemMatcher(const ItemFilter& filter);
+    // `verdicts`, if given, keeps the keyword search's verdicts for the next pass.
+    explicit ItemMatcher(const ItemFilter& filter, KeywordVerdicts* verdicts = nullptr);
 
     bool isExpressionMode() const { return m_expressionMode; }
     // Expression mode, refused expression: every item passes.
@@ -50,6 +52,7 @@ private:
     std::optional<QRegularExpression> m_keyword;
     QString m_keywordError;
     bool m_hideOtherProtocols = false;
+    KeywordVerdicts* m_verdicts = nullptr;
     // Per matcher, by process id and command name.
     mutable QHash<QString, ProcessNames> m_processNames;
 };

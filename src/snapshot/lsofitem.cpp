@@ -1,10 +1,12 @@
 #include "lsofitem.h"
+
 #include "platform/hexdigit.h"
 
 #include <QHash>
 #include <QStringDecoder>
 
 #include <array>
+#include <atomic>
 
 using namespace Qt::StringLiterals;
 
@@ -487,6 +489,12 @@ QString LsofItem::identifier() const
 QString LsofItem::description() const
 {
     return u"<LsofItem: 0x"_s % QString::number(quintptr(this), 16) % u">: "_s % identifier();
+}
+
+quint64 LsofItem::newSerial()
+{
+    static std::atomic<quint64> next{1};
+    return next.fetch_add(1, std::memory_order_relaxed);
 }
 
 std::shared_ptr<LsofItem> LsofItem::create()

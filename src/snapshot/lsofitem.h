@@ -149,6 +149,8 @@ public:
     void setHost(const QString& host) { m_host = host; }
     // Opened and closed between two refreshes: seen only by the kernel's notice of its end.
     bool isShortLived() const { return m_shortLived; }
+    // A number no other item of this run has: tells an item from a later one made where it was.
+    quint64 serial() const { return m_serial; }
     void setShortLived(bool shortLived) { m_shortLived = shortLived; }
     void setFileDescriptor(const QString& value) { m_fileDescriptor = value; }
 
@@ -224,6 +226,8 @@ private:
     std::optional<quint64> m_cookie;
     QString m_host;
     bool m_shortLived = false;
+    const quint64 m_serial = newSerial();
+    static quint64 newSerial();
     Traffic m_traffic;
     mutable std::shared_ptr<const RunningApplication> m_app;
 };

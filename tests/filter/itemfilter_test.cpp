@@ -1,5 +1,6 @@
 #include "filter/itemfields.h"
 #include "filter/itemfilter.h"
+#include "filter/keywordverdicts.h"
 #include "filtertestitems.h"
 #include "snapshot/hostnameresolver.h"
 
@@ -267,34 +268,45 @@ TEST(ItemFields, ReadEveryKeyAsTheItemsOwnKeyValueAccessDoes)
 
 // Rows keep the text and verdict of the pass before; what changes between two refreshes (a
 // state, a host name that arrived, the pattern) must still be seen by the next pass.
+// The window keeps each row's verdict from one refresh to the next; a row whose state, host
+// name or traffic moved is searched again, and another search starts afresh.
 TEST(ItemFilter, RepeatedPassesFollowWhatChangedOnTheRows)
 {
     HostnameResolver::setEnabled(false);
+    KeywordVerdicts verdicts;
+    const auto filtered = [&](const QString& text, const LsofItemList& rows) {
+        return keyword(text).apply(rows, MatchBudget::kDefaultLimit, &verdicts).items;
+    };
     const LsofItemList items = fixtureItems();
     items[0]->setRemoteAddress(u"127.0.0.1"_s);
     const bool nameKnownBefore = !items[0]->cachedRemoteHostname().isNull();
 
     for (int pass = 0; pass < 2; ++pass) {
-        EXPECT_EQ(idsOf(keyword(u"established"_s).filterItems(items)),
-                  std::set<QString>{u"1234"_s});
-        EXPECT_EQ(idsOf(keyword(u"sshd,listen"_s).filterItems(items)), std::set<QString>{u"1"_s});
+        EXPECT_EQ(idsOf(filtered(u"established"_s, items)), std::set<QString>{u"1234"_s});
+        EXPECT_EQ(idsOf(filtered(u"sshd,listen"_s, items)), std::set<QString>{u"1"_s});
     }
     items[0]->setState(u"CLOSE_WAIT"_s);
-    EXPECT_TRUE(keyword(u"established"_s).filterItems(items).isEmpty());
-    EXPECT_EQ(idsOf(keyword(u"close_wait"_s).filterItems(items)), std::set<QString>{u"1234"_s});
+    EXPECT_TRUE(filtered(u"established"_s, items).isEmpty());
+    EXPECT_EQ(idsOf(filtered(u"close_wait"_s, items)), std::set<QString>{u"1234"_s});
 
     // A host name that arrives between two passes is searched in the next one.
     items[0]->resolveHostname(u"127.0.0.1"_s);
     const QString name = items[0]->cachedRemoteHostname();
     if (!nameKnownBefore && !name.isEmpty()) {
-        EXPECT_EQ(idsOf(keyword(QRegularExpression::escape(name)).filterItems(items)),
+        EXPECT_EQ(idsOf(filtered(QRegularExpression::escape(name), items)),
                   std::set<QString>{u"1234"_s});
     }
+
+    items[0]->setTraffic({std::nullopt, std::nullopt, 987654, std::nullopt, std::nullopt});
+    for (int pass = 0; pass < 2; ++pass)
+        EXPECT_EQ(idsOf(filtered(u"987654"_s, items)), std::set<QString>{u"1234"_s});
+    items[0]->setTraffic({std::nullopt, std::nullopt, 12, std::nullopt, std::nullopt});
+    EXPECT_TRUE(filtered(u"987654"_s, items).isEmpty());
 
     // Each pass gives what a pass over rows never filtered before gives.
     const QStringList patterns = {u"anna"_s, u"tcp"_s, u"^x"_s, u"ANNA"_s, u"udp,sshd"_s};
     for (const QString& pattern : patterns)
-        EXPECT_EQ(keyword(pattern).filterItems(items).size(),
+        EXPECT_EQ(filtered(pattern, items).size(),
                   keyword(pattern).filterItems(fixtureItems()).size())
             << pattern.toStdString();
     HostnameResolver::setEnabled(true);

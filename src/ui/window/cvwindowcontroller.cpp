@@ -360,7 +360,7 @@ LsofItemList CVWindowController::filterItems(const LsofItemList& items,
     filter.hiddenTypes = m_typeControl->unselectedLabels();
     filter.hiddenProtocols = m_protocolControl->unselectedLabels();
     filter.remoteOnly = m_remoteControl->isSelectedForSegment(0);
-    ItemFilter::Result result = filter.apply(items);
+    ItemFilter::Result result = filter.apply(items, MatchBudget::kDefaultLimit, &m_keywordVerdicts);
     // The list still shows everything for a bad expression (nothing for a bad pattern), but
     // the window says why; and running out of time leaves rows out, which it says too.
     m_filterGaveUp = result.gaveUp;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "filter/keywordverdicts.h"
 #include "filter/predicateerror.h"
 #include "remote/hostspec.h"
 #include "remote/retrybackoff.h"
@@ -199,6 +200,8 @@ private:
     bool m_filterUseSearchExpression = false;
     QString m_lastProblem;
     mutable bool m_filterGaveUp = false;
+    // The keyword search's verdicts of the last refresh, for the next.
+    mutable KeywordVerdicts m_keywordVerdicts;
     mutable std::optional<PredicateError> m_expressionError;
     mutable QString m_keywordError;
     QPointer<QTimer> m_autoRefreshTimer;
