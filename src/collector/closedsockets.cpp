@@ -21,14 +21,7 @@ QString listenKey(const QString& protocol, const QString& port)
 SocketRecord recordOf(const DiagSocket& socket)
 {
     SocketRecord record;
-    record.type = LsofFormatter::type(socket.family);
-    record.protocol = LsofFormatter::protocol(socket.protocol);
-    record.localAddress = LsofFormatter::address(socket.family, socket.localAddress);
-    record.localPort = LsofFormatter::port(socket.localPort);
-    if (LsofFormatter::hasRemote(socket)) {
-        record.remoteAddress = LsofFormatter::address(socket.family, socket.remoteAddress);
-        record.remotePort = LsofFormatter::port(socket.remotePort);
-    }
+    formatEndpoints(socket, record);
     record.state = LsofFormatter::state(socket.protocol, socket.state);
     copyKernelFigures(socket, record);
     return record;

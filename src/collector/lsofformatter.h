@@ -38,3 +38,17 @@ public:
     // unless a wider name is listed beside it, as it does in lsof's own output.
     static QString command(QByteArrayView command, int columnWidth);
 };
+
+// Writes a socket's endpoint texts, as lsof prints them, into anything with the record's
+// fields of those names (a record, the socket table's entry); no remote side leaves them null.
+template <class Texts> void formatEndpoints(const DiagSocket& socket, Texts& out)
+{
+    out.type = LsofFormatter::type(socket.family);
+    out.protocol = LsofFormatter::protocol(socket.protocol);
+    out.localAddress = LsofFormatter::address(socket.family, socket.localAddress);
+    out.localPort = LsofFormatter::port(socket.localPort);
+    const bool remote = LsofFormatter::hasRemote(socket);
+    out.remoteAddress =
+        remote ? LsofFormatter::address(socket.family, socket.remoteAddress) : QString();
+    out.remotePort = remote ? LsofFormatter::port(socket.remotePort) : QString();
+}

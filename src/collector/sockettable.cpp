@@ -11,21 +11,10 @@ bool sameEndpoints(const DiagSocket& a, const DiagSocket& b)
            a.remoteAddress == b.remoteAddress;
 }
 
-void formatEndpoints(SocketTable::Entry& entry)
+void formatEntry(SocketTable::Entry& entry)
 {
-    const DiagSocket& s = entry.socket;
     entry.identifierFd = -1;
-    entry.type = LsofFormatter::type(s.family);
-    entry.protocol = LsofFormatter::protocol(s.protocol);
-    entry.localAddress = LsofFormatter::address(s.family, s.localAddress);
-    entry.localPort = LsofFormatter::port(s.localPort);
-    if (LsofFormatter::hasRemote(s)) {
-        entry.remoteAddress = LsofFormatter::address(s.family, s.remoteAddress);
-        entry.remotePort = LsofFormatter::port(s.remotePort);
-    } else {
-        entry.remoteAddress = QString();
-        entry.remotePort = QString();
-    }
+    formatEndpoints(entry.socket, entry);
 }
 
 } // namespace
@@ -49,7 +38,7 @@ void SocketTable::add(const DiagSocket& socket)
     if (entry.device.isNull())
         entry.device = QString::number(socket.inode);
     if (!known)
-        formatEndpoints(entry);
+        formatEntry(entry);
 }
 
 void SocketTable::endPass()
